@@ -26,9 +26,8 @@ struct BBox {
 /// A value of an output record. Objects are ordered lists: members stay in the order of insertion.
 /// Integers are always carried as long and floating values as double, so a host tests one alternative per kind.
 /// A pointer other than a C string does not convert: it would silently become a bool.
-struct AlgoValue
-    : std::variant<bool, long, double, std::string, std::vector<std::pair<std::string, AlgoValue>>,
-                   std::vector<AlgoValue>> {
+struct AlgoValue : std::variant<bool, long, double, std::string, std::vector<std::pair<std::string, AlgoValue>>,
+                                std::vector<AlgoValue>> {
   using Object = std::vector<std::pair<std::string, AlgoValue>>;
   using Array = std::vector<AlgoValue>;
   using Base = std::variant<bool, long, double, std::string, Object, Array>;

@@ -10,11 +10,17 @@ OculaPicture::OculaPicture(cv::Mat bgr, BaseMetadata metadata) : bgr_(std::move(
 
 OculaPicture::~OculaPicture() = default;
 
-int OculaPicture::width() const { return bgr_.cols; }
+int OculaPicture::width() const {
+  return bgr_.cols;
+}
 
-int OculaPicture::height() const { return bgr_.rows; }
+int OculaPicture::height() const {
+  return bgr_.rows;
+}
 
-cv::Mat OculaPicture::getBGR() const { return bgr_; }
+cv::Mat OculaPicture::getBGR() const {
+  return bgr_;
+}
 
 cv::Mat OculaPicture::cropToMat(int x, int y, int w, int h) {
   // 64 bits: x + w of an arbitrary rectangle leaves the range of int.
@@ -27,6 +33,8 @@ cv::Mat OculaPicture::cropToMat(int x, int y, int w, int h) {
                        static_cast<int>(bottom - top)));
 }
 
-const OculaPicture::BaseMetadata& OculaPicture::baseMetadata() const { return metadata_; }
+const OculaPicture::BaseMetadata& OculaPicture::baseMetadata() const {
+  return metadata_;
+}
 
 }  // namespace ocula

@@ -1,0 +1,55 @@
+// Images for matching: in GPU memory where the build has OpenCV's CUDA modules and the process has a device, in host
+// memory otherwise. Decided once per process; no algorithm needs to know.
+#pragma once
+
+#include <opencv2/core.hpp>
+#include <opencv2/core/cuda.hpp>
+#include <string>
+
+class HostImageBackend;
+class CudaImageBackend;
+
+/// An 8-bit image (or a 32-bit map of matching scores). Copies share pixels, as those of cv::Mat do; clone() does not.
+/// Threads: like cv::Mat, one image is not for several threads at once. OpenCV's exceptions pass through.
+class GpuImage {
+ public:
+  /// Replaces the pixels by a copy of `pixels`; memory is reused when size and type stay.
+  void upload(const cv::Mat& pixels);
+  /// Replaces the pixels by the grey of an 8-bit BGR picture (COLOR_BGR2GRAY), without a copy in between where it can.
+  void uploadGrey(const cv::Mat& bgr);
+  /// The pixels in host memory: they may be shared with this image, so read only.
+  cv::Mat download() const;
+  /// Copies the pixels out.
+  void download(cv::Mat& out) const;
+
+  bool empty() const;
+  int cols() const;
+  int rows() const;
+  cv::Size size() const { return {cols(), rows()}; }
+  int type() const;  ///< OpenCV type code, such as CV_8UC1.
+
+  GpuImage clone() const;
+  /// A view of the part `r` (image pixels, inside the image), sharing pixels.
+  GpuImage region(const cv::Rect& r) const;
+  void release();
+
+ private:
+  friend class HostImageBackend;
+  friend class CudaImageBackend;
+  cv::Mat host_;
+  cv::cuda::GpuMat device_;
+};
+
+/// cv::resize on either memory. @param size  target, pixels; empty: from the factors. dst must not be src.
+void resizeImage(const GpuImage& src, GpuImage& dst, const cv::Size& size, double fx, double fy, int interpolation);
+
+/// Normalised template matching of one `templ` in `image`; `result` becomes the 32-bit map of scores.
+/// A flat template scores 0 everywhere on either memory. Safe from several threads.
+/// @param method  cv::TemplateMatchModes, in practice cv::TM_CCOEFF_NORMED
+void gpuMatchTemplate(const GpuImage& image, const GpuImage& templ, GpuImage& result, int method);
+
+/// Name of an OpenCV type code, such as "CV_8UC3".
+std::string cvTypeToStr(int type);
+
+/// "cuda" or "host": where this process holds its images.
+const char* imageBackendName();

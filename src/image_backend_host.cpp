@@ -1,0 +1,66 @@
+#include <cfloat>
+#include <opencv2/imgproc.hpp>
+
+#include "image_backend.h"
+
+namespace {
+
+// OpenCV's own test for a template without contrast: its processor path scores such a one 1, its CUDA path 0.
+bool isFlat(const cv::Mat& templ) {
+  cv::Scalar mean;
+  cv::Scalar deviation;
+  cv::meanStdDev(templ, mean, deviation);
+  return deviation.dot(deviation) < DBL_EPSILON;
+}
+
+}  // namespace
+
+void HostImageBackend::upload(const cv::Mat& pixels, GpuImage& image) const {
+  pixels.copyTo(image.host_);
+}
+
+void HostImageBackend::uploadGrey(const cv::Mat& bgr, GpuImage& image) const {
+  cv::cvtColor(bgr, image.host_, cv::COLOR_BGR2GRAY);
+}
+
+cv::Mat HostImageBackend::download(const GpuImage& image) const {
+  return image.host_;
+}
+
+bool HostImageBackend::empty(const GpuImage& image) const {
+  return image.host_.empty();
+}
+
+cv::Size HostImageBackend::size(const GpuImage& image) const {
+  return image.host_.size();
+}
+
+int HostImageBackend::type(const GpuImage& image) const {
+  return image.host_.type();
+}
+
+GpuImage HostImageBackend::clone(const GpuImage& image) const {
+  GpuImage copy;
+  copy.host_ = image.host_.clone();
+  return copy;
+}
+
+GpuImage HostImageBackend::region(const GpuImage& image, const cv::Rect& r) const {
+  GpuImage view;
+  view.host_ = image.host_(r);
+  return view;
+}
+
+void HostImageBackend::release(GpuImage& image) const {
+  image.host_.release();
+}
+
+void HostImageBackend::resize(const GpuImage& src, GpuImage& dst, const cv::Size& size, double fx, double fy,
+                              int interpolation) const {
+  cv::resize(src.host_, dst.host_, size, fx, fy, interpolation);
+}
+
+void HostImageBackend::matchTemplate(const GpuImage& image, const GpuImage& templ, GpuImage& result, int method) const {
+  cv::matchTemplate(image.host_, templ.host_, result.host_, method);
+  if (isFlat(templ.host_)) result.host_.setTo(0);
+}

@@ -1,0 +1,6 @@
+#include "image_backend.h"
+
+const ImageBackend& imageBackend() {
+  static const HostImageBackend backend;
+  return backend;
+}
