@@ -12,23 +12,24 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 modules=(cudev cudaarithm cudafilters cudaimgproc cudawarping)
 folder=${1:-$root/.cache/opencv-cuda-headers}
 [ ! -e "$folder/complete" ] || { note "already there: $folder"; exit 0; }
-need_programs dpkg-dev:dpkg-source xz-utils:xz
+need_programs dpkg:dpkg xz-utils:xz
 
 state=$root/.cache/apt-source
 private_apt "$state" "$(dpkg --print-architecture)" "$(debian_release)" main
 export APT_CONFIG=$state/apt.conf
 apt-get -qq update
-# Signatures of the archive are checked by apt; the tarballs are kept until the headers are out of them.
+# The one tarball that matters, checked against the archive's index.
+read -r uri file _ hash < <(apt-get -qq source --print-uris opencv | grep -F .orig-contrib.tar. | tr -d "'")
+[ -n "${hash:-}" ] || fail "the opencv source package holds no contrib tarball any more"
 mkdir -p "$state/sources"
-(cd "$state/sources" && apt-get -qq source --download-only opencv)
+contrib=$state/sources/$file
+/usr/lib/apt/apt-helper download-file "$uri" "$contrib" "$hash"
 
-contrib=("$state"/sources/opencv_*.orig-contrib.tar.*)
-[ -e "${contrib[0]}" ] || fail "the opencv source package holds no contrib tarball any more"
 rm -rf "$folder"
 mkdir -p "$folder/unpacked"
 patterns=()
 for module in "${modules[@]}"; do patterns+=("*/modules/$module/include/*"); done
-tar -xf "${contrib[0]}" -C "$folder/unpacked" --wildcards "${patterns[@]}"
+tar -xf "$contrib" -C "$folder/unpacked" --wildcards "${patterns[@]}"
 mkdir -p "$folder/include"
 for module in "${modules[@]}"; do
   cp -R "$folder"/unpacked/*/modules/"$module"/include/. "$folder/include/"

@@ -56,3 +56,87 @@ need_programs() {
   done
   [ ${#missing[@]} -eq 0 ] || fail "missing: apt-get install --no-install-recommends ${missing[*]}"
 }
+
+# debian_root DIR RELEASE COMPONENTS: a minimal root of another Debian release under DIR; kept for the next run.
+debian_root() {
+  local dir=$1 release=$2 components=$3 mirror
+  need_programs debootstrap:debootstrap
+  mirror=$(debian_mirror) || return 1
+  if [ ! -e "$dir/.complete" ]; then
+    rm -rf "$dir"
+    mkdir -p "$dir"
+    debootstrap --variant=minbase --include=ca-certificates "$release" "$dir" "$mirror" >"$dir.log" 2>&1 ||
+      fail "debootstrap of $release failed: see $dir.log"
+    touch "$dir/.complete"
+  fi
+  printf '%s '"$mirror $release $components"'\n' deb deb-src >"$dir/etc/apt/sources.list"
+  printf 'APT::Install-Recommends "false";\n' >"$dir/etc/apt/apt.conf.d/50lean"
+  cp -L /etc/resolv.conf /etc/hosts "$dir/etc/"
+}
+
+# in_root DIR COMMAND...: runs a command inside a root. The mounts live in a name space of their own and go with it.
+# ROOT_BINDS holds pairs FOLDER:MOUNT_POINT to be seen inside as well.
+in_root() {
+  local dir=$1 bind
+  shift
+  for bind in ${ROOT_BINDS:-}; do mkdir -p "$dir/${bind#*:}"; done
+  # shellcheck disable=SC2016
+  ROOT_BINDS=${ROOT_BINDS:-} unshare --mount bash -euc '
+    root=$1; shift
+    mount -t proc proc "$root/proc"
+    mount --rbind /dev "$root/dev"
+    for bind in $ROOT_BINDS; do mount --bind "${bind%%:*}" "$root/${bind#*:}"; done
+    exec chroot "$root" /usr/bin/env -i PATH=/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin \
+      HOME=/root LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"' in_root "$dir" "$@"
+}
+
+# install_in_root DIR PACKAGE...: by name, and only when one is missing.
+install_in_root() {
+  local dir=$1
+  shift
+  in_root "$dir" dpkg-query -W "$@" >/dev/null 2>&1 && return
+  in_root "$dir" sh -c 'apt-get -qq update && apt-get -qq -y install --no-install-recommends "$@"' sh "$@" \
+    >"$dir.install.log" 2>&1 || fail "packages could not be installed: see $dir.install.log"
+}
+
+# debian_sysroot DIR ARCHITECTURE RELEASE PACKAGE...: unpacks packages and all they need for another processor into
+# DIR, through an apt state of its own (DIR.apt); nothing of them is configured or run.
+debian_sysroot() {
+  local dir=$1 architecture=$2 release=$3 wanted deb
+  shift 3
+  wanted=$(printf '%s\n' "$release" "$@")
+  [ "$(cat "$dir/.complete" 2>/dev/null)" != "$wanted" ] || return 0
+  private_apt "$dir.apt" "$architecture" "$release" main
+  APT_CONFIG=$dir.apt/apt.conf apt-get -qq update
+  APT_CONFIG=$dir.apt/apt.conf apt-get -qq -y install --download-only --no-install-recommends "$@" >"$dir.log" 2>&1 ||
+    fail "packages for $architecture could not be fetched: see $dir.log"
+  rm -rf "$dir"
+  mkdir -p "$dir"/usr/{bin,sbin,lib}
+  ln -s usr/bin usr/sbin usr/lib "$dir/"
+  for deb in "$dir.apt"/cache/archives/*.deb; do
+    dpkg-deb --fsys-tarfile "$deb" | tar -x --keep-directory-symlink -C "$dir"
+  done
+  APT_CONFIG=$dir.apt/apt.conf apt-get clean
+  finish_sysroot "$dir"
+  printf '%s\n' "$wanted" >"$dir/.complete"
+}
+
+# What the packages' own scripts would have done: the choice of BLAS and LAPACK. And links out of the sysroot turn
+# into links inside it.
+finish_sysroot() {
+  local dir=$1 library link target
+  for library in "$dir"/usr/lib/*/blas/libblas.so.3 "$dir"/usr/lib/*/lapack/liblapack.so.3; do
+    [ ! -e "$library" ] || ln -sfr "$library" "${library%/*/*}/"
+  done
+  find "$dir" -type l -lname '/*' | while read -r link; do
+    target=$(readlink "$link")
+    [ ! -e "$dir$target" ] || ln -sfr "$dir$target" "$link"
+  done
+}
+
+# Debian's names of what the project is built with, the same on every platform.
+# shellcheck disable=SC2034  # used by those who source this
+csrt_libraries=(libopencv-dev libclass-loader-dev libconsole-bridge-dev libssl-dev libgtest-dev libbenchmark-dev
+  libcli11-dev nlohmann-json3-dev libfmt-dev libspdlog-dev libvalijson-dev)
+# shellcheck disable=SC2034
+csrt_compilers=(g++ cmake ninja-build ccache pkg-config python3)
