@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# Reads the code without running it: layout (clang-format), mistakes (clang-tidy, cppcheck), shell scripts
+# (shellcheck). Any finding is an error.
+#
+# usage: tools/static-checks.sh [format] [tidy] [cppcheck] [shell]     all of them unless named
+# BUILD names a configured build folder for clang-tidy (default: build-tidy, configured here).
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+# shellcheck source=tools/lib/debian.sh
+. "$root/tools/lib/debian.sh"
+cd "$root"
+
+check_format() {
+  need_programs clang-format:clang-format
+  git ls-files -z '*.cpp' '*.h' | xargs -0 clang-format --dry-run -Werror
+}
+
+# The plug-in, its library and its host program; tests are left to the compilers' warnings and the sanitizers.
+check_tidy() {
+  need_programs clang-tidy:clang-tidy
+  local build=${BUILD:-build-tidy}
+  [ -e "$build/compile_commands.json" ] ||
+    cmake -S . -B "$build" -G Ninja -DCSRT_BUILD_TESTS=OFF -DPython3_EXECUTABLE=/usr/bin/python3 >/dev/null
+  sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' "$build/compile_commands.json" | grep -E "^$root/(src|common|host)/" |
+    sort -u | xargs -r -n 1 -P "$(nproc)" clang-tidy --quiet -p "$build"
+}
+
+check_cppcheck() {
+  need_programs cppcheck:cppcheck
+  git ls-files 'src/*.cpp' 'common/*.cpp' 'host/*.cpp' |
+    xargs cppcheck --quiet --std=c++17 --language=c++ --enable=warning,performance,portability --inline-suppr \
+      --suppress=missingInclude --suppress=missingIncludeSystem --suppress=unmatchedSuppression \
+      -I include -I src -I common -j "$(nproc)" --error-exitcode=1
+}
+
+check_shell() {
+  need_programs shellcheck:shellcheck
+  git ls-files | while read -r file; do
+    case $(head -c 40 "$file" | tr -d '\0' | head -n 1) in '#!'*sh) printf '%s\0' "$file" ;; esac
+  done | xargs -0 shellcheck -x
+}
+
+failed=()
+for check in "${@:-format tidy cppcheck shell}"; do
+  for one in $check; do
+    case $one in format | tidy | cppcheck | shell) ;; *) fail "no such check: $one" ;; esac
+    note "$one"
+    "check_$one" || failed+=("$one")
+  done
+done
+[ ${#failed[@]} -eq 0 ] || fail "findings of: ${failed[*]}"
