@@ -136,7 +136,7 @@ finish_sysroot() {
 
 # Debian's names of what the project is built with, the same on every platform.
 # shellcheck disable=SC2034  # used by those who source this
-csrt_libraries=(libopencv-dev libclass-loader-dev libconsole-bridge-dev libssl-dev libgtest-dev libbenchmark-dev
+csrt_libraries=(libopencv-dev libclass-loader-dev ament-cmake libconsole-bridge-dev libssl-dev libgtest-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev libfmt-dev libspdlog-dev libvalijson-dev)
 # shellcheck disable=SC2034
 csrt_compilers=(g++ cmake ninja-build ccache pkg-config python3)

@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Cross-builds the project for 64-bit Arm against Debian 12's arm64 packages, runs the tests under qemu, and compares
+# the boxes of fixed scenes with this machine's: every side within 1 pixel. The packages lie unpacked in a folder
+# under .cache with an apt state of its own; this machine's apt learns nothing of the other architecture.
+#
+# usage: tools/platform-arm64.sh [CTEST_OPTION...]
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+# shellcheck source=tools/lib/debian.sh
+. "$root/tools/lib/debian.sh"
+
+need_programs g++-aarch64-linux-gnu:aarch64-linux-gnu-g++ qemu-user:qemu-aarch64 dpkg-dev:dpkg-source
+sysroot=$root/.cache/arm64/sysroot
+mkdir -p "$root/.cache/arm64"
+debian_sysroot "$sysroot" arm64 bookworm libc6-dev libstdc++-12-dev "${csrt_libraries[@]}"
+
+build=$root/build-arm64
+cmake -S "$root" -B "$build" -G Ninja "-DCMAKE_TOOLCHAIN_FILE=$root/cmake/aarch64-linux-gnu.cmake" \
+  "-DCSRT_SYSROOT=$sysroot" -DCSRT_WARNINGS_AS_ERRORS=ON -DPython3_EXECUTABLE=/usr/bin/python3
+cmake --build "$build"
+ctest --test-dir "$build" --output-on-failure "$@"
+
+native=$root/build-arm64-reference
+cmake -S "$root" -B "$native" -G Ninja -DCSRT_BUILD_HOST=OFF -DPython3_EXECUTABLE=/usr/bin/python3
+cmake --build "$native" --target scene_boxes
+"$native/bin/scene_boxes" >"$build/boxes-here.txt"
+qemu-aarch64 -L "$sysroot" "$build/bin/scene_boxes" >"$build/boxes-arm64.txt"
+"$root/tools/lib/compare-boxes.sh" "$build/boxes-here.txt" "$build/boxes-arm64.txt"
