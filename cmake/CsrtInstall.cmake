@@ -1,0 +1,102 @@
+# cmake --install and the Debian packages (cpack -G DEB).
+#
+# The plug-in and the stand-in frame library live in a folder of their own: both are loaded by name, by a host that
+# knows where to look, and neither has a versioned name of its own (the real frame library has none either).
+include(CMakePackageConfigHelpers)
+
+set(CSRT_PLUGIN_DIR ${CMAKE_INSTALL_LIBDIR}/csrt-tracking)
+set(csrt_doc_dir ${CMAKE_INSTALL_DATADIR}/doc)
+set_target_properties(csrt_tracking_plugin PROPERTIES INSTALL_RPATH "$ORIGIN")
+install(TARGETS csrt_tracking_plugin LIBRARY DESTINATION ${CSRT_PLUGIN_DIR} COMPONENT plugin)
+
+if(NOT CSRT_OCULA_LIBRARY)
+  install(TARGETS OculaTools LIBRARY DESTINATION ${CSRT_PLUGIN_DIR} COMPONENT hostlib)
+endif()
+
+# Development files: what a host includes, and how it finds library and plug-in.
+install(FILES ${PROJECT_SOURCE_DIR}/include/ialgo_plugin.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/csrt-tracking COMPONENT dev)
+install(FILES ${PROJECT_SOURCE_DIR}/include/ocula/ocula_picture.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/csrt-tracking/ocula COMPONENT dev)
+configure_package_config_file(cmake/csrt_tracking_pluginConfig.cmake.in
+  ${PROJECT_BINARY_DIR}/csrt_tracking_pluginConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/csrt_tracking_plugin PATH_VARS CMAKE_INSTALL_INCLUDEDIR CSRT_PLUGIN_DIR)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/csrt_tracking_pluginConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/csrt_tracking_pluginConfig.cmake
+              ${PROJECT_BINARY_DIR}/csrt_tracking_pluginConfigVersion.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/csrt_tracking_plugin COMPONENT dev)
+configure_file(cmake/csrt_tracking_plugin.pc.in ${PROJECT_BINARY_DIR}/csrt_tracking_plugin.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/csrt_tracking_plugin.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+
+if(TARGET csrt-track)
+  set_target_properties(csrt-track PROPERTIES INSTALL_RPATH "$ORIGIN/../${CSRT_PLUGIN_DIR}")
+  install(TARGETS csrt-track RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/csrt-track.bash-completion
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME csrt-track COMPONENT tools)
+  find_program(HELP2MAN help2man)
+  find_program(GZIP_PROGRAM gzip)
+  if(HELP2MAN AND GZIP_PROGRAM)
+    add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/csrt-track.1.gz
+      COMMAND ${PROJECT_SOURCE_DIR}/tools/man-page.sh $<TARGET_FILE:csrt-track> ${PROJECT_BINARY_DIR}/csrt-track.1
+      COMMAND ${GZIP_PROGRAM} -9nf ${PROJECT_BINARY_DIR}/csrt-track.1
+      DEPENDS csrt-track ${PROJECT_SOURCE_DIR}/tools/man-page.sh VERBATIM)
+    add_custom_target(man ALL DEPENDS ${PROJECT_BINARY_DIR}/csrt-track.1.gz)
+    install(FILES ${PROJECT_BINARY_DIR}/csrt-track.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+  endif()
+endif()
+
+# ------------------------------------------------------------------------------------------------ Debian packages
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME csrt-tracking)
+set(CPACK_PACKAGE_VENDOR "csrt-tracking maintainers")
+set(CPACK_PACKAGE_CONTACT "csrt-tracking maintainers <maintainers@csrt-tracking.invalid>")
+set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL plugin hostlib dev tools)
+set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+  OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
+
+set(csrt_package_plugin csrt-tracking-plugin)
+set(csrt_package_hostlib libocula-tools-standin)
+set(csrt_package_dev csrt-tracking-dev)
+set(csrt_package_tools csrt-track)
+set(csrt_section_plugin libs)
+set(csrt_section_hostlib libs)
+set(csrt_section_dev libdevel)
+set(csrt_section_tools video)
+set(csrt_depends_plugin "libocula-tools-standin (= ${PROJECT_VERSION}-1)")
+set(csrt_depends_hostlib "")
+set(csrt_depends_dev "csrt-tracking-plugin (= ${PROJECT_VERSION}-1), libclass-loader-dev, libopencv-dev")
+set(csrt_depends_tools "csrt-tracking-plugin (= ${PROJECT_VERSION}-1)")
+file(READ ${PROJECT_SOURCE_DIR}/packaging/descriptions.txt csrt_descriptions)
+find_program(GZIP_PROGRAM gzip)
+foreach(component plugin hostlib dev tools)
+  string(TOUPPER ${component} upper)
+  set(package ${csrt_package_${component}})
+  set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${package})
+  set(CPACK_DEBIAN_${upper}_PACKAGE_SECTION ${csrt_section_${component}})
+  set(CPACK_DEBIAN_${upper}_PACKAGE_DEPENDS "${csrt_depends_${component}}")
+  string(REGEX MATCH "${package}:([^@]*)@" matched "${csrt_descriptions}")
+  string(STRIP "${CMAKE_MATCH_1}" description)
+  set(CPACK_COMPONENT_${upper}_DESCRIPTION "${description}")
+  install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/copyright
+    DESTINATION ${csrt_doc_dir}/${package} COMPONENT ${component})
+  if(GZIP_PROGRAM)
+    set(changelog ${PROJECT_BINARY_DIR}/packaging/changelog.Debian)
+    configure_file(packaging/debian/changelog ${changelog} COPYONLY)
+    execute_process(COMMAND ${GZIP_PROGRAM} -9nkf ${changelog})
+    install(FILES ${changelog}.gz DESTINATION ${csrt_doc_dir}/${package} COMPONENT ${component})
+  endif()
+endforeach()
+include(CPack)
