@@ -19,7 +19,7 @@ class __attribute__((visibility("default"))) OculaPicture {
   /// Metadata by key text; angles in degrees. A missing key means "not available".
   struct BaseMetadata : std::unordered_map<std::string, MetadataValue> {
     using std::unordered_map<std::string, MetadataValue>::unordered_map;
-    struct Keys;
+    struct __attribute__((visibility("hidden"))) Keys;  // every library keeps its own copies
   };
 
   /// @param bgr       the picture, 8-bit BGR, shared and not copied; may be empty
