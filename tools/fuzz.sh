@@ -1,10 +1,10 @@
-#!/bin/sh
+#!/usr/bin/env bash
 # Feeds drawn inputs to the JSON parser, its strings, the decryption and setConfig() under the address and undefined
 # behaviour sanitizers, each for a while.
 #   tools/fuzz.sh             10 seconds each
 #   tools/fuzz.sh 3600        an hour each
 # Ends with 1 when one of them finds something; the input that does it then lies in build/fuzz/findings/.
-set -eu
+set -euo pipefail
 seconds=${1:-10}
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=$root/build/fuzz
