@@ -14,7 +14,7 @@
 #include "csrt_tracker_health.h"
 #include "gpu_image.h"
 #include "ialgo_plugin.h"
-#include "ocula/ocula_picture.h"
+#include <ocula/ocula_picture.h>
 
 class SwJsonObject;
 

@@ -1,4 +1,4 @@
-#include "ocula/ocula_picture.h"
+#include <ocula/ocula_picture.h>
 
 #include <algorithm>
 #include <cstdint>
