@@ -256,5 +256,6 @@ class CSRTTrackingAlgo : public IAlgoPlugin {
     GpuImage patch;
     GpuImage templ;
     GpuImage scores;
+    cv::Mat scoreMap;
   } buffers_;
 };

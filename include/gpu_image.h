@@ -19,7 +19,7 @@ class GpuImage {
   void uploadGrey(const cv::Mat& bgr);
   /// The pixels in host memory: they may be shared with this image, so read only.
   cv::Mat download() const;
-  /// Copies the pixels out.
+  /// The same into `out`, whose memory serves again where pixels have to be copied and size and type stay.
   void download(cv::Mat& out) const;
 
   bool empty() const;

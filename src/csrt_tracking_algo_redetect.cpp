@@ -403,7 +403,8 @@ void CSRTTrackingAlgo::findBestInROI_GPU_Locked_(double cx, double cy, double ob
   gpuMatchTemplate(image.region(search), templ, buffers_.scores, cv::TM_CCOEFF_NORMED);
   double best = -1.0;
   cv::Point place;
-  cv::minMaxLoc(buffers_.scores.download(), nullptr, &best, nullptr, &place);
+  buffers_.scores.download(buffers_.scoreMap);
+  cv::minMaxLoc(buffers_.scoreMap, nullptr, &best, nullptr, &place);
   score = std::isfinite(best) ? best : -1.0;
   out = {search.x + place.x, search.y + place.y, templ.cols(), templ.rows()};
 }
@@ -492,7 +493,8 @@ bool CSRTTrackingAlgo::matchBeatsBest_Locked_(RedetectRun& run, const RedetectPa
   gpuMatchTemplate(coarse, templ, buffers_.scores, cv::TM_CCOEFF_NORMED);
   double score = -1.0;
   cv::Point place;
-  cv::minMaxLoc(buffers_.scores.download(), nullptr, &score, nullptr, &place);
+  buffers_.scores.download(buffers_.scoreMap);
+  cv::minMaxLoc(buffers_.scoreMap, nullptr, &score, nullptr, &place);
   if (!std::isfinite(score) || !(score > run.coarseScore)) return false;  // equal: the earlier hit stays
   run.coarseScore = score;
   run.best = &patch;

@@ -13,11 +13,13 @@ void GpuImage::uploadGrey(const cv::Mat& bgr) {
 }
 
 cv::Mat GpuImage::download() const {
-  return imageBackend().download(*this);
+  cv::Mat out;
+  imageBackend().download(*this, out);
+  return out;
 }
 
 void GpuImage::download(cv::Mat& out) const {
-  imageBackend().download(*this).copyTo(out);
+  imageBackend().download(*this, out);
 }
 
 bool GpuImage::empty() const {

@@ -9,7 +9,8 @@ class ImageBackend {
   virtual const char* name() const = 0;
   virtual void upload(const cv::Mat& pixels, GpuImage& image) const = 0;
   virtual void uploadGrey(const cv::Mat& bgr, GpuImage& image) const = 0;
-  virtual cv::Mat download(const GpuImage& image) const = 0;
+  /// `out` may share its pixels with the image, or keep its memory.
+  virtual void download(const GpuImage& image, cv::Mat& out) const = 0;
   virtual bool empty(const GpuImage& image) const = 0;
   virtual cv::Size size(const GpuImage& image) const = 0;
   virtual int type(const GpuImage& image) const = 0;
@@ -27,7 +28,7 @@ class HostImageBackend : public ImageBackend {
   const char* name() const override { return "host"; }
   void upload(const cv::Mat& pixels, GpuImage& image) const override;
   void uploadGrey(const cv::Mat& bgr, GpuImage& image) const override;
-  cv::Mat download(const GpuImage& image) const override;
+  void download(const GpuImage& image, cv::Mat& out) const override;
   bool empty(const GpuImage& image) const override;
   cv::Size size(const GpuImage& image) const override;
   int type(const GpuImage& image) const override;

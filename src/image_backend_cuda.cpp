@@ -43,10 +43,9 @@ void CudaImageBackend::uploadGrey(const cv::Mat& bgr, GpuImage& image) const {
   upload(image.host_, image);
 }
 
-cv::Mat CudaImageBackend::download(const GpuImage& image) const {
-  cv::Mat pixels;
-  if (!image.device_.empty()) image.device_.download(pixels);
-  return pixels;
+void CudaImageBackend::download(const GpuImage& image, cv::Mat& out) const {
+  if (image.device_.empty()) return out.release();
+  image.device_.download(out);
 }
 
 bool CudaImageBackend::empty(const GpuImage& image) const {

@@ -11,7 +11,7 @@ class CudaImageBackend : public ImageBackend {
   const char* name() const override { return "cuda"; }
   void upload(const cv::Mat& pixels, GpuImage& image) const override;
   void uploadGrey(const cv::Mat& bgr, GpuImage& image) const override;
-  cv::Mat download(const GpuImage& image) const override;
+  void download(const GpuImage& image, cv::Mat& out) const override;
   bool empty(const GpuImage& image) const override;
   cv::Size size(const GpuImage& image) const override;
   int type(const GpuImage& image) const override;

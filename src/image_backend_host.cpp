@@ -23,8 +23,8 @@ void HostImageBackend::uploadGrey(const cv::Mat& bgr, GpuImage& image) const {
   cv::cvtColor(bgr, image.host_, cv::COLOR_BGR2GRAY);
 }
 
-cv::Mat HostImageBackend::download(const GpuImage& image) const {
-  return image.host_;
+void HostImageBackend::download(const GpuImage& image, cv::Mat& out) const {
+  out = image.host_;
 }
 
 bool HostImageBackend::empty(const GpuImage& image) const {
