@@ -1,6 +1,7 @@
 #include <cfloat>
 #include <opencv2/imgproc.hpp>
 
+#include "area_shrink.h"
 #include "image_backend.h"
 
 namespace {
@@ -57,6 +58,7 @@ void HostImageBackend::release(GpuImage& image) const {
 
 void HostImageBackend::resize(const GpuImage& src, GpuImage& dst, const cv::Size& size, double fx, double fy,
                               int interpolation) const {
+  if (interpolation == cv::INTER_AREA && size.empty() && tryShrinkArea(src.host_, dst.host_, fx, fy)) return;
   cv::resize(src.host_, dst.host_, size, fx, fy, interpolation);
 }
 
