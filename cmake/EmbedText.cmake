@@ -1,0 +1,16 @@
+# csrt_embed_text(<output.cpp> <namespace> <variable> <file>...): each file becomes a `const char* const` of that name.
+# The program then needs no file beside it, and a change of a file configures anew.
+function(csrt_embed_text output namespace)
+  set(text "// Made by the build from the files named below.\nnamespace ${namespace} {\n")
+  set(rest ${ARGN})
+  while(rest)
+    list(POP_FRONT rest variable file)
+    get_filename_component(path ${file} ABSOLUTE BASE_DIR ${CMAKE_CURRENT_SOURCE_DIR})
+    file(READ ${path} content)
+    set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${path})
+    get_filename_component(shown ${path} NAME)
+    string(APPEND text "// ${shown}\nextern const char* const ${variable};\nconst char* const ${variable} = R\"embedded(${content})embedded\";\n")
+  endwhile()
+  string(APPEND text "}  // namespace ${namespace}\n")
+  file(GENERATE OUTPUT ${output} CONTENT "${text}")
+endfunction()

@@ -1,0 +1,177 @@
+// csrt-track track: follows targets through a video and writes what was found.
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "annotate.h"
+#include "commands.h"
+#include "config_text.h"
+#include "frame_source.h"
+#include "host_error.h"
+#include "interrupt.h"
+#include "picture_output.h"
+#include "plugin_library.h"
+#include "progress.h"
+#include "run_summary.h"
+#include "text_output.h"
+#include "track_run.h"
+
+namespace host {
+namespace {
+
+struct TrackOptions {
+  SourceOptions source;
+  std::vector<std::string> boxes;
+  ConfigOptions config;
+  std::string records;
+  std::string video;
+  std::string still;
+  std::string plugin;
+  int threads = 1;
+  bool debug = false;
+  bool quiet = false;
+};
+
+class RecordsObserver : public RunObserver {
+ public:
+  explicit RecordsObserver(const std::string& path) : output_(path) {}
+  void frame(const SourceFrame& /*frame*/, const std::vector<CallRecord>& records) override {
+    for (const CallRecord& record : records) output_.writeLine(toJson(record).dump());
+  }
+
+ private:
+  TextOutput output_;
+};
+
+/// Draws once per frame for both the video and the still.
+class PictureObserver : public RunObserver {
+ public:
+  PictureObserver(std::string video, std::string still) : videoPath_(std::move(video)), stillPath_(std::move(still)) {}
+  void begin(const RunInfo& info) override {
+    if (!videoPath_.empty()) video_.emplace(videoPath_, info.frameSize, info.fps);
+  }
+  void frame(const SourceFrame& frame, const std::vector<CallRecord>& records) override {
+    last_ = annotator_.draw(frame.bgr, records);
+    if (video_) video_->write(last_);
+  }
+  void end() override {
+    if (!stillPath_.empty() && !last_.empty()) writePicture(stillPath_, last_);
+    if (video_) video_->close();
+  }
+
+ private:
+  std::string videoPath_;
+  std::string stillPath_;
+  std::optional<VideoOutput> video_;
+  Annotator annotator_;
+  cv::Mat last_;
+};
+
+void checkOptions(const TrackOptions& options) {
+  if (options.threads < 1 || options.threads > 256) {
+    throw HostError(ExitCode::Usage, "--threads " + std::to_string(options.threads) + " is not between 1 and 256");
+  }
+  if (!options.video.empty()) checkWritable(options.video, "--video");
+  if (!options.still.empty()) {
+    checkPictureName(options.still, "--still");
+    checkWritable(options.still, "--still");
+  }
+}
+
+/// The human summary goes to standard output, unless the records are there already.
+void printSummary(const TrackOptions& options, const RunSummary& summary) {
+  std::FILE* out = options.records == "-" ? stderr : stdout;
+  std::string text = summary.text();
+  const auto path = [&text](const char* what, const std::string& name) {
+    if (!name.empty() && name != "-") text += std::string(what) + name + "\n";
+  };
+  path("video:   ", options.video);
+  path("still:   ", options.still);
+  path("records: ", options.records);
+  std::fputs(text.c_str(), out);
+}
+
+int finish(const TrackOptions& options, const RunSummary& summary, const TrackRunResult& result) {
+  for (const CallRecord& refused : result.refused) {
+    const cv::Rect b = refused.givenBox.value_or(cv::Rect());
+    std::fprintf(stderr, "csrt-track: tracking of '%s' did not start on the box %d,%d,%d,%d: %s\n",
+                 refused.target.c_str(), b.x, b.y, b.width, b.height,
+                 refused.reason.empty() ? "the plug-in refused it" : refused.reason.c_str());
+  }
+  const bool noneStarted = result.refused.size() == summary.totals().size();
+  if (!noneStarted && !options.quiet) printSummary(options, summary);
+  if (!result.refused.empty()) return static_cast<int>(ExitCode::NotStarted);
+  return result.interrupted ? 128 + interruptSignal() : static_cast<int>(ExitCode::Done);
+}
+
+int track(const TrackOptions& options) {
+  TrackRun run;
+  run.sourceName = options.source.source;
+  run.targets = parseTargetOptions(options.boxes);
+  run.configText = buildConfigText(options.config);
+  run.threads = options.threads;
+  run.logToStderr = options.debug || asksForDebug(run.configText);
+  checkOptions(options);
+  const std::unique_ptr<FrameSource> source = openFrameSource(options.source);
+  PluginLibrary library(options.plugin);
+
+  RunSummary summary;
+  Progress progress;
+  PictureObserver pictures(options.video, options.still);
+  std::optional<RecordsObserver> records;
+  std::vector<RunObserver*> observers = {&summary};
+  if (!options.records.empty()) observers.push_back(&records.emplace(options.records));
+  if (!options.video.empty() || !options.still.empty()) observers.push_back(&pictures);
+  if (!options.quiet) observers.push_back(&progress);
+  const TrackRunResult result = runTrack(*source, library, run, observers);
+  return finish(options, summary, result);
+}
+
+void addSourceOptions(CLI::App& command, SourceOptions& source) {
+  command
+      .add_option("source", source.source,
+                  "Video file, printf pattern (img/%04d.jpg), folder of pictures, or camera number")
+      ->required()
+      ->type_name("SOURCE");
+  command.add_option("--start", source.start, "First frame to use, counted from 0")->type_name("N");
+  command.add_option("--frames", source.frames, "Use at most so many frames")->type_name("N");
+  command.add_option("--fps", source.fps, "Frames per second; default: what the source says, 25 for pictures")
+      ->type_name("RATE");
+}
+
+}  // namespace
+
+void addTrackCommand(CLI::App& app, int& status) {
+  const auto options = std::make_shared<TrackOptions>();
+  CLI::App& command = *app.add_subcommand("track", "Follow one or several targets through a video");
+  addSourceOptions(command, options->source);
+  command
+      .add_option("--box", options->boxes,
+                  "Target on the first frame, pixels; may be repeated, with names: --box walker=412,230,64,48")
+      ->required()
+      ->type_name("[NAME=]X,Y,W,H")
+      ->take_all()
+      ->allow_extra_args(false);
+  command.add_option("--config", options->config.file, "Configuration file (JSON)")->type_name("FILE");
+  command.add_option("--set", options->config.sets, "One configuration value; may be repeated")
+      ->type_name("GROUP.KEY=VALUE")
+      ->take_all()
+      ->allow_extra_args(false);
+  command.add_option("--records", options->records, "Write one JSON line per call; -: to standard output")
+      ->type_name("FILE");
+  command.add_option("--video", options->video, "Write the annotated video")->type_name("FILE");
+  command.add_option("--still", options->still, "Write the last annotated frame, such as last.png")->type_name("FILE");
+  command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
+      ->type_name("PATH");
+  command.add_option("--threads", options->threads, "Threads that the targets share")
+      ->type_name("N")
+      ->capture_default_str();
+  command.add_flag("--debug", options->debug, "Show the plug-in's log lines on standard error");
+  command.add_flag("--quiet", options->quiet, "No progress, no summary");
+  command.callback([options, &status] { status = track(*options); });
+}
+
+}  // namespace host

@@ -1,0 +1,15 @@
+// The subcommands of csrt-track. Each adds itself to the program and, when chosen, does its work and sets `status`;
+// a failure is thrown as HostError.
+#pragma once
+
+namespace CLI {
+class App;
+}
+
+namespace host {
+
+void addTrackCommand(CLI::App& app, int& status);
+void addDrawSceneCommand(CLI::App& app, int& status);
+void addSchemaCommand(CLI::App& app, int& status);
+
+}  // namespace host

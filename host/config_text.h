@@ -1,0 +1,26 @@
+// The one JSON text that the plug-in's setConfig() gets, put together from what the user gave.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace host {
+
+struct ConfigOptions {
+  std::string preset;             ///< Name of a shipped configuration; empty: none.
+  std::string file;               ///< A JSON file; empty: none.
+  std::vector<std::string> sets;  ///< "group.key=value" or "key=value", applied in order.
+};
+
+/// Preset, then file, then single values; a later one replaces an earlier one key by key.
+/// A file alone is passed on byte for byte. Empty when nothing was given.
+/// @throws HostError (Usage) naming the file or the value that cannot be used
+std::string buildConfigText(const ConfigOptions& options);
+
+/// The whole file. @throws HostError (Usage) naming it when it cannot be read
+std::string readTextFile(const std::string& path);
+
+/// Whether the text asks for the plug-in's log lines (misc.debug).
+bool asksForDebug(const std::string& configText);
+
+}  // namespace host

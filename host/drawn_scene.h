@@ -1,0 +1,30 @@
+// A small scene made of numbers: a figure walks along a street and passes behind a lamp post. For a first look where
+// no clip is at hand, and for tests that need a video with a known answer.
+#pragma once
+
+#include <cstdint>
+#include <opencv2/core.hpp>
+#include <string>
+
+namespace host {
+
+class DrawnScene {
+ public:
+  /// @param size  of the frames, pixels, at least 160 x 120
+  /// @param seed  the same seed draws the same pixels on every machine
+  DrawnScene(cv::Size size, std::uint64_t seed);
+
+  /// Frame i, from 0: 8-bit BGR. Pure: any order.
+  cv::Mat frame(int i) const;
+  /// Where the figure is in frame i, full-frame pixels; behind the post too.
+  cv::Rect truth(int i) const;
+
+ private:
+  cv::Mat background_;
+  cv::Mat figure_;
+};
+
+/// Writes `frames` frames as a video. @throws HostError (Usage, Output) naming the path
+void writeDrawnScene(const std::string& path, cv::Size size, int frames, double fps);
+
+}  // namespace host

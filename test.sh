@@ -1,0 +1,8 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, runs all tests. Arguments go to ctest, such as -R window_geometry.
+set -euo pipefail
+cd "$(dirname "$0")"
+. tools/install-deps.sh
+csrt_install_dependencies
+csrt_build -DCSRT_BUILD_TESTS=ON
+ctest --test-dir build --output-on-failure "$@"
