@@ -89,7 +89,7 @@ void drawMotion(cv::Mat& picture, const cv::Rect& box, const cv::Point2f& motion
   if (std::hypot(reach.x, reach.y) < 4.0 * sizes.scale) return;  // too short for a direction
   const cv::Point from = centreOf(box);
   const cv::Point to(from.x + cvRound(reach.x), from.y + cvRound(reach.y));
-  const double head = sizes.px(9) / std::hypot(reach.x, reach.y);  // of the arrow's length
+  const double head = sizes.px(9) / std::hypot<double>(reach.x, reach.y);  // of the arrow's length
   cv::arrowedLine(picture, from, to, kDark, sizes.stroke() + sizes.px(1.5), cv::LINE_AA, 0, head);
   cv::arrowedLine(picture, from, to, colour, sizes.stroke(), cv::LINE_AA, 0, head);
 }
