@@ -125,7 +125,7 @@ cv::Scalar colourOf(const CallRecord& record, const cv::Scalar& own) {
 }
 
 std::string labelOf(const CallRecord& record) {
-  std::string label = record.target + "  " + name(record.state);
+  std::string label = record.target + "  " + (record.isInit && record.started ? "start" : name(record.state));
   if (record.score) label += fmt::format(" {:.2f}", *record.score);
   if (record.secondsSinceSeen && *record.secondsSinceSeen > 0)
     label += fmt::format("  unseen {:.1f} s", *record.secondsSinceSeen);

@@ -1,6 +1,7 @@
 // csrt-track track: follows targets through a video and writes what was found.
 #include <CLI/CLI.hpp>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
@@ -86,11 +87,11 @@ void printSummary(const TrackOptions& options, const RunSummary& summary) {
   std::FILE* out = options.records == "-" ? stderr : stdout;
   std::string text = summary.text();
   const auto path = [&text](const char* what, const std::string& name) {
-    if (!name.empty() && name != "-") text += std::string(what) + name + "\n";
+    if (!name.empty() && name != "-") text += what + std::filesystem::absolute(name).lexically_normal().string() + "\n";
   };
-  path("video:   ", options.video);
-  path("still:   ", options.still);
-  path("records: ", options.records);
+  path("\nannotated video  ", options.video);
+  path("still picture    ", options.still);
+  path("records          ", options.records);
   std::fputs(text.c_str(), out);
 }
 
