@@ -85,11 +85,11 @@ void checkOptions(const TrackOptions& options) {
 /// The human summary goes to standard output, unless the records are there already.
 void printSummary(const TrackOptions& options, const RunSummary& summary) {
   std::FILE* out = options.records == "-" ? stderr : stdout;
-  std::string text = summary.text();
+  std::string text = summary.text() + "\n";
   const auto path = [&text](const char* what, const std::string& name) {
     if (!name.empty() && name != "-") text += what + std::filesystem::absolute(name).lexically_normal().string() + "\n";
   };
-  path("\nannotated video  ", options.video);
+  path("annotated video  ", options.video);
   path("still picture    ", options.still);
   path("records          ", options.records);
   std::fputs(text.c_str(), out);

@@ -1,0 +1,20 @@
+# Tests of the host program. They run the built program on drawn scenes with a scripted plug-in, so that every answer
+# a plug-in can give is tried; the ones that need the real plug-in load it as a foreign host does.
+add_library(fake_plugin MODULE fake_plugin.cpp)
+target_link_libraries(fake_plugin PRIVATE OculaTools class_loader::class_loader csrt_warnings)
+
+find_package(valijson QUIET)
+
+# csrt_add_host_test(<name> [libraries...]): like csrt_add_test, with the program and both plug-ins at hand.
+function(csrt_add_host_test name)
+  csrt_add_test(${name} csrt_host ${ARGN})
+  target_compile_definitions(${name} PRIVATE
+    CSRT_TRACK_PROGRAM="$<TARGET_FILE:csrt-track>"
+    CSRT_FAKE_PLUGIN="$<TARGET_FILE:fake_plugin>"
+    CSRT_REAL_PLUGIN="$<TARGET_FILE:csrt_tracking_plugin>")
+  add_dependencies(${name} csrt-track fake_plugin csrt_tracking_plugin)
+endfunction()
+
+csrt_add_host_test(track_state_test)
+csrt_add_host_test(target_option_test)
+csrt_add_host_test(track_command_test)
