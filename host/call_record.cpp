@@ -29,8 +29,10 @@ Json toJson(const cv::Rect& box) {
   return {{"x", box.x}, {"y", box.y}, {"w", box.width}, {"h", box.height}};
 }
 
-double roundedTo(double value, double step) {
-  return std::round(value / step) * step;
+/// 0.3 rather than 0.30000000000000004, so that a person can read the records too.
+double roundedTo(double value, int digits) {
+  const double unit = std::pow(10.0, digits);
+  return std::round(value * unit) / unit;
 }
 
 }  // namespace

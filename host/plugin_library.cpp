@@ -33,8 +33,9 @@ std::string oneLine(std::string text) {
 
 std::string defaultPluginPath() {
   const fs::path folder = programFolder();
-  const std::vector<fs::path> candidates = {folder / kPluginFile, folder.parent_path() / "lib" / kPluginFile,
-                                            fs::path(CSRT_PLUGIN_INSTALL_DIR) / kPluginFile};
+  const std::vector<fs::path> candidates = {
+      folder / kPluginFile, folder.parent_path() / "lib" / kPluginFile,  // a build folder
+      folder.parent_path() / CSRT_PLUGIN_INSTALL_DIR / kPluginFile};     // an installation, wherever it was moved to
   for (const fs::path& candidate : candidates) {
     std::error_code ignored;
     if (fs::exists(candidate, ignored)) return candidate.string();

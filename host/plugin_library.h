@@ -18,7 +18,7 @@ inline constexpr const char* kPluginClass = "CSRTTrackingAlgo";
 /// One loaded plug-in library. Objects made by create() must be gone before the library is.
 class PluginLibrary {
  public:
-  /// @param path  the shared library; empty: libcsrt_tracking_plugin.so beside the program, or in ../lib of it
+  /// @param path  the shared library; empty: defaultPluginPath()
   /// @throws HostError (Plugin) naming the file and the loader's reason
   explicit PluginLibrary(const std::string& path);
   ~PluginLibrary();
@@ -34,7 +34,8 @@ class PluginLibrary {
   std::unique_ptr<class_loader::ClassLoader> loader_;
 };
 
-/// Where the plug-in is looked for when no path is given: the first existing candidate, else the first candidate.
+/// Where the plug-in is looked for when no path is given: beside the program, in the build folder's lib, where it is
+/// installed. The first that exists, else the first.
 std::string defaultPluginPath();
 
 }  // namespace host
