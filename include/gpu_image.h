@@ -48,6 +48,14 @@ void resizeImage(const GpuImage& src, GpuImage& dst, const cv::Size& size, doubl
 /// @param method  cv::TemplateMatchModes, in practice cv::TM_CCOEFF_NORMED
 void gpuMatchTemplate(const GpuImage& image, const GpuImage& templ, GpuImage& result, int method);
 
+/// The best place in a map of matching scores.
+struct BestMatch {
+  double score = -1.0;  ///< -1 without a map, and where the maximum is not finite.
+  cv::Point place;      ///< Map pixels; the first in row-major order among equals.
+};
+/// @param memory  scratch; keep it between calls and nothing is allocated
+BestMatch bestMatch(const GpuImage& scores, cv::Mat& memory);
+
 /// Name of an OpenCV type code, such as "CV_8UC3".
 std::string cvTypeToStr(int type);
 

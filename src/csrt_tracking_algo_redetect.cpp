@@ -401,12 +401,9 @@ void CSRTTrackingAlgo::findBestInROI_GPU_Locked_(double cx, double cy, double ob
     return;
   }
   gpuMatchTemplate(image.region(search), templ, buffers_.scores, cv::TM_CCOEFF_NORMED);
-  double best = -1.0;
-  cv::Point place;
-  buffers_.scores.download(buffers_.scoreMap);
-  cv::minMaxLoc(buffers_.scoreMap, nullptr, &best, nullptr, &place);
-  score = std::isfinite(best) ? best : -1.0;
-  out = {search.x + place.x, search.y + place.y, templ.cols(), templ.rows()};
+  const BestMatch best = bestMatch(buffers_.scores, buffers_.scoreMap);
+  score = best.score;
+  out = {search.x + best.place.x, search.y + best.place.y, templ.cols(), templ.rows()};
 }
 
 void CSRTTrackingAlgo::reDetectGlobally_Locked_(ocula::OculaPicture& picture, int frameW, int frameH) {
@@ -491,14 +488,11 @@ bool CSRTTrackingAlgo::matchBeatsBest_Locked_(RedetectRun& run, const RedetectPa
                                               const GpuImage& templ) {
   ++run.matchCalls;
   gpuMatchTemplate(coarse, templ, buffers_.scores, cv::TM_CCOEFF_NORMED);
-  double score = -1.0;
-  cv::Point place;
-  buffers_.scores.download(buffers_.scoreMap);
-  cv::minMaxLoc(buffers_.scoreMap, nullptr, &score, nullptr, &place);
-  if (!std::isfinite(score) || !(score > run.coarseScore)) return false;  // equal: the earlier hit stays
-  run.coarseScore = score;
+  const BestMatch match = bestMatch(buffers_.scores, buffers_.scoreMap);
+  if (!(match.score > run.coarseScore)) return false;  // equal: the earlier hit stays
+  run.coarseScore = match.score;
   run.best = &patch;
-  run.bestPlace = place;
+  run.bestPlace = match.place;
   run.bestTemplate = templ.size();
   return true;
 }

@@ -1,6 +1,7 @@
 #include "gpu_image.h"
 
 #include <array>
+#include <cmath>
 
 #include "image_backend.h"
 
@@ -56,6 +57,15 @@ void resizeImage(const GpuImage& src, GpuImage& dst, const cv::Size& size, doubl
 
 void gpuMatchTemplate(const GpuImage& image, const GpuImage& templ, GpuImage& result, int method) {
   imageBackend().matchTemplate(image, templ, result, method);
+}
+
+BestMatch bestMatch(const GpuImage& scores, cv::Mat& memory) {
+  BestMatch best;
+  if (scores.empty()) return best;
+  scores.download(memory);
+  cv::minMaxLoc(memory, nullptr, &best.score, nullptr, &best.place);
+  if (!std::isfinite(best.score)) best.score = -1.0;
+  return best;
 }
 
 std::string cvTypeToStr(int type) {
