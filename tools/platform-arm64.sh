@@ -15,13 +15,13 @@ mkdir -p "$root/.cache/arm64"
 debian_sysroot "$sysroot" arm64 bookworm libc6-dev libstdc++-12-dev "${csrt_libraries[@]}"
 
 build=$root/build-arm64
-cmake -S "$root" -B "$build" -G Ninja "-DCMAKE_TOOLCHAIN_FILE=$root/cmake/aarch64-linux-gnu.cmake" \
-  "-DCSRT_SYSROOT=$sysroot" -DCSRT_WARNINGS_AS_ERRORS=ON -DPython3_EXECUTABLE=/usr/bin/python3
+cmake -S "$root" -B "$build" "${csrt_configure[@]}" "-DCSRT_SYSROOT=$sysroot" \
+  "-DCMAKE_TOOLCHAIN_FILE=$root/cmake/aarch64-linux-gnu.cmake"
 cmake --build "$build"
 ctest --test-dir "$build" --output-on-failure "$@"
 
 native=$root/build-arm64-reference
-cmake -S "$root" -B "$native" -G Ninja -DCSRT_BUILD_HOST=OFF -DPython3_EXECUTABLE=/usr/bin/python3
+cmake -S "$root" -B "$native" "${csrt_configure[@]}" -DCSRT_BUILD_HOST=OFF
 cmake --build "$native" --target scene_boxes
 "$native/bin/scene_boxes" >"$build/boxes-here.txt"
 qemu-aarch64 -L "$sysroot" "$build/bin/scene_boxes" >"$build/boxes-arm64.txt"

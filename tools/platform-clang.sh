@@ -9,7 +9,6 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 
 need_programs clang-14:clang++-14 cmake:cmake ninja-build:ninja
 build=$root/build-clang
-cmake -S "$root" -B "$build" -G Ninja -DCMAKE_CXX_COMPILER=clang++-14 -DCSRT_WARNINGS_AS_ERRORS=ON \
-  -DPython3_EXECUTABLE=/usr/bin/python3
+cmake -S "$root" -B "$build" "${csrt_configure[@]}" -DCMAKE_CXX_COMPILER=clang++-14
 cmake --build "$build"
 ctest --test-dir "$build" --output-on-failure "$@"

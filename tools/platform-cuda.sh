@@ -24,7 +24,7 @@ install_in_root "$os" "${csrt_compilers[@]}" "${libraries[@]}" nvidia-cuda-toolk
   libavcodec-dev libavformat-dev libavutil-dev libswscale-dev
 
 export ROOT_BINDS="$root:/src"
-in_root "$os" cmake -S /src -B /build/csrt -G Ninja -DCSRT_CUDA=ON "-DOpenCV_DIR=$prefix/lib/cmake/opencv4" \
-  -DCSRT_WARNINGS_AS_ERRORS=ON -DCSRT_BUILD_BENCH=ON -DPython3_EXECUTABLE=/usr/bin/python3
+in_root "$os" cmake -S /src -B /build/csrt "${csrt_configure[@]}" -DCSRT_CUDA=ON -DCSRT_BUILD_BENCH=ON \
+  "-DOpenCV_DIR=$prefix/lib/cmake/opencv4"
 in_root "$os" cmake --build /build/csrt
 in_root "$os" env "LD_LIBRARY_PATH=$prefix/lib" ctest --test-dir /build/csrt --output-on-failure "$@"

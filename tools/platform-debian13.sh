@@ -12,6 +12,6 @@ os=$root/.cache/debian13
 debian_root "$os" trixie main
 install_in_root "$os" "${csrt_compilers[@]}" "${csrt_libraries[@]}"
 export ROOT_BINDS="$root:/src"
-in_root "$os" cmake -S /src -B /build -G Ninja -DCSRT_WARNINGS_AS_ERRORS=ON -DPython3_EXECUTABLE=/usr/bin/python3
+in_root "$os" cmake -S /src -B /build "${csrt_configure[@]}"
 in_root "$os" cmake --build /build
 in_root "$os" ctest --test-dir /build --output-on-failure "$@"

@@ -140,3 +140,7 @@ csrt_libraries=(libopencv-dev libclass-loader-dev ament-cmake libconsole-bridge-
   libcli11-dev nlohmann-json3-dev libfmt-dev libspdlog-dev libvalijson-dev)
 # shellcheck disable=SC2034
 csrt_compilers=(g++ cmake ninja-build ccache pkg-config python3)
+
+# How every platform configures; CSRT_CMAKE_OPTIONS adds to it, such as -DCSRT_BUILD_HOST=OFF.
+# shellcheck disable=SC2034,SC2206
+csrt_configure=(-G Ninja -DCSRT_WARNINGS_AS_ERRORS=ON -DPython3_EXECUTABLE=/usr/bin/python3 ${CSRT_CMAKE_OPTIONS:-})
