@@ -18,9 +18,9 @@ debian_root "$os" trixie "main contrib non-free non-free-firmware"
 [ -e "$os$prefix/lib/cmake/opencv4/OpenCVConfig.cmake" ] ||
   fail "no OpenCV with CUDA under $os$prefix: build it with tools/opencv-cuda.sh, or unpack one built before"
 # Debian's own OpenCV stays away: two versions in one process would not end well.
-libraries=()
-for library in "${csrt_libraries[@]}"; do [ "$library" = libopencv-dev ] || libraries+=("$library"); done
-install_in_root "$os" "${csrt_compilers[@]}" "${libraries[@]}" nvidia-cuda-toolkit libjpeg-dev libpng-dev zlib1g-dev \
+packages=()
+for package in "${csrt_packages[@]}"; do [[ $package == libopencv-* ]] || packages+=("$package"); done
+install_in_root "$os" "${packages[@]}" nvidia-cuda-toolkit libjpeg-dev libpng-dev zlib1g-dev \
   libavcodec-dev libavformat-dev libavutil-dev libswscale-dev
 
 export ROOT_BINDS="$root:/src"

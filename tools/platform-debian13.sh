@@ -10,7 +10,7 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 
 os=$root/.cache/debian13
 debian_root "$os" trixie main
-install_in_root "$os" "${csrt_compilers[@]}" "${csrt_libraries[@]}"
+install_in_root "$os" "${csrt_packages[@]}"
 export ROOT_BINDS="$root:/src"
 in_root "$os" cmake -S /src -B /build "${csrt_configure[@]}"
 in_root "$os" cmake --build /build

@@ -134,12 +134,14 @@ finish_sysroot() {
   done
 }
 
-# Debian's names of what the project is built with, the same on every platform.
-# shellcheck disable=SC2034  # used by those who source this
-csrt_libraries=(libopencv-dev libclass-loader-dev ament-cmake libconsole-bridge-dev libssl-dev libgtest-dev libbenchmark-dev
-  libcli11-dev nlohmann-json3-dev libfmt-dev libspdlog-dev libvalijson-dev)
-# shellcheck disable=SC2034
-csrt_compilers=(g++ cmake ninja-build ccache pkg-config python3)
+# What the project is built with: programs that run here, and libraries of the platform it is built for.
+# shellcheck source=tools/install-deps.sh
+. "${BASH_SOURCE%/*}/../install-deps.sh"
+csrt_tools='g++ cmake ninja-build pkg-config python3'
+csrt_libraries=()
+for package in "${csrt_packages[@]}"; do
+  [[ " $csrt_tools " == *" $package "* ]] || csrt_libraries+=("$package")
+done
 
 # How every platform configures; CSRT_CMAKE_OPTIONS adds to it, such as -DCSRT_BUILD_HOST=OFF.
 # shellcheck disable=SC2034,SC2206
