@@ -8,6 +8,7 @@ cd "$here"
 . tools/install-deps.sh
 . tools/fetch-clip.sh
 csrt_install_dependencies
+# shellcheck disable=SC2119  # the arguments are for the program, not for the build
 csrt_build
 
 if [ $# -gt 0 ]; then
@@ -17,12 +18,12 @@ fi
 
 # The walker comes in from the right, passes behind the lamp post, turns, and passes it again on the way back.
 if clip=$(csrt_fetch_clip); then
-  target=(--start 240 --frames 160 --box walker=664,268,38,108)
+  target=(--start 240 --frames 160 --box "walker=664,268,38,108")
 else
   echo "Without the clip: following a figure through a drawn scene instead." >&2
   clip=.cache/drawn_scene.avi
   build/bin/csrt-track draw-scene "$clip"
-  target=(--box figure=116,165,32,60)
+  target=(--box "figure=116,165,32,60")
 fi
 mkdir -p out
 echo >&2

@@ -10,11 +10,11 @@
 #include <string>
 #include <vector>
 
+#include <ocula/ocula_picture.h>
 #include "csrt_config.h"
 #include "csrt_tracker_health.h"
 #include "gpu_image.h"
 #include "ialgo_plugin.h"
-#include <ocula/ocula_picture.h>
 
 class SwJsonObject;
 

@@ -111,5 +111,6 @@ const ImageBackend& imageBackend() {
   static const HostImageBackend host;
   static const CudaImageBackend cuda;
   static const bool onDevice = hasCudaDevice();
-  return onDevice ? static_cast<const ImageBackend&>(cuda) : host;
+  if (onDevice) return cuda;
+  return host;
 }

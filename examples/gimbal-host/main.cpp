@@ -30,7 +30,8 @@ struct Camera {
   cv::Mat look(const cv::Mat& scene) const {
     const int x = static_cast<int>(std::lround(scene.cols * 0.5 + pan * kPixelsPerDegree - kWidth * 0.5));
     const int y = static_cast<int>(std::lround(scene.rows * 0.5 - tilt * kPixelsPerDegree - kHeight * 0.5));
-    return scene(cv::Rect(std::clamp(x, 0, scene.cols - kWidth), std::clamp(y, 0, scene.rows - kHeight), kWidth, kHeight))
+    return scene(
+               cv::Rect(std::clamp(x, 0, scene.cols - kWidth), std::clamp(y, 0, scene.rows - kHeight), kWidth, kHeight))
         .clone();
   }
 

@@ -9,7 +9,9 @@
 
 using Frames = std::vector<std::shared_ptr<ocula::OculaPicture>>;
 
-static Frames frameOf(const cv::Mat& bgr) { return {std::make_shared<ocula::OculaPicture>(bgr.clone())}; }
+static Frames frameOf(const cv::Mat& bgr) {
+  return {std::make_shared<ocula::OculaPicture>(bgr.clone())};
+}
 
 // The members of a record are an ordered list of names and values.
 static const AlgoValue& member(const AlgoValue& object, const char* name) {
