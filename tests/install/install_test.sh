@@ -1,0 +1,40 @@
+#!/usr/bin/env bash
+# install_test.sh SOURCE BUILD WORK COMPILER: installs the build, builds the examples by find_package and by pkg-config, and runs them.
+set -euo pipefail
+source=$1 build=$2 work=$3 compiler=$4
+prefix=$work/prefix
+rm -rf "$work/prefix" "$work/cmake" "$work/cmake-gimbal" "$work/scene"
+mkdir -p "$work/scene"
+
+fail() { echo "install_test.sh: $1" >&2; exit 1; }
+
+cmake --install "$build" --prefix "$prefix" >/dev/null
+plugin=$(find "$prefix" -name libcsrt_tracking_plugin.so)
+[ -f "$plugin" ] || fail 'the plug-in was not installed'
+[ -n "$(find "$prefix" -name ialgo_plugin.h)" ] || fail 'the interface header was not installed'
+
+"$prefix/bin/csrt-track" schema records >/dev/null || fail 'the installed csrt-track prints no schema'
+
+for example in minimal-host gimbal-host; do
+  cmake -S "$source/examples/$example" -B "$work/cmake-$example" -DCMAKE_PREFIX_PATH="$prefix" \
+    -DPython3_EXECUTABLE=/usr/bin/python3 -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_BUILD_TYPE=Release >/dev/null
+  cmake --build "$work/cmake-$example" >/dev/null
+done
+"$work/cmake-gimbal-host/gimbal-host" "$plugin" | grep -q tracking || fail 'the host with a camera did not track'
+
+"$prefix/bin/csrt-track" draw-scene "$work/scene/scene.avi" --frames 12 >/dev/null
+box=116,165,32,60  # where the drawn figure starts, says the help text
+export PKG_CONFIG_PATH
+PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name csrt_tracking_plugin.pc)")
+# class_loader ships no pkg-config file: its include folders are those of its package.
+includes=$(find /usr/include -maxdepth 1 \( -name 'class_loader' -o -name 'rc*' -o -name 'console_bridge' \) -printf '-isystem %p ')
+# shellcheck disable=SC2046,SC2086
+"$compiler" -std=c++17 -O1 "$source/examples/minimal-host/main.cpp" -o "$work/minimal-host" $includes \
+  $(pkg-config --cflags --libs csrt_tracking_plugin) -lclass_loader -lconsole_bridge -lrcpputils
+[ "$(pkg-config --variable=plugin csrt_tracking_plugin)" -ef "$plugin" ] || fail 'pkg-config names another plug-in'
+
+for host in "$work/cmake-minimal-host/minimal-host" "$work/minimal-host"; do
+  "$host" "$plugin" "$work/scene/scene.avi" "$box" >"$work/out.txt" || fail "$host did not track"
+  [ "$(grep -c score "$work/out.txt")" -ge 10 ] || fail "$host printed fewer boxes than frames"
+done
+echo 'install_test.sh: installed, found by CMake and pkg-config, two hosts built and run'
