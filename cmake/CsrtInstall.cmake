@@ -26,6 +26,7 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/csrt_tracking_pluginConfi
 install(FILES ${PROJECT_BINARY_DIR}/csrt_tracking_pluginConfig.cmake
               ${PROJECT_BINARY_DIR}/csrt_tracking_pluginConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/csrt_tracking_plugin COMPONENT dev)
+file(RELATIVE_PATH csrt_pc_to_prefix /p/${CMAKE_INSTALL_LIBDIR}/pkgconfig /p)  # the tree may be moved
 configure_file(cmake/csrt_tracking_plugin.pc.in ${PROJECT_BINARY_DIR}/csrt_tracking_plugin.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/csrt_tracking_plugin.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
