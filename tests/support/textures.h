@@ -9,7 +9,7 @@ namespace textured {
 
 /// Coloured blocks of about `grain` pixels, blended; the same for the same arguments everywhere.
 inline cv::Mat texture(const cv::Size& size, int grain, std::uint64_t seed) {
-  cv::RNG random(seed);
+  cv::RNG random(seed * 0x9E3779B97F4A7C15U);  // spread: neighbouring seeds start alike otherwise
   cv::Mat small((size.height + grain - 1) / grain, (size.width + grain - 1) / grain, CV_8UC3);
   random.fill(small, cv::RNG::UNIFORM, 0, 256);
   cv::Mat out;
@@ -24,7 +24,7 @@ inline cv::Mat ground(const cv::Size& size, std::uint64_t seed = 1) {
 
 /// A lively target.
 inline cv::Mat target(const cv::Size& size, std::uint64_t seed = 7) {
-  return texture(size, 8, seed);
+  return texture(size, 6, seed);
 }
 
 /// Draws `patch` with its top-left corner at `at`; what lies outside the picture is cut.
