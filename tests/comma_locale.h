@@ -1,5 +1,7 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <clocale>
 #include <cstdlib>
 #include <filesystem>
@@ -11,7 +13,7 @@ class CommaLocale {
  public:
   CommaLocale() {
     if (tryLocale("de_DE.UTF-8") || tryLocale("fr_FR.UTF-8")) return;
-    folder_ = std::filesystem::temp_directory_path() / ("comma_locale_" + std::to_string(std::rand()));
+    folder_ = std::filesystem::temp_directory_path() / ("comma_locale_" + std::to_string(getpid()));
     std::filesystem::create_directories(folder_);
     const std::string command = "localedef -i de_DE -f UTF-8 '" + (folder_ / "de_DE.UTF-8").string() + "' >/dev/null";
     if (std::system(command.c_str()) != 0) return;  // the warnings of localedef are no concern here, its result is

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdio>
@@ -182,7 +183,7 @@ TEST(Wipe, LeavesZeros) {
 
 // What the openssl command prints for these arguments when `input` is its standard input.
 std::string runOpenSsl(const std::string& arguments, const std::string& input) {
-  const auto file = std::filesystem::temp_directory_path() / ("sw_crypto_test_" + std::to_string(std::rand()));
+  const auto file = std::filesystem::temp_directory_path() / ("sw_crypto_test_" + std::to_string(getpid()));
   std::ofstream(file, std::ios::binary) << input;
   const std::string command = "openssl " + arguments + " < '" + file.string() + "'";
   FILE* const pipe = popen(command.c_str(), "r");
