@@ -103,7 +103,7 @@ class SwJsonContainer::Copier {
   SwJsonValue copy(const SwJsonValue& source) {
     SwJsonValue root = twin(source);
     while (!waiting_.empty()) {
-      const Pair next = std::move(waiting_.back());
+      const Pair next = waiting_.back();
       waiting_.pop_back();
       if (next.fromObject) {
         for (const auto& [key, value] : *next.fromObject) {

@@ -63,8 +63,8 @@ class SwJsonContainer {
   using Link = std::shared_ptr<SwJsonContainer>;
 
   SwJsonContainer() = default;
-  SwJsonContainer(const SwJsonContainer&) {}  // the link below is nobody's content
-  SwJsonContainer& operator=(const SwJsonContainer&) { return *this; }
+  SwJsonContainer(const SwJsonContainer&) {}                            // the link below is nobody's content
+  SwJsonContainer& operator=(const SwJsonContainer&) { return *this; }  // NOLINT(bugprone-unhandled-self-assignment)
   ~SwJsonContainer() = default;
 
   /// Puts onto `doomed` every container below that nothing else holds, and drops the rest.

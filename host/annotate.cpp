@@ -43,7 +43,7 @@ void dashedLine(cv::Mat& picture, cv::Point from, cv::Point to, const cv::Scalar
     return cv::Point(static_cast<int>(std::lround(from.x + (to.x - from.x) * t)),
                      static_cast<int>(std::lround(from.y + (to.y - from.y) * t)));
   };
-  for (double along = 0; along < length; along += 2.0 * dash) {
+  for (int along = 0; along < length; along += 2 * dash) {
     cv::line(picture, at(along), at(along + dash), colour, stroke, cv::LINE_AA);
   }
 }

@@ -78,7 +78,7 @@ class GpuBackendTest : public ::testing::Test {
   }
 
   const ImageBackend& device_ = imageBackend();
-  const HostImageBackend host_;
+  HostImageBackend host_;
   cv::RNG random_{77};
 };
 
