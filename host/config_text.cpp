@@ -75,7 +75,7 @@ std::string buildConfigText(const ConfigOptions& options) {
   if (options.preset.empty() && options.file.empty() && options.sets.empty()) return {};
   Json merged = Json::object();
   if (!options.file.empty()) {
-    const std::string text = readTextFile(options.file);
+    std::string text = readTextFile(options.file);
     const Json json = parseObject(text, options.file);
     if (options.preset.empty() && options.sets.empty()) return text;
     mergeInto(merged, json);

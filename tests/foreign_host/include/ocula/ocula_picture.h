@@ -37,7 +37,7 @@ class __attribute__((visibility("default"))) OculaPicture {
   int conversions() const { return conversions_; }  ///< Whole-frame conversions so far.
 
  private:
-  long padding_[7] = {};
+  [[maybe_unused]] long padding_[7] = {};
   int height_;
   int width_;
   BaseMetadata metadata_;
