@@ -128,6 +128,7 @@ std::vector<fs::path> picturesOfPattern(const NumberPattern& pattern, const std:
   if (found.empty()) throw HostError(ExitCode::Source, "no picture matches '" + source + "'");
   std::sort(found.begin(), found.end());
   std::vector<fs::path> pictures;
+  pictures.reserve(found.size());
   for (auto& entry : found) pictures.push_back(std::move(entry.second));
   return pictures;
 }
@@ -166,8 +167,8 @@ class PictureSource : public FrameSource {
 
 class VideoSource : public FrameSource {
  public:
-  VideoSource(cv::VideoCapture capture, const SourceOptions& options, bool live)
-      : capture_(std::move(capture)), next_(0), live_(live), begin_(Clock::now()) {
+  VideoSource(const cv::VideoCapture& capture, const SourceOptions& options, bool live)
+      : capture_(capture), next_(0), live_(live), begin_(Clock::now()) {
     const double said = capture_.get(cv::CAP_PROP_FPS);
     fps_ = options.fps > 0 ? options.fps : (std::isfinite(said) && said > 0 ? said : kPictureFps);
     const double count = live ? 0.0 : capture_.get(cv::CAP_PROP_FRAME_COUNT);
@@ -234,7 +235,7 @@ std::unique_ptr<FrameSource> openVideo(const SourceOptions& options) {
   if (!capture.open(options.source) || !capture.isOpened()) {
     throw HostError(ExitCode::Source, "cannot open '" + options.source + "' as a video");
   }
-  return std::make_unique<VideoSource>(std::move(capture), options, false);
+  return std::make_unique<VideoSource>(capture, options, false);
 }
 
 std::unique_ptr<FrameSource> openCamera(const SourceOptions& options) {
@@ -242,7 +243,7 @@ std::unique_ptr<FrameSource> openCamera(const SourceOptions& options) {
   if (options.source.size() > 4 || !capture.open(std::atoi(options.source.c_str())) || !capture.isOpened()) {
     throw HostError(ExitCode::Source, "there is no file '" + options.source + "' and no camera of that number");
   }
-  return std::make_unique<VideoSource>(std::move(capture), options, true);
+  return std::make_unique<VideoSource>(capture, options, true);
 }
 
 void checkNumbers(const SourceOptions& options) {
