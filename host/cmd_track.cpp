@@ -9,6 +9,7 @@
 
 #include "annotate.h"
 #include "commands.h"
+#include "config_check.h"
 #include "config_text.h"
 #include "frame_source.h"
 #include "host_error.h"
@@ -82,6 +83,17 @@ void checkOptions(const TrackOptions& options) {
   }
 }
 
+/// The plug-in passes over what it does not understand in silence; a person should hear of it once.
+void noteUncheckedFile(const TrackOptions& options) {
+  if (options.config.file.empty() || options.quiet) return;
+  for (const ConfigFinding& finding : checkConfig(readTextFile(options.config.file))) {
+    if (finding.level != ConfigFinding::Level::Warning) continue;
+    std::fprintf(stderr, "csrt-track: note: '%s' is not taken as it is written; see 'csrt-track config check %s'\n",
+                 options.config.file.c_str(), options.config.file.c_str());
+    return;
+  }
+}
+
 /// The human summary goes to standard output, unless the records are there already.
 void printSummary(const TrackOptions& options, const RunSummary& summary) {
   std::FILE* out = options.records == "-" ? stderr : stdout;
@@ -118,6 +130,8 @@ int track(const TrackOptions& options) {
   checkOptions(options);
   const std::unique_ptr<FrameSource> source = openFrameSource(options.source);
   PluginLibrary library(options.plugin);
+  checkSets(options.config.sets, library.create()->getConfigList());
+  noteUncheckedFile(options);
 
   RunSummary summary;
   Progress progress;
@@ -156,6 +170,10 @@ void addTrackCommand(CLI::App& app, int& status) {
       ->type_name("[NAME=]X,Y,W,H")
       ->take_all()
       ->allow_extra_args(false);
+  command
+      .add_option("--preset", options->config.preset,
+                  "A configuration that comes with the program; see 'config preset'")
+      ->type_name("NAME");
   command.add_option("--config", options->config.file, "Configuration file (JSON)")->type_name("FILE");
   command.add_option("--set", options->config.sets, "One configuration value; may be repeated")
       ->type_name("GROUP.KEY=VALUE")

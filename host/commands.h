@@ -9,6 +9,7 @@ class App;
 namespace host {
 
 void addTrackCommand(CLI::App& app, int& status);
+void addConfigCommand(CLI::App& app, int& status);
 void addDrawSceneCommand(CLI::App& app, int& status);
 void addSchemaCommand(CLI::App& app, int& status);
 

@@ -1,5 +1,6 @@
 #include "config_text.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -8,7 +9,9 @@
 #include <nlohmann/json.hpp>
 #include <system_error>
 
+#include "config_check.h"
 #include "host_error.h"
+#include "presets.h"
 
 namespace host {
 namespace {
@@ -16,16 +19,13 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 Json parseObject(const std::string& text, const std::string& name) {
-  try {
-    Json json = Json::parse(text);
-    if (json.is_object()) return json;
-  } catch (const Json::parse_error& e) {
-    std::string what = e.what();
-    const std::size_t begin = what.find("parse error");
-    if (begin != std::string::npos) what = what.substr(begin);
-    throw HostError(ExitCode::Usage, "configuration '" + name + "' is not JSON: " + what);
+  for (const ConfigFinding& finding : checkConfig(text)) {
+    if (finding.level != ConfigFinding::Level::Unusable) continue;
+    const TextPlace& at = finding.place;
+    throw HostError(ExitCode::Usage, "configuration '" + name + "', line " + std::to_string(at.line) + ", column " +
+                                         std::to_string(at.column) + ": " + finding.text);
   }
-  throw HostError(ExitCode::Usage, "configuration '" + name + "' is JSON but not an object");
+  return Json::parse(text, nullptr, false);  // the rare text that only the plug-in's own parser takes is discarded
 }
 
 /// Groups are merged, everything else is replaced.
@@ -60,6 +60,20 @@ void applySet(Json& target, const std::string& text) {
   group[path.substr(dot + 1)] = value;
 }
 
+/// "group.key" of everything a published schema describes.
+std::vector<std::string> keysOfSchema(const Json& schema) {
+  std::vector<std::string> keys;
+  if (!schema.is_object() || !schema.contains("properties")) return keys;
+  for (const auto& [name, entry] : schema["properties"].items()) {
+    if (!entry.contains("properties")) {
+      keys.push_back(name);
+      continue;
+    }
+    for (const auto& member : entry["properties"].items()) keys.push_back(name + "." + member.key());
+  }
+  return keys;
+}
+
 }  // namespace
 
 std::string readTextFile(const std::string& path) {
@@ -74,14 +88,31 @@ std::string readTextFile(const std::string& path) {
 std::string buildConfigText(const ConfigOptions& options) {
   if (options.preset.empty() && options.file.empty() && options.sets.empty()) return {};
   Json merged = Json::object();
+  if (!options.preset.empty()) mergeInto(merged, Json::parse(presetText(options.preset)));
   if (!options.file.empty()) {
     std::string text = readTextFile(options.file);
     const Json json = parseObject(text, options.file);
     if (options.preset.empty() && options.sets.empty()) return text;
+    if (json.is_discarded()) {
+      throw HostError(ExitCode::Usage, "configuration '" + options.file +
+                                           "' cannot be combined with --set or --preset: only "
+                                           "the plug-in's own reader takes it");
+    }
     mergeInto(merged, json);
   }
   for (const std::string& set : options.sets) applySet(merged, set);
   return merged.dump();
+}
+
+void checkSets(const std::vector<std::string>& sets, const std::string& schema) {
+  const std::vector<std::string> known = keysOfSchema(Json::parse(schema, nullptr, false));
+  for (const std::string& set : sets) {
+    const std::string path = set.substr(0, set.find('='));
+    if (known.empty() || std::find(known.begin(), known.end(), path) != known.end()) continue;
+    const std::string nearest = nearestName(path, known);
+    throw HostError(ExitCode::Usage, "--set '" + set + "': the plug-in does not know '" + path + "'" +
+                                         (nearest.empty() ? "" : "; did you mean '" + nearest + "'?"));
+  }
 }
 
 bool asksForDebug(const std::string& configText) {

@@ -17,6 +17,11 @@ struct ConfigOptions {
 /// @throws HostError (Usage) naming the file or the value that cannot be used
 std::string buildConfigText(const ConfigOptions& options);
 
+/// Refuses a value of --set that the plug-in would silently ignore because it does not know the key.
+/// @param schema  what the plug-in publishes; one without properties knows every key
+/// @throws HostError (Usage) naming the key and the nearest known one
+void checkSets(const std::vector<std::string>& sets, const std::string& schema);
+
 /// The whole file. @throws HostError (Usage) naming it when it cannot be read
 std::string readTextFile(const std::string& path);
 

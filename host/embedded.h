@@ -5,4 +5,11 @@ namespace host {
 
 extern const char* const kRecordsSchema;  ///< records.schema.json, the schema of one record line.
 
+struct EmbeddedText {
+  const char* name;  ///< File name without its ending; null behind the last one.
+  const char* text;
+};
+
+extern const EmbeddedText kPresets[];  ///< presets/*.json, sorted by name.
+
 }  // namespace host

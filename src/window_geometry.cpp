@@ -112,17 +112,6 @@ double ratioOr1(int numerator, int denominator) {
 
 }  // namespace
 
-int roundToInt(double value) {
-  return truncateToInt(std::round(value));
-}
-
-int truncateToInt(double value) {
-  if (std::isnan(value)) return 0;
-  if (value <= std::numeric_limits<int>::min()) return std::numeric_limits<int>::min();
-  if (value >= std::numeric_limits<int>::max()) return std::numeric_limits<int>::max();
-  return static_cast<int>(value);
-}
-
 std::int64_t areaOf(const cv::Rect& r) {
   return hasArea(r) ? std::int64_t{r.width} * r.height : 0;
 }

@@ -15,6 +15,8 @@ function(csrt_add_host_test name)
   add_dependencies(${name} csrt-track fake_plugin csrt_tracking_plugin)
 endfunction()
 
+csrt_add_host_test(config_check_test)
+csrt_add_host_test(config_command_test)
 csrt_add_host_test(track_state_test)
 csrt_add_host_test(target_option_test)
 csrt_add_host_test(track_command_test)
