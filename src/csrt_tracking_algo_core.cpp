@@ -4,7 +4,6 @@
 #include <exception>
 #include <opencv2/imgproc.hpp>
 #include <optional>
-#include <system_error>
 #include <utility>
 
 #include "algo_log.h"
@@ -260,6 +259,12 @@ void CSRTTrackingAlgo::clearPrepositionAndZoom_Locked_() {
 struct CSRTTrackingAlgo::UpdateStep {
   explicit UpdateStep(ocula::OculaPicture& p) : picture(p) {}
 
+  void take(std::unique_lock<std::mutex>& lock) {
+    hostMustKnow = true;
+    lock.lock();
+    hostMustKnow = false;
+  }
+
   ocula::OculaPicture& picture;
   cv::Size frame;
   cv::Rect window;          ///< Part of the frame that the tracker sees.
@@ -267,7 +272,7 @@ struct CSRTTrackingAlgo::UpdateStep {
   cv::Mat crop;             ///< The window's pixels, 8-bit BGR; may be smaller than the window.
   cv::Rect boxInCrop;       ///< Where the target was, in the crop.
   bool sizeChanged = false;
-  bool rebuilding = false;
+  bool hostMustKnow = false;  ///< Taking the lock, or building a tracker that cannot be built: let the error through.
   DetectionResult result;
 };
 
@@ -281,11 +286,9 @@ std::vector<AlgoOutput> CSRTTrackingAlgo::update(const Frames& frames, bool* pro
   UpdateStep step(*picture);
   try {
     trackFrame_(step);
-  } catch (const std::system_error&) {
-    throw;  // the lock itself failed
   } catch (const std::exception& e) {
     log_("update(): exception: %s", e.what());
-    if (step.rebuilding) throw;  // nothing can be tracked with these parameters: the host must learn of it
+    if (step.hostMustKnow) throw;
     step.result.dets.clear();
   }
   return {makeDetectionsOutput_(step.result)};
@@ -293,13 +296,14 @@ std::vector<AlgoOutput> CSRTTrackingAlgo::update(const Frames& frames, bool* pro
 
 void CSRTTrackingAlgo::trackFrame_(UpdateStep& step) {
   step.frame = {step.picture.width(), step.picture.height()};
-  std::unique_lock<std::mutex> lock(mutex_);
+  std::unique_lock<std::mutex> lock(mutex_, std::defer_lock);
+  step.take(lock);
   if (answerWithoutTracking_Locked_(step)) return;  // waiting, reset, lost, just re-seeded
   chooseWindow_Locked_(step);
 
   lock.unlock();  // a host may configure or restart while pixels are copied ...
   const bool haveCrop = tryCropWindow_(step);
-  lock.lock();
+  step.take(lock);
   if (!haveCrop) return answerPredicted_Locked_(step, "update(): OUT %zu detections (empty ROI)");
   if (!initialized_ || fullyLost_) {  // ... so look again
     return answerPredicted_Locked_(step, "update(): OUT %zu detections (late not init/fullyLost)");
@@ -497,9 +501,9 @@ void CSRTTrackingAlgo::carryBoxFromOldWindow_Locked_(UpdateStep& step) {
 
 void CSRTTrackingAlgo::rebuildTracker_Locked_(UpdateStep& step) {
   if (!hasArea(step.boxInCrop)) step.boxInCrop = centredBoxInCrop(trackBox_.size(), step.crop.size());
-  step.rebuilding = true;
+  step.hostMustKnow = true;
   publishTracker_Locked_(step.crop, step.boxInCrop);
-  step.rebuilding = false;
+  step.hostMustKnow = false;
 
   csrtInputSize_ = step.crop.size();
   initCrop_ = step.crop.clone();
