@@ -5,11 +5,21 @@ target_link_libraries(fake_plugin PRIVATE OculaTools class_loader::class_loader 
 
 find_package(valijson QUIET)
 
+# What tests start as the program: itself, or a script that starts it under the emulator where it was built for
+# another processor.
+set(csrt_program $<TARGET_FILE:csrt-track>)
+if(CMAKE_CROSSCOMPILING_EMULATOR)
+  set(csrt_program ${CMAKE_CURRENT_BINARY_DIR}/csrt-track-emulated)
+  list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " csrt_emulator)
+  file(GENERATE OUTPUT ${csrt_program} CONTENT "#!/bin/sh\nexec ${csrt_emulator} $<TARGET_FILE:csrt-track> \"$@\"\n"
+    FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
+endif()
+
 # csrt_add_host_test(<name> [libraries...]): like csrt_add_test, with the program and both plug-ins at hand.
 function(csrt_add_host_test name)
   csrt_add_test(${name} csrt_host ${ARGN})
   target_compile_definitions(${name} PRIVATE
-    CSRT_TRACK_PROGRAM="$<TARGET_FILE:csrt-track>"
+    CSRT_TRACK_PROGRAM="${csrt_program}"
     CSRT_FAKE_PLUGIN="$<TARGET_FILE:fake_plugin>"
     CSRT_REAL_PLUGIN="$<TARGET_FILE:csrt_tracking_plugin>")
   add_dependencies(${name} csrt-track fake_plugin csrt_tracking_plugin)

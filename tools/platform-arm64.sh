@@ -18,7 +18,8 @@ build=$root/build-arm64
 cmake -S "$root" -B "$build" "${csrt_configure[@]}" "-DCSRT_SYSROOT=$sysroot" \
   "-DCMAKE_TOOLCHAIN_FILE=$root/cmake/aarch64-linux-gnu.cmake"
 cmake --build "$build"
-ctest --test-dir "$build" --output-on-failure "$@"
+# Left out: tests that build with this machine's compiler or start what was built without the emulator.
+ctest --test-dir "$build" --output-on-failure --label-exclude '^native$' "$@"
 
 native=$root/build-arm64-reference
 cmake -S "$root" -B "$native" "${csrt_configure[@]}" -DCSRT_BUILD_HOST=OFF
