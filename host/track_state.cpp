@@ -72,6 +72,7 @@ StateReport rebuiltReport(const std::string& exitLine) {
 
 std::vector<std::string> messagesOf(const std::vector<std::string>& lines) {
   std::vector<std::string> messages;
+  messages.reserve(lines.size());
   for (const std::string& line : lines) messages.push_back(messageOf(line));
   return messages;
 }
