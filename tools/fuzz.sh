@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Feeds drawn inputs to the JSON parser, its strings, the decryption and setConfig() under the address and undefined
+# Feeds drawn inputs to the JSON parser, its strings, the decryption, setConfig() and whole call sequences under the address and undefined
 # behaviour sanitizers, each for a while.
 #   tools/fuzz.sh             10 seconds each
 #   tools/fuzz.sh 3600        an hour each
@@ -24,7 +24,7 @@ if command -v ninja >/dev/null; then generator="-G Ninja"; fi
 cmake -S "$root" -B "$build" $generator -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DPython3_EXECUTABLE=/usr/bin/python3 -DCSRT_SANITIZE=address,undefined -DCSRT_BUILD_FUZZ=ON \
   -DCSRT_BUILD_HOST=OFF -DCSRT_BUILD_TESTS=OFF >/dev/null
-targets="decrypt_aes json_parser json_string set_config"
+targets="decrypt_aes json_parser json_string set_config faulty_host"
 for target in $targets; do cmake --build "$build" --target "fuzz_$target" -j2; done
 
 failed=""
