@@ -257,8 +257,11 @@ TEST(EncryptedValue, BecomesANumberWhenAllOfItIsOne) {
     EXPECT_EQ(parseEncrypted(text).kind(), Kind::Int) << text;
     EXPECT_EQ(parseEncrypted(text).toInt64(), value) << text;
   }
-  const std::pair<const char*, double> doubles[] = {
-      {"1.5", 1.5}, {"1e3", 1000.0}, {"-2.5E-1", -0.25}, {"9223372036854775808", 9223372036854775808.0}};
+  const std::pair<const char*, double> doubles[] = {{"1.5", 1.5},
+                                                    {"1e3", 1000.0},
+                                                    {"-2.5E-1", -0.25},
+                                                    {"0x1E", 30.0},
+                                                    {"9223372036854775808", 9223372036854775808.0}};
   for (const auto& [text, value] : doubles) {
     EXPECT_EQ(parseEncrypted(text).kind(), Kind::Double) << text;
     EXPECT_EQ(parseEncrypted(text).toDouble(), value) << text;

@@ -199,6 +199,8 @@ TEST(StandardNumberRules, StoiTakesALeadingDecimalInteger) {
   EXPECT_EQ(value, 10);
   EXPECT_TRUE(sw::tryStoi("0x10", value));
   EXPECT_EQ(value, 0);
+  EXPECT_TRUE(sw::tryStoi("2147483647", value));
+  EXPECT_EQ(value, std::numeric_limits<int>::max());
   EXPECT_TRUE(sw::tryStoi("-2147483648", value));
   EXPECT_EQ(value, std::numeric_limits<int>::min());
   value = -77;
