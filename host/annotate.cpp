@@ -194,4 +194,8 @@ cv::Mat Annotator::draw(const cv::Mat& frame, const std::vector<CallRecord>& rec
   return picture;
 }
 
+void drawNote(cv::Mat& picture, const std::string& text) {
+  drawPlate(picture, text, {0, 0}, Sizes(picture.rows), kWhite);
+}
+
 }  // namespace host

@@ -31,4 +31,7 @@ class Annotator {
   std::map<std::string, Past> pasts_;
 };
 
+/// A line of text on a dark plate at the top of the picture.
+void drawNote(cv::Mat& picture, const std::string& text);
+
 }  // namespace host

@@ -14,6 +14,7 @@
 #include "frame_source.h"
 #include "host_error.h"
 #include "interrupt.h"
+#include "live_window.h"
 #include "picture_output.h"
 #include "plugin_library.h"
 #include "progress.h"
@@ -35,6 +36,7 @@ struct TrackOptions {
   int threads = 1;
   bool debug = false;
   bool quiet = false;
+  bool show = false;
 };
 
 class RecordsObserver : public RunObserver {
@@ -43,6 +45,7 @@ class RecordsObserver : public RunObserver {
   void frame(const SourceFrame& /*frame*/, const std::vector<CallRecord>& records) override {
     for (const CallRecord& record : records) output_.writeLine(toJson(record).dump());
   }
+  void restarted(const CallRecord& record) override { output_.writeLine(toJson(record).dump()); }
 
  private:
   TextOutput output_;
@@ -75,6 +78,10 @@ class PictureObserver : public RunObserver {
 void checkOptions(const TrackOptions& options) {
   if (options.threads < 1 || options.threads > 256) {
     throw HostError(ExitCode::Usage, "--threads " + std::to_string(options.threads) + " is not between 1 and 256");
+  }
+  if (options.boxes.empty() && !options.show) {
+    throw HostError(ExitCode::Usage,
+                    "--box is required: where is the target on the first frame? (or --show, to drag a box)");
   }
   if (!options.video.empty()) checkWritable(options.video, "--video");
   if (!options.still.empty()) {
@@ -141,7 +148,8 @@ int track(const TrackOptions& options) {
   if (!options.records.empty()) observers.push_back(&records.emplace(options.records));
   if (!options.video.empty() || !options.still.empty()) observers.push_back(&pictures);
   if (!options.quiet) observers.push_back(&progress);
-  const TrackRunResult result = runTrack(*source, library, run, observers);
+  const std::unique_ptr<RunSteering> window = options.show ? openLiveWindow("csrt-track") : nullptr;
+  const TrackRunResult result = runTrack(*source, library, run, observers, window.get());
   return finish(options, summary, result);
 }
 
@@ -166,7 +174,6 @@ void addTrackCommand(CLI::App& app, int& status) {
   command
       .add_option("--box", options->boxes,
                   "Target on the first frame, pixels; may be repeated, with names: --box walker=412,230,64,48")
-      ->required()
       ->type_name("[NAME=]X,Y,W,H")
       ->take_all()
       ->allow_extra_args(false);
@@ -183,6 +190,8 @@ void addTrackCommand(CLI::App& app, int& status) {
       ->type_name("FILE");
   command.add_option("--video", options->video, "Write the annotated video")->type_name("FILE");
   command.add_option("--still", options->still, "Write the last annotated frame, such as last.png")->type_name("FILE");
+  command.add_flag("--show", options->show,
+                   "Open a window: space pauses, . steps, dragging starts over on a new box, q ends");
   command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
       ->type_name("PATH");
   command.add_option("--threads", options->threads, "Threads that the targets share")

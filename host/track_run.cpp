@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <memory>
+#include <optional>
 
 #include "host_error.h"
 #include "interrupt.h"
@@ -46,6 +47,9 @@ class Observers {
   void frame(const SourceFrame& frame, const std::vector<CallRecord>& records) {
     for (RunObserver* observer : all_) observer->frame(frame, records);
   }
+  void restarted(const CallRecord& record) {
+    for (RunObserver* observer : all_) observer->restarted(record);
+  }
   void end() {
     while (begun_ > 0) all_[--begun_]->end();
   }
@@ -58,12 +62,8 @@ class Observers {
 /// All targets of a run and the frame they are working on.
 class Targets {
  public:
-  Targets(PluginLibrary& library, const TrackRun& run) : run_(run), pool_(run.threads) {
-    for (const TargetOption& target : run.targets) {
-      sessions_.push_back(std::make_unique<TargetSession>(library.create(), target.name));
-      const std::vector<std::string> lines = sessions_.back()->configure(run.configText);
-      if (run.logToStderr) showLog(target.name, lines);
-    }
+  Targets(PluginLibrary& library, const TrackRun& run) : library_(library), run_(run), pool_(run.threads) {
+    for (const TargetOption& target : run.targets) add_(target.name);
   }
 
   std::vector<CallRecord> init(const SourceFrame& frame) {
@@ -87,9 +87,25 @@ class Targets {
     return records;
   }
 
+  /// Starts the first target over; when none is left, a new one of the same name.
+  CallRecord restart(const SourceFrame& frame, const BBox& box) {
+    if (sessions_.empty()) add_(run_.targets.front().name);
+    const auto picture = std::make_shared<ocula::OculaPicture>(frame.bgr);
+    CallRecord record = sessions_.front()->init(picture, {frame.index, frame.time_s}, box);
+    if (!record.started) sessions_.erase(sessions_.begin());
+    return record;
+  }
+
   bool empty() const { return sessions_.empty(); }
 
  private:
+  void add_(const std::string& name) {
+    sessions_.push_back(std::make_unique<TargetSession>(library_.create(), name));
+    const std::vector<std::string> lines = sessions_.back()->configure(run_.configText);
+    if (run_.logToStderr) showLog(name, lines);
+  }
+
+  PluginLibrary& library_;
   const TrackRun& run_;
   std::vector<std::unique_ptr<TargetSession>> sessions_;
   WorkerPool pool_;
@@ -107,32 +123,55 @@ RunInfo infoOf(const SourceFrame& first, const FrameSource& source, const Plugin
   return info;
 }
 
+/// Lets a person look and steer; false when the run is to end.
+bool steer(RunSteering* steering, const SourceFrame& frame, const std::vector<CallRecord>& records, Targets& targets,
+           Observers& observers, bool logToStderr) {
+  if (steering == nullptr) return !targets.empty();
+  const Steering wish = steering->after(frame, records);
+  if (wish.stop) return false;
+  if (wish.restart) {
+    const CallRecord record = targets.restart(frame, *wish.restart);
+    showLogs({record}, logToStderr);
+    observers.restarted(record);
+  }
+  return true;
+}
+
+/// The first frame, and the targets on it: a person's choice where none was given.
+SourceFrame firstFrame(FrameSource& source, TrackRun& run, RunSteering* steering) {
+  SourceFrame frame;
+  if (!source.read(frame)) throw HostError(ExitCode::Source, "'" + run.sourceName + "' has no frame");
+  if (!run.targets.empty()) return frame;
+  const std::optional<BBox> box = steering != nullptr ? steering->firstBox(frame.bgr) : std::nullopt;
+  if (!box) throw HostError(ExitCode::NotStarted, "tracking did not start: no box was chosen");
+  run.targets.push_back({"target", *box});
+  return frame;
+}
+
 }  // namespace
 
-TrackRunResult runTrack(FrameSource& source, PluginLibrary& library, const TrackRun& run,
-                        const std::vector<RunObserver*>& all) {
-  Targets targets(library, run);
-  SourceFrame frame;
+TrackRunResult runTrack(FrameSource& source, PluginLibrary& library, TrackRun run, const std::vector<RunObserver*>& all,
+                        RunSteering* steering) {
   const long expected = source.expected();
-  if (!source.read(frame)) throw HostError(ExitCode::Source, "'" + run.sourceName + "' has no frame");
+  SourceFrame frame = firstFrame(source, run, steering);
+  Targets targets(library, run);
   RunInfo info = infoOf(frame, source, library, run);
   info.expectedFrames = expected;
   Observers observers(all);
   observers.begin(info);
 
   TrackRunResult result;
-  const std::vector<CallRecord> starts = targets.init(frame);
-  result.frames = 1;
-  for (const CallRecord& record : starts) {
+  std::vector<CallRecord> records = targets.init(frame);
+  for (const CallRecord& record : records) {
     if (!record.started) result.refused.push_back(record);
   }
-  showLogs(starts, run.logToStderr);
-  observers.frame(frame, starts);
-  while (!targets.empty() && interruptSignal() == 0 && source.read(frame)) {
-    const std::vector<CallRecord> records = targets.update(frame);
+  while (true) {
     ++result.frames;
     showLogs(records, run.logToStderr);
     observers.frame(frame, records);
+    if (!steer(steering, frame, records, targets, observers, run.logToStderr)) break;
+    if (interruptSignal() != 0 || !source.read(frame)) break;
+    records = targets.update(frame);
   }
   result.interrupted = interruptSignal() != 0;
   observers.end();

@@ -1,6 +1,7 @@
 // A run of the tracker over a source: decode once, drive every target, tell the observers.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -14,9 +15,24 @@ namespace host {
 struct TrackRun {
   std::string sourceName;
   std::string configText;             ///< For setConfig(); empty: nothing is passed.
-  std::vector<TargetOption> targets;  ///< At least one.
+  std::vector<TargetOption> targets;  ///< Empty: `steering` is asked.
   int threads = 1;                    ///< Targets are spread over so many threads.
   bool logToStderr = false;           ///< Whether the plug-in's log lines are shown.
+};
+
+/// What a person at the window asks for after a frame.
+struct Steering {
+  bool stop = false;
+  std::optional<BBox> restart;  ///< Start the first target over on this box of the frame just shown.
+};
+
+/// Lets a person steer a run. All calls come from the thread of the run.
+class RunSteering {
+ public:
+  virtual ~RunSteering() = default;
+  /// Asked when no target was given: a box on the first frame, or nothing to give up.
+  virtual std::optional<BBox> firstBox(const cv::Mat& frame) = 0;
+  virtual Steering after(const SourceFrame& frame, const std::vector<CallRecord>& records) = 0;
 };
 
 struct TrackRunResult {
@@ -29,7 +45,8 @@ struct TrackRunResult {
 /// asks to stop, or no target started. A target that does not start is left out; the others go on.
 /// @throws HostError (Source) when the source has no frame, and whatever source and observers throw; observers that
 ///         began are always ended
-TrackRunResult runTrack(FrameSource& source, PluginLibrary& library, const TrackRun& run,
-                        const std::vector<RunObserver*>& observers);
+/// @param steering  may be null; a target that it starts over begins a new record of init() on the same frame
+TrackRunResult runTrack(FrameSource& source, PluginLibrary& library, TrackRun run,
+                        const std::vector<RunObserver*>& observers, RunSteering* steering = nullptr);
 
 }  // namespace host

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "drawn_scene.h"
+#include "record_schema.h"
 
 namespace host_test {
 
@@ -64,12 +65,13 @@ inline std::vector<std::string> linesOf(const std::string& text) {
   return lines;
 }
 
-/// Every line of the text as JSON; a line that is none fails the test.
+/// Every line of the text as JSON; a line that is none, or that the published schema refuses, fails the test.
 inline std::vector<nlohmann::json> recordsOf(const std::string& text) {
   std::vector<nlohmann::json> records;
   for (const std::string& line : linesOf(text)) {
     records.push_back(nlohmann::json::parse(line, nullptr, false));
     EXPECT_FALSE(records.back().is_discarded()) << line;
+    EXPECT_EQ(recordFault(records.back()), "") << line;
   }
   return records;
 }

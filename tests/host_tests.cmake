@@ -3,7 +3,10 @@
 add_library(fake_plugin MODULE fake_plugin.cpp)
 target_link_libraries(fake_plugin PRIVATE OculaTools class_loader::class_loader csrt_warnings)
 
-find_package(valijson QUIET)
+# Every record that a test reads is held against the published schema.
+find_package(valijson REQUIRED)
+add_library(record_schema STATIC record_schema.cpp)
+target_link_libraries(record_schema PUBLIC csrt_host PRIVATE valijson)
 
 # What tests start as the program: itself, or a script that starts it under the emulator where it was built for
 # another processor.
@@ -17,7 +20,7 @@ endif()
 
 # csrt_add_host_test(<name> [libraries...]): like csrt_add_test, with the program and both plug-ins at hand.
 function(csrt_add_host_test name)
-  csrt_add_test(${name} csrt_host ${ARGN})
+  csrt_add_test(${name} csrt_host record_schema ${ARGN})
   target_compile_definitions(${name} PRIVATE
     CSRT_TRACK_PROGRAM="${csrt_program}"
     CSRT_FAKE_PLUGIN="$<TARGET_FILE:fake_plugin>"
@@ -27,6 +30,7 @@ endfunction()
 
 csrt_add_host_test(config_check_test)
 csrt_add_host_test(config_command_test)
+csrt_add_host_test(record_schema_test)
 csrt_add_host_test(track_state_test)
 csrt_add_host_test(target_option_test)
 csrt_add_host_test(track_command_test)
