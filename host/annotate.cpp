@@ -23,7 +23,7 @@ const cv::Scalar kDark(25, 25, 25);
 
 /// Sizes in pixels that follow the frame: drawn for 576 lines, scaled for others.
 struct Sizes {
-  explicit Sizes(int frameHeight) : scale(std::clamp(frameHeight / 576.0, 0.6, 6.0)) {}
+  explicit Sizes(int frameHeight) : scale(std::clamp(frameHeight / 576.0, 0.8, 6.0)) {}
   int px(double at576) const { return std::max(1, static_cast<int>(std::lround(at576 * scale))); }
   double font() const { return 0.5 * scale; }
   int stroke() const { return px(2.0); }
@@ -124,11 +124,17 @@ cv::Scalar colourOf(const CallRecord& record, const cv::Scalar& own) {
   }
 }
 
+/// A tenth of a second is the least that is worth reading in seconds.
+std::string unseenText(const CallRecord& record) {
+  const double seconds = record.secondsSinceSeen.value_or(0.0);
+  if (seconds >= 0.1) return fmt::format("unseen {:.1f} s", seconds);
+  return fmt::format("unseen {} frame{}", *record.framesSinceSeen, *record.framesSinceSeen == 1 ? "" : "s");
+}
+
 std::string labelOf(const CallRecord& record) {
   std::string label = record.target + "  " + (record.isInit && record.started ? "start" : name(record.state));
   if (record.score) label += fmt::format(" {:.2f}", *record.score);
-  if (record.secondsSinceSeen && *record.secondsSinceSeen > 0)
-    label += fmt::format("  unseen {:.1f} s", *record.secondsSinceSeen);
+  if (record.framesSinceSeen && *record.framesSinceSeen > 0) label += "  " + unseenText(record);
   return label;
 }
 
