@@ -2,6 +2,9 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <future>
+#include <mutex>
 #include <thread>
 
 #include "config_facts.h"
@@ -14,18 +17,22 @@ using namespace config_facts;
 constexpr int kFrames = 12;
 constexpr int kChanges = 400;
 
-// Two whole configurations; a mixture of them is a change seen half done.
+// Long enough for a change to take a while between its first value and its last.
+constexpr std::size_t kScales = 2000;
+
+// Whole configurations, told apart by a number; a mixture of two is a change seen half done.
 std::string configuration(int number) {
   const std::string n = std::to_string(number);
-  return R"({"roi": {"min_delta_x": )" + n + R"(, "min_delta_y": )" + n + R"(}, "redetect": {"scale_list": [)" + n +
-         ", " + n + R"(], "oscillation_max": )" + n + R"(}, "preposition": {"alignment_hold_frames": )" + n + "}}";
+  std::string list = "\"" + n + "\"";
+  for (std::size_t i = 1; i < kScales; ++i) list += ",\"" + n + "\"";
+  return R"({"roi": {"min_delta_x": )" + n + R"(, "min_delta_y": )" + n + R"(}, "redetect": {"scale_list": [)" + list +
+         R"(], "oscillation_max": )" + n + R"(}, "preposition": {"alignment_hold_frames": )" + n + "}}";
 }
 
 bool isWhole(const CsrtConfig& config) {
   const int n = config.roi.min_delta_x;
-  const std::vector<double> list{static_cast<double>(n), static_cast<double>(n)};
-  return config.roi.min_delta_y == n && config.redetect.scale_list == list && config.redetect.oscillation_max == n &&
-         config.preposition.alignment_hold_frames == n;
+  return config.roi.min_delta_y == n && config.redetect.scale_list == std::vector<double>(kScales, n) &&
+         config.redetect.oscillation_max == n && config.preposition.alignment_hold_frames == n;
 }
 
 CSRTTrackingAlgo::Frames framesOf(const cv::Mat& picture) {
@@ -71,6 +78,17 @@ TEST_F(ConcurrencyTest, NoReaderSeesHalfAChange) {
   EXPECT_EQ(torn, 0);
   EXPECT_EQ(records_, static_cast<std::size_t>(kFrames));
   EXPECT_EQ(algo_.config_.roi.min_delta_x, 1 + (kChanges - 1) % 9);
+}
+
+// The lock that init() and update() hold keeps a change waiting however long they take.
+TEST_F(ConcurrencyTest, AChangeWaitsForTheLock) {
+  std::unique_lock<std::mutex> lock(algo_.mutex_);
+  auto change = std::async(std::launch::async, [this] { algo_.setConfig(R"({"roi": {"min_size": 64}})"); });
+  EXPECT_EQ(change.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+  EXPECT_EQ(algo_.config_.roi.min_size, 128);
+  lock.unlock();
+  change.get();
+  EXPECT_EQ(algo_.config_.roi.min_size, 64);
 }
 
 TEST_F(ConcurrencyTest, EveryFrameIsAnsweredWhileTheTrackerIsRebuilt) {
