@@ -1,13 +1,9 @@
 #include "bench_support.h"
 
-#include <benchmark/benchmark.h>
-
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
 #include <ctime>
-#include <opencv2/core/utility.hpp>
-#include <opencv2/core/version.hpp>
 #include <opencv2/imgproc.hpp>
 #include <stdexcept>
 
@@ -160,17 +156,3 @@ cv::Ptr<cv::tracking::TrackerCSRT> bareTracker(const OpenAlgo& algo) {
 }
 
 }  // namespace bench
-
-// One thread unless CSRT_BENCH_THREADS says otherwise: then times do not depend on what else the machine does.
-int main(int argc, char** argv) {
-  const char* threads = std::getenv("CSRT_BENCH_THREADS");
-  cv::setNumThreads(threads != nullptr ? std::atoi(threads) : 1);
-  benchmark::AddCustomContext("opencv", CV_VERSION);
-  benchmark::AddCustomContext("compiler", __VERSION__);
-  benchmark::AddCustomContext("images", imageBackendName());
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 2;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  return 0;
-}

@@ -122,7 +122,7 @@ BENCHMARK(BM_RedetectStages)
     ->Args({640, 360})
     ->Args({1920, 1080})
     ->Args({3840, 2160})
-    ->Iterations(bench::steps(40))
+    ->Iterations(bench::steps(20))
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
 

@@ -154,7 +154,7 @@ BENCHMARK(BM_UpdateTracked)
     ->Args({640, 360})
     ->Args({1920, 1080})
     ->Args({3840, 2160})
-    ->Iterations(bench::steps(80))
+    ->Iterations(bench::steps(50))
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
 
@@ -166,7 +166,7 @@ BENCHMARK(BM_SmallTarget)
     ->ArgsProduct({{1920}, {1080}, {60}, {60}})
     ->ArgsProduct({{3840}, {2160}, {40}, {30}})
     ->ArgsProduct({{3840}, {2160}, {60}, {60}})
-    ->Iterations(bench::steps(60))
+    ->Iterations(bench::steps(40))
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
 
@@ -175,7 +175,7 @@ BENCHMARK(BM_UpdateLost)
     ->Args({640, 360})
     ->Args({1920, 1080})
     ->Args({3840, 2160})
-    ->Iterations(bench::steps(12))
+    ->Iterations(bench::steps(8))
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
 

@@ -83,6 +83,7 @@ class CSRTTrackingAlgo : public IAlgoPlugin {
   bool answerWithoutTracking_Locked_(UpdateStep& step);
   void chooseWindow_Locked_(UpdateStep& step);
   bool tryCropWindow_(UpdateStep& step) const;
+  void answerOnCrop_Locked_(UpdateStep& step, bool haveCrop);
   void locateBoxInCrop_Locked_(UpdateStep& step);
   TrackAction chooseAction_Locked_(const UpdateStep& step) const;
   void trackOnCrop_Locked_(UpdateStep& step);
@@ -157,6 +158,9 @@ class CSRTTrackingAlgo : public IAlgoPlugin {
   /// 1, 3 or 4 channels.
   static cv::Mat ensureBGR8_(const cv::Mat& src);
   static cv::Mat ensureBGR8Contiguous_(const cv::Mat& src);
+  /// The same; what has to be converted or copied goes into `memory`, which is used again where its size fits.
+  static cv::Mat ensureBGR8_(const cv::Mat& src, cv::Mat& memory);
+  static cv::Mat ensureBGR8Contiguous_(const cv::Mat& src, cv::Mat& memory);
   /// The whole frame's grey; `out` is empty when the picture has no pixels.
   static void buildFullYFromVP_Locked_(ocula::OculaPicture& picture, GpuImage& out);
 
@@ -251,7 +255,8 @@ class CSRTTrackingAlgo : public IAlgoPlugin {
   CsrtConfig config_;
 
  private:
-  struct {  // reused by every search
+  struct {  // reused by every frame and every search
+    cv::Mat crop;
     GpuImage coarse;
     GpuImage patch;
     GpuImage templ;

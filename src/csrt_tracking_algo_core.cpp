@@ -270,6 +270,7 @@ struct CSRTTrackingAlgo::UpdateStep {
   cv::Rect window;          ///< Part of the frame that the tracker sees.
   bool hardResize = false;  ///< The window changed too much to keep the tracker's input size.
   cv::Mat crop;             ///< The window's pixels, 8-bit BGR; may be smaller than the window.
+  cv::Mat cropMemory;       ///< Lent by the object for the time of the call.
   cv::Rect boxInCrop;       ///< Where the target was, in the crop.
   bool sizeChanged = false;
   bool hostMustKnow = false;  ///< Taking the lock, or building a tracker that cannot be built: let the error through.
@@ -301,9 +302,16 @@ void CSRTTrackingAlgo::trackFrame_(UpdateStep& step) {
   if (answerWithoutTracking_Locked_(step)) return;  // waiting, reset, lost, just re-seeded
   chooseWindow_Locked_(step);
 
-  lock.unlock();  // a host may configure or restart while pixels are copied ...
+  cv::swap(step.cropMemory, buffers_.crop);  // another call in the meantime finds none and takes its own
+  lock.unlock();                             // a host may configure or restart while pixels are copied ...
   const bool haveCrop = tryCropWindow_(step);
   step.take(lock);
+  answerOnCrop_Locked_(step, haveCrop);
+  step.crop.release();
+  if (step.cropMemory.u != nullptr && step.cropMemory.u->refcount == 1) cv::swap(step.cropMemory, buffers_.crop);
+}
+
+void CSRTTrackingAlgo::answerOnCrop_Locked_(UpdateStep& step, bool haveCrop) {
   if (!haveCrop) return answerPredicted_Locked_(step, "update(): OUT %zu detections (empty ROI)");
   if (!initialized_ || fullyLost_) {  // ... so look again
     return answerPredicted_Locked_(step, "update(): OUT %zu detections (late not init/fullyLost)");
@@ -356,7 +364,7 @@ bool CSRTTrackingAlgo::tryCropWindow_(UpdateStep& step) const {
   try {
     const cv::Rect& w = step.window;
     step.crop = step.picture.cropToMat(w.x, w.y, w.width, w.height);
-    if (!step.crop.empty()) step.crop = ensureBGR8Contiguous_(step.crop);
+    if (!step.crop.empty()) step.crop = ensureBGR8Contiguous_(step.crop, step.cropMemory);
   } catch (const std::exception& e) {
     log_("update(): crop failed: %s", e.what());
     step.crop.release();

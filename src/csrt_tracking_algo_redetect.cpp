@@ -241,24 +241,35 @@ void CSRTTrackingAlgo::publishTracker_Locked_(const cv::Mat& crop, const cv::Rec
 }
 
 cv::Mat CSRTTrackingAlgo::ensureBGR8_(const cv::Mat& src) {
-  cv::Mat bgr;
+  cv::Mat memory;
+  return ensureBGR8_(src, memory);
+}
+
+cv::Mat CSRTTrackingAlgo::ensureBGR8_(const cv::Mat& src, cv::Mat& memory) {
   switch (src.type()) {
     case CV_8UC3:
       return src;
     case CV_8UC1:
-      cv::cvtColor(src, bgr, cv::COLOR_GRAY2BGR);
-      return bgr;
+      cv::cvtColor(src, memory, cv::COLOR_GRAY2BGR);
+      return memory;
     case CV_8UC4:
-      cv::cvtColor(src, bgr, cv::COLOR_BGRA2BGR);
-      return bgr;
+      cv::cvtColor(src, memory, cv::COLOR_BGRA2BGR);
+      return memory;
     default:
       throw std::runtime_error("ensureBGR8: unsupported " + cvTypeToStr(src.type()));
   }
 }
 
 cv::Mat CSRTTrackingAlgo::ensureBGR8Contiguous_(const cv::Mat& src) {
-  const cv::Mat bgr = ensureBGR8_(src);
-  return bgr.isContinuous() ? bgr : bgr.clone();
+  cv::Mat memory;
+  return ensureBGR8Contiguous_(src, memory);
+}
+
+cv::Mat CSRTTrackingAlgo::ensureBGR8Contiguous_(const cv::Mat& src, cv::Mat& memory) {
+  const cv::Mat bgr = ensureBGR8_(src, memory);
+  if (bgr.isContinuous()) return bgr;
+  bgr.copyTo(memory);
+  return memory;
 }
 
 void CSRTTrackingAlgo::buildFullYFromVP_Locked_(ocula::OculaPicture& picture, GpuImage& out) {
