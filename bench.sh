@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds and runs every benchmark, and writes the tables of docs/performance.md.
+#   ./bench.sh          about a quarter of an hour on an idle machine
+#   ./bench.sh --short  a few steps each and no tables: do the benchmarks still run?
+set -euo pipefail
+cd "$(dirname "$0")"
+. tools/install-deps.sh
+
+short=no
+case "${1-}" in
+"") ;;
+--short) short=yes ;;
+*) csrt_die "usage: ./bench.sh [--short]" ;;
+esac
+
+csrt_install_dependencies
+out=build/bench/results
+rm -rf "$out"
+mkdir -p "$out"
+log=$out/build.log
+if ! { cmake --preset bench && cmake --build --preset bench -j"$(nproc)"; } >"$log" 2>&1; then
+  cat "$log" >&2
+  csrt_die "the benchmarks do not build"
+fi
+
+options=()
+if [ "$short" = yes ]; then
+  export CSRT_BENCH_SHORT=1
+  options=(--benchmark_min_time=0.01)
+fi
+for program in build/bench/bin/*_bench; do
+  name=$(basename "$program")
+  [ "$name" = gpu_bench ] && continue # compares with a device: docs/gpu.md says how to run it
+  echo "$name ..." >&2
+  "$program" "${options[@]}" --benchmark_out="$out/$name.json" --benchmark_out_format=json >"$out/$name.txt" 2>&1 ||
+    { cat "$out/$name.txt" >&2; csrt_die "$name failed"; }
+done
+
+if [ "$short" = yes ]; then
+  python3 bench/write_tables.py --check "$out"
+else
+  python3 bench/write_tables.py "$out" docs/performance.md
+  echo "The tables are in docs/performance.md, all figures in $out."
+fi
