@@ -283,6 +283,8 @@ std::vector<AlgoOutput> CSRTTrackingAlgo::update(const Frames& frames, bool* pro
     log_("update(): OUT, NO FRAME");
     return {makeDetectionsOutput_({})};
   }
+  // A share of its own: the frame outlives whatever the host does to its list.
+  // NOLINTNEXTLINE(performance-unnecessary-copy-initialization)
   const std::shared_ptr<ocula::OculaPicture> picture = frames.front();
   UpdateStep step(*picture);
   try {

@@ -150,7 +150,8 @@ TEST(ConfigSchema, NamesItselfAndItsGroupsInOrder) {
 }
 
 TEST(ConfigSchema, ClosesEveryGroup) {
-  for (const auto& entry : schema().at("properties").items()) {
+  const Json document = schema();  // lives longer than the loop over it
+  for (const auto& entry : document.at("properties").items()) {
     if (!entry.value().contains("properties")) continue;
     EXPECT_EQ(keysOf(entry.value()), (std::vector<std::string>{"type", "additionalProperties", "properties"}));
     EXPECT_EQ(entry.value().at("type"), "object");
