@@ -8,8 +8,7 @@ cd "$here"
 . tools/install-deps.sh
 . tools/fetch-clip.sh
 csrt_install_dependencies
-# shellcheck disable=SC2119  # the arguments are for the program, not for the build
-csrt_build
+csrt_build csrt-track csrt_tracking_plugin
 
 if [ $# -gt 0 ]; then
   cd "$called_from"

@@ -4,5 +4,6 @@ set -euo pipefail
 cd "$(dirname "$0")"
 . tools/install-deps.sh
 csrt_install_dependencies
-csrt_build -DCSRT_BUILD_TESTS=ON
-ctest --test-dir build --output-on-failure "$@"
+# shellcheck disable=SC2119  # the arguments are for ctest, not for the build
+csrt_build
+ctest --test-dir build --output-on-failure --parallel "$(nproc)" "$@"

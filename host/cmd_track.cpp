@@ -104,14 +104,14 @@ void noteUncheckedFile(const TrackOptions& options) {
 /// The human summary goes to standard output, unless the records are there already.
 void printSummary(const TrackOptions& options, const RunSummary& summary) {
   std::FILE* out = options.records == "-" ? stderr : stdout;
-  std::string text = summary.text() + "\n";
+  std::string text;
   const auto path = [&text](const char* what, const std::string& name) {
     if (!name.empty() && name != "-") text += what + std::filesystem::absolute(name).lexically_normal().string() + "\n";
   };
   path("annotated video  ", options.video);
   path("still picture    ", options.still);
   path("records          ", options.records);
-  std::fputs(text.c_str(), out);
+  std::fputs((summary.text() + (text.empty() ? "" : "\n") + text).c_str(), out);
 }
 
 int finish(const TrackOptions& options, const RunSummary& summary, const TrackRunResult& result) {

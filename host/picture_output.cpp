@@ -100,12 +100,16 @@ void checkPictureName(const std::string& path, const std::string& option) {
 }
 
 void writePicture(const std::string& path, const cv::Mat& bgr) {
-  bool written = false;
-  try {
-    written = cv::imwrite(path, bgr);
-  } catch (const cv::Exception&) {  // an ending that no encoder knows
+  // Encoded in memory first: the picture libraries do not say why a write failed.
+  std::vector<unsigned char> bytes;
+  if (!cv::imencode(fs::path(path).extension().string(), bgr, bytes)) {
+    throw HostError(ExitCode::Output, "cannot encode the picture '" + path + "'");
   }
-  if (!written) throw HostError(ExitCode::Output, "cannot write the picture '" + path + "'");
+  errno = 0;
+  std::FILE* file = std::fopen(path.c_str(), "wb");
+  bool written = file != nullptr && std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
+  if (file != nullptr && std::fclose(file) != 0) written = false;
+  if (!written) throw HostError(ExitCode::Output, "cannot write the picture '" + path + "': " + std::strerror(errno));
 }
 
 }  // namespace host

@@ -1,5 +1,8 @@
 #include "text_output.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
 
@@ -27,9 +30,21 @@ void TextOutput::writeLine(const std::string& line) {
   const std::string text = line + '\n';
   errno = 0;
   const bool written = std::fwrite(text.data(), 1, text.size(), file_) == text.size() && std::fflush(file_) == 0;
-  if (written) return;
+  if (written) {
+    complete_ += static_cast<long>(text.size());
+    return;
+  }
+  const int reason = errno;
+  cutToCompleteLines_();
   throw HostError(ExitCode::Output, "cannot write to " + shownName(path_) + ": " +
-                                        (errno != 0 ? std::strerror(errno) : "the device took only a part"));
+                                        (reason != 0 ? std::strerror(reason) : "the device took only a part"));
+}
+
+/// Whoever reads the file afterwards finds whole lines only. Does nothing to a device or a pipe.
+void TextOutput::cutToCompleteLines_() {
+  struct stat status {};
+  if (file_ == stdout || fstat(fileno(file_), &status) != 0 || !S_ISREG(status.st_mode)) return;
+  if (ftruncate(fileno(file_), complete_) != 0) std::clearerr(file_);  // then a part of a line stays
 }
 
 }  // namespace host

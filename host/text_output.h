@@ -16,13 +16,17 @@ class TextOutput {
   TextOutput(const TextOutput&) = delete;
   TextOutput& operator=(const TextOutput&) = delete;
 
-  /// Writes `line` and a line feed and hands them to the system. @throws HostError (Output)
+  /// Writes `line` and a line feed and hands them to the system.
+  /// @throws HostError (Output); a file then ends with the last whole line
   void writeLine(const std::string& line);
   const std::string& path() const { return path_; }
 
  private:
+  void cutToCompleteLines_();
+
   std::string path_;
   std::FILE* file_;
+  long complete_ = 0;  // bytes of whole lines
 };
 
 }  // namespace host

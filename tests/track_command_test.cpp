@@ -1,7 +1,9 @@
 // csrt-track track from end to end: the built program, a drawn video, a scripted plug-in.
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <chrono>
+#include <csignal>
 #include <map>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/videoio.hpp>
@@ -285,6 +287,42 @@ TEST_F(TrackCommand, AnInterruptedRunLeavesWholeRecordsAndAPlayableVideo) {
     for (cv::Mat frame; capture.read(frame);) ++frames;
     EXPECT_EQ(frames, lines);
   }
+}
+
+/// A file may grow to this size and no further, as on a full disk.
+class SmallFiles {
+ public:
+  explicit SmallFiles(rlim_t bytes) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit small{bytes, before_.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &small);
+    std::signal(SIGXFSZ, SIG_IGN);  // inherited: the write then fails instead
+  }
+  ~SmallFiles() {
+    setrlimit(RLIMIT_FSIZE, &before_);
+    std::signal(SIGXFSZ, SIG_DFL);
+  }
+  SmallFiles(const SmallFiles&) = delete;
+  SmallFiles& operator=(const SmallFiles&) = delete;
+
+ private:
+  rlimit before_{};
+};
+
+TEST_F(TrackCommand, WhereNoMoreCanBeWrittenTheRecordsEndWithAWholeLine) {
+  const std::string records = folder_->file("cut.jsonl");
+  const SmallFiles limit(4000);
+  expectOneSentence(run({"--records", records, "--quiet"}), 6, records);
+  const std::string text = textOf(records);
+  ASSERT_FALSE(text.empty());
+  EXPECT_EQ(text.back(), '\n');
+  EXPECT_GT(recordsOf(text).size(), 3U);
+  EXPECT_LT(recordsOf(text).size(), static_cast<std::size_t>(kFrames));
+}
+
+TEST_F(TrackCommand, AStillThatCannotBeWrittenIsNamed) {
+  const SmallFiles limit(500);
+  expectOneSentence(run({"--still", folder_->file("cut.png"), "--quiet"}), 6, "cut.png");
 }
 
 TEST_F(TrackCommand, TracksWithTheRealPluginBesideTheProgram) {

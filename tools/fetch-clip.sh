@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Fetches the surveillance clip vtest.avi out of Debian's package opencv-doc, once. Sourced by run.sh.
 
 # Prints the clip's path; fails, having said why on standard error, when the package cannot be had.

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Installs the Debian packages that the build needs, by name and only those that are missing.
 # Sourced by run.sh and test.sh; standard output stays free for what they print.
 
@@ -34,8 +35,9 @@ csrt_as_root() {
 }
 
 csrt_install_dependencies() {
-  command -v dpkg-query >/dev/null && command -v apt-get >/dev/null ||
+  if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
     csrt_die "this is not a Debian system: install the equivalents of ${csrt_packages[*]} and build with cmake --preset release"
+  fi
   local missing log
   mapfile -t missing < <(csrt_missing_packages)
   [ "${#missing[@]}" -eq 0 ] && return 0
@@ -43,10 +45,10 @@ csrt_install_dependencies() {
   csrt_as_root true ||
     csrt_die "these packages are missing and neither root nor sudo is at hand: apt-get install ${missing[*]}"
   log=$(mktemp)
-  export DEBIAN_FRONTEND=noninteractive
-  if ! { csrt_as_root apt-get -o DPkg::Lock::Timeout=300 install -y --no-install-recommends "${missing[@]}" ||
-    { csrt_as_root apt-get update &&
-      csrt_as_root apt-get -o DPkg::Lock::Timeout=300 install -y --no-install-recommends "${missing[@]}"; }; } \
+  local install=(env DEBIAN_FRONTEND=noninteractive apt-get -o DPkg::Lock::Timeout=300 install -y
+    --no-install-recommends "${missing[@]}")
+  # The first attempt fails where the package lists are old or were never fetched.
+  if ! { csrt_as_root "${install[@]}" || { csrt_as_root apt-get update && csrt_as_root "${install[@]}"; }; } \
     >"$log" 2>&1; then
     tail -n 20 "$log" >&2
     rm -f "$log"
@@ -55,12 +57,20 @@ csrt_install_dependencies() {
   rm -f "$log"
 }
 
-# Configures and builds the preset "release" in build/. Quiet when all is well; the whole log when not.
+# Configures the preset "release" and builds the given targets, all without any, in build/. On a terminal the build
+# shows how far it is; elsewhere it is quiet when all is well and shows the end of its log when not.
 csrt_build() {
-  local log=.cache/build.log
+  local log=.cache/build.log build=(cmake --build build)
+  [ $# -gt 0 ] && build+=(--target "$@")
   mkdir -p .cache
   echo "Building (log: $log) ..." >&2
-  if ! { cmake --preset release "$@" && cmake --build build; } >"$log" 2>&1; then
+  if ! cmake --preset release >"$log" 2>&1; then
+    tail -n 40 "$log" >&2
+    csrt_die "the build cannot be set up; the reason is above, all of it is in $log"
+  fi
+  if [ -t 2 ]; then
+    "${build[@]}" >&2 || csrt_die "the build failed; the reason is above"
+  elif ! "${build[@]}" >>"$log" 2>&1; then
     tail -n 40 "$log" >&2
     csrt_die "the build failed; its last lines are above, all of it is in $log"
   fi
