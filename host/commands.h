@@ -10,6 +10,7 @@ namespace host {
 
 void addTrackCommand(CLI::App& app, int& status);
 void addConfigCommand(CLI::App& app, int& status);
+void addDoctorCommand(CLI::App& app, int& status);
 void addDrawSceneCommand(CLI::App& app, int& status);
 void addSchemaCommand(CLI::App& app, int& status);
 

@@ -58,6 +58,7 @@ int main(int argc, char** argv) {
   app.footer(kExitCodes);
   host::addTrackCommand(app, status);
   host::addConfigCommand(app, status);
+  host::addDoctorCommand(app, status);
   host::addDrawSceneCommand(app, status);
   host::addSchemaCommand(app, status);
   try {

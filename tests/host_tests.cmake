@@ -39,3 +39,24 @@ csrt_add_host_test(track_state_test)
 csrt_add_host_test(target_option_test)
 csrt_add_host_test(track_command_test)
 csrt_add_host_test(worker_pool_test)
+
+# Plug-ins that are broken, for csrt-track doctor.
+foreach(kind MISSING NEEDS_MISSING OTHER_BASE OTHER_RECORDS THROWS CRASHES)
+  string(TOLOWER broken_${kind} target)
+  add_library(${target} SHARED broken_plugin.cpp)
+  target_compile_definitions(${target} PRIVATE BROKEN_${kind})
+  target_link_libraries(${target} PRIVATE OculaTools class_loader::class_loader csrt_warnings)
+endforeach()
+target_link_libraries(broken_needs_missing PRIVATE -Wl,--no-as-needed broken_missing)
+# Found when it is linked and by no one afterwards.
+set_target_properties(broken_missing PROPERTIES OUTPUT_NAME broken_missing_gone
+  LIBRARY_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/not_searched)
+set_target_properties(broken_needs_missing PROPERTIES SKIP_BUILD_RPATH ON)
+csrt_add_host_test(doctor_test)
+add_dependencies(doctor_test broken_needs_missing broken_other_base broken_other_records broken_throws broken_crashes)
+target_compile_definitions(doctor_test PRIVATE
+  BROKEN_NEEDS_MISSING="$<TARGET_FILE:broken_needs_missing>"
+  BROKEN_OTHER_BASE="$<TARGET_FILE:broken_other_base>"
+  BROKEN_OTHER_RECORDS="$<TARGET_FILE:broken_other_records>"
+  BROKEN_THROWS="$<TARGET_FILE:broken_throws>"
+  BROKEN_CRASHES="$<TARGET_FILE:broken_crashes>")
