@@ -22,9 +22,8 @@ class SwJsonObject;
 /// Pixels:  full-frame, unless the name ends in InCrop.  Angles: degrees; tilt grows upwards, image y downwards.
 /// Threads: init(), update() and setConfig() exclude one another; every other call returns without waiting for them.
 ///          A name ending in Locked_ expects `mutex_` held.
-/// Errors:  init() and setConfig() catch and log; update() lets the error of a tracker rebuild through. `mutex_` is
-/// free
-///          after every one of them and the object usable. What is not a std::exception passes through.
+/// Errors:  init() and setConfig() catch and log; update() lets the error of a tracker rebuild through. After every one
+///          `mutex_` is free and the object usable. What is not a std::exception passes through.
 class CSRTTrackingAlgo : public IAlgoPlugin {
  public:
   using Frames = std::vector<std::shared_ptr<ocula::OculaPicture>>;

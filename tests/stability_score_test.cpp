@@ -30,6 +30,7 @@ TEST(StabilityScore, IsNothingForABoxWithoutArea) {
 
 TEST(StabilityScore, LosesItsMotionTermOverTheLargestMotion) {
   EXPECT_DOUBLE_EQ(scoreOf(kBox + cv::Point(50, 0)), (0.5 + 1.0 + 1.0) / 3.0);
+  EXPECT_DOUBLE_EQ(scoreOf(kBox + cv::Point(95, 0)), (1.0 - 0.95 + 2.0) / 3.0);
   EXPECT_DOUBLE_EQ(scoreOf(kBox + cv::Point(60, 80)), 2.0 / 3.0) << "exactly the largest motion";
   EXPECT_DOUBLE_EQ(scoreOf(kBox + cv::Point(200, 0)), 2.0 / 3.0) << "never below nothing";
 }

@@ -71,8 +71,8 @@ TEST_F(UpdateWindowTest, ComparesTheCropWhereTheFrameIsSmallerThanTheWindow) {
   algo.csrtInputSize_ = {80, 70};
   tracker->thenFinds({30, 25, 20, 20});
   EXPECT_EQ(step().size(), 1U);
-  EXPECT_EQ(picture->crops.front(), cv::Rect(0, 0, 128, 128));
-  EXPECT_EQ(tracker->seen.size(), 1U) << "a step, although the window differs from the input size by far";
+  EXPECT_EQ(picture->crops, std::vector<cv::Rect>{cv::Rect(0, 0, 128, 128)});
+  EXPECT_EQ(algo.tracker_, tracker) << "a step, although the window differs from the input size by far";
 }
 
 // ----------------------------------------------------------------------------------------- from the old window

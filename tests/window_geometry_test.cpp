@@ -344,6 +344,7 @@ TEST_F(SizePolicy, RoundsDownWithoutRaisingASmallValue) {
   roi.round_to = 64;
   roi.min_size = 40;
   EXPECT_EQ(applied({10, 10, 130, 50}).size(), cv::Size(128, 40)) << "50 rounds to 0, then the smallest side holds";
+  EXPECT_EQ(applied({10, 10, 50, 130}).size(), cv::Size(40, 128));
 }
 
 TEST_F(SizePolicy, LetsTheSmallestSideWinOverTheLargestAndOverTheFrame) {
