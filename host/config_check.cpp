@@ -167,7 +167,7 @@ std::string shown(const Json& value) {
   if (value.is_object()) return "an object";
   std::string text = value.dump(-1, ' ', false, Json::error_handler_t::replace);
   constexpr std::size_t kLongest = 60;
-  if (text.size() > kLongest) text = text.substr(0, kLongest) + "...";
+  if (text.size() > kLongest) text.replace(kLongest, std::string::npos, "...");
   return text;
 }
 

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Reads the code without running it: layout (clang-format), mistakes (clang-tidy, cppcheck), shell scripts
-# (shellcheck). Any finding is an error.
+# (shellcheck); and compiles the CUDA source against OpenCV's real headers. Any finding is an error.
 #
-# usage: tools/static-checks.sh [format] [tidy] [cppcheck] [shell]     all of them unless named
+# usage: tools/static-checks.sh [format] [tidy] [cppcheck] [shell] [cuda]     all of them unless named
 # BUILD names a configured build folder for clang-tidy (default: build-tidy, configured here).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -11,13 +11,11 @@ root=$(cd "$(dirname "$0")/.." && pwd)
 cd "$root"
 
 check_format() {
-  need_programs clang-format:clang-format
   git ls-files -z '*.cpp' '*.h' | xargs -0 clang-format --dry-run -Werror
 }
 
 # The plug-in, its library and its host program; tests are left to the compilers' warnings and the sanitizers.
 check_tidy() {
-  need_programs clang-tidy:clang-tidy
   local build=${BUILD:-build-tidy}
   [ -e "$build/compile_commands.json" ] ||
     cmake -S . -B "$build" -G Ninja -DCSRT_BUILD_TESTS=OFF -DPython3_EXECUTABLE=/usr/bin/python3 >/dev/null
@@ -26,7 +24,6 @@ check_tidy() {
 }
 
 check_cppcheck() {
-  need_programs cppcheck:cppcheck
   git ls-files 'src/*.cpp' 'common/*.cpp' 'host/*.cpp' |
     xargs cppcheck --quiet --std=c++17 --language=c++ --enable=warning,performance,portability --inline-suppr \
       --suppress=missingInclude --suppress=missingIncludeSystem --suppress=unmatchedSuppression --suppress=cppcheckError \
@@ -34,16 +31,24 @@ check_cppcheck() {
 }
 
 check_shell() {
-  need_programs shellcheck:shellcheck
   git ls-files | while read -r file; do
     case $(head -c 40 "$file" | tr -d '\0' | head -n 1) in '#!'*sh) printf '%s\0' "$file" ;; esac
   done | xargs -0 shellcheck -x
 }
 
+check_cuda() {
+  tools/cuda-headers.sh
+  cmake -S . -B build-tidy -G Ninja -DCSRT_BUILD_TESTS=OFF -DCSRT_WARNINGS_AS_ERRORS=ON \
+    "-DCSRT_CUDA_HEADERS=$root/.cache/opencv-cuda-headers" -DPython3_EXECUTABLE=/usr/bin/python3 >/dev/null &&
+    cmake --build build-tidy --target csrt_cuda_compile_check
+}
+
+csrt_packages+=(clang-format clang-tidy cppcheck shellcheck)
+csrt_install_dependencies
 failed=()
-for check in "${@:-format tidy cppcheck shell}"; do
+for check in "${@:-format tidy cppcheck shell cuda}"; do
   for one in $check; do
-    case $one in format | tidy | cppcheck | shell) ;; *) fail "no such check: $one" ;; esac
+    case $one in format | tidy | cppcheck | shell | cuda) ;; *) fail "no such check: $one" ;; esac
     note "$one"
     "check_$one" || failed+=("$one")
   done
