@@ -163,6 +163,7 @@ Annotator::Past& Annotator::remember_(const CallRecord& record) {
   const auto [it, isNew] = pasts_.try_emplace(record.target);
   Past& past = it->second;
   if (isNew) past.colour = kColours[(pasts_.size() - 1) % kColours.size()];
+  if (record.isInit) past.trail.clear();
   const std::optional<cv::Rect>& box = record.isInit ? record.givenBox : record.box;
   if (!box) return past;
   const bool seen = record.framesSinceSeen && *record.framesSinceSeen == 0;
@@ -174,6 +175,11 @@ Annotator::Past& Annotator::remember_(const CallRecord& record) {
   }
   past.lastBox = *box;
   return past;
+}
+
+void Annotator::forget(const std::string& target) {
+  const auto it = pasts_.find(target);
+  if (it != pasts_.end()) it->second.trail.clear();
 }
 
 cv::Mat Annotator::draw(const cv::Mat& frame, const std::vector<CallRecord>& records) {

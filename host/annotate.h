@@ -19,6 +19,9 @@ class Annotator {
   /// Sizes follow the frame's height, so that 360p and 4K both can be read. Frames in order, each once.
   cv::Mat draw(const cv::Mat& frame, const std::vector<CallRecord>& records);
 
+  /// The target was started over elsewhere: its trail and motion belong to something else.
+  void forget(const std::string& target);
+
  private:
   struct Past {
     std::deque<cv::Point> trail;  ///< Centres of boxes that were seen, oldest first.

@@ -62,6 +62,7 @@ class PictureObserver : public RunObserver {
     last_ = annotator_.draw(frame.bgr, records);
     if (video_) video_->write(last_);
   }
+  void restarted(const CallRecord& record) override { annotator_.forget(record.target); }
   void end() override {
     if (!stillPath_.empty() && !last_.empty()) writePicture(stillPath_, last_);
     if (video_) video_->close();

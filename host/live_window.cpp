@@ -42,6 +42,7 @@ class LiveWindow : public RunSteering {
     step_ = false;
     wait_(kLookMs);
     while (!stop_ && !step_ && !chosen_ && (paused_ || dragging_)) wait_(kIdleMs);
+    if (chosen_ && !records.empty()) annotator_.forget(records.front().target);
     return {stop_, takeBox_()};
   }
 

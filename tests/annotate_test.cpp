@@ -78,6 +78,18 @@ TEST(Annotate, AMovingTargetLeavesATrailAndHasAnArrow) {
   EXPECT_FALSE(isBackground(picture, now + cv::Point(90, 0))) << "arrow";
 }
 
+TEST(Annotate, ATargetStartedOverHasNoTrailToItsNewPlace) {
+  Annotator annotator;
+  const cv::Mat frame(576, 768, CV_8UC3, kGrey);
+  CallRecord r = record(TrackState::Tracked, BoxFrom::Tracker, true);
+  annotator.draw(frame, {r});
+  r.box = kBox + cv::Point(300, 0);
+  const cv::Point between(kBox.x + kBox.width / 2 + 150, kBox.y + kBox.height / 2);
+  EXPECT_FALSE(isBackground(Annotator(annotator).draw(frame, {r}), between)) << "a jump is drawn as one";
+  annotator.forget(r.target);
+  EXPECT_TRUE(isBackground(annotator.draw(frame, {r}), between));
+}
+
 TEST(Annotate, LeavesTheFrameItselfAlone) {
   const cv::Mat frame(120, 160, CV_8UC3, kGrey);
   Annotator().draw(frame, {record(TrackState::Tracked, BoxFrom::Tracker, true)});
