@@ -74,12 +74,11 @@ TEST(GpuMatchTemplate, RefusesATemplateLargerThanTheImageAndWorksAfterwards) {
 
 // Images of two types by turns: whatever is kept between calls must not answer for the other type.
 TEST(GpuMatchTemplate, ServesAlternatingImageTypes) {
-  const cv::Mat bytes = grey({60, 40}, 3);
-  cv::Mat floats;
-  bytes.convertTo(floats, CV_32F);
+  const cv::Mat oneChannel = grey({60, 40}, 3);
+  const cv::Mat threeChannels = textured::texture({60, 40}, 6, 3);
   const cv::Rect place(17, 9, 12, 14);
   for (int round = 0; round < 3; ++round) {
-    for (const cv::Mat& image : {bytes, floats}) {
+    for (const cv::Mat& image : {oneChannel, threeChannels}) {
       const cv::Mat scores = matched(image, image(place).clone());
       EXPECT_NEAR(scores.at<float>(place.tl()), 1.0F, 1e-3F) << round;
     }
@@ -92,8 +91,8 @@ TEST(GpuMatchTemplate, ServesSeveralThreadsAtOnce) {
   std::vector<std::thread> threads;
   for (int t = 0; t < kThreads; ++t) {
     threads.emplace_back([t, &wrong] {
-      cv::Mat image = grey({90, 70}, static_cast<std::uint64_t>(10 + t));
-      if (t % 2 == 1) image.convertTo(image, CV_32F);  // the threads fight over what is kept per type
+      const auto seed = static_cast<std::uint64_t>(10 + t);  // the threads fight over what is kept per type:
+      const cv::Mat image = t % 2 == 1 ? textured::texture({90, 70}, 6, seed) : grey({90, 70}, seed);
       for (int i = 0; i < 25; ++i) {
         const cv::Rect place(3 * i % 70, 2 * i % 50, 16, 12);
         cv::Point best;
