@@ -53,13 +53,15 @@ struct Span {
   int length = 0;
 };
 
-Span growAroundBox(Span span, int boxStart, int boxLength, int margin) {
-  const int before = std::max(margin - boxStart, 0);
-  span.start -= before;
-  span.length += before;
-  const int gapAfter = span.length - (before + boxStart + boxLength);
-  span.length += std::max(margin - gapAfter, 0);
-  return span;
+// In 64 bits: a host may name a frame as wide as an int can tell. What lies before the frame is left out at once.
+Span growAroundBox(const Span& span, std::int64_t boxStart, std::int64_t boxLength, std::int64_t margin) {
+  const std::int64_t before = std::max<std::int64_t>(margin - boxStart, 0);
+  const std::int64_t start = span.start - before;
+  std::int64_t length = span.length + before;
+  const std::int64_t gapAfter = length - (before + boxStart + boxLength);
+  length += std::max<std::int64_t>(margin - gapAfter, 0);
+  const std::int64_t inside = std::max<std::int64_t>(start, 0);
+  return {saturate(inside), saturate(start + length - inside)};
 }
 
 Span raiseToMinimum(Span span, int limit) {

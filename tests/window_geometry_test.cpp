@@ -297,6 +297,13 @@ TEST(GuardWindow, RaisesToThirtyTwoFromTheMiddleAndStaysInTheFrame) {
   EXPECT_EQ(guardWindow({0, 0, 20, 10}, {2, 2, 4, 4}, {20, 10}, 0.0), cv::Rect(0, 0, 20, 10)) << "a tiny frame";
 }
 
+TEST(GuardWindow, TakesTheLargestFrameThatAnIntCanTell) {
+  constexpr int kLargest = std::numeric_limits<int>::max();
+  const cv::Rect all(0, 0, kLargest, kLargest);
+  EXPECT_EQ(guardWindow(all, {10, 10, 1 << 30, 1 << 30}, all.size(), 3.0), all);
+  EXPECT_EQ(guardWindow(all, {1 << 30, 1 << 30, 1 << 29, 1 << 29}, all.size(), 8.0), all);
+}
+
 TEST(GuardWindow, TakesThePaddingOfTheTracker) {
   TestAlgo algo;
   algo.config_.csrt.padding = 1.0;
