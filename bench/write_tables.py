@@ -63,6 +63,10 @@ def frame(run):
     return f"{given['w']} x {given['h']}"
 
 
+def counts(run, names):
+    return [f"{run[name]:,.0f}" for name in names]
+
+
 def counters(run, names):
     return [run[name] for name in names]
 
@@ -147,11 +151,12 @@ def others(results):
     lines += table(["frame", "plug-in MB", "bare CSRT MB", "difference MB", "ratio"], rows)
 
     lines += ["### Allocations on a tracked frame", ""]
-    rows = [[frame(run), *counters(run, ["plugin", "plugin_bytes", "plugin_most_bytes", "csrt"])]
+    rows = [[frame(run), *counts(run, ["plugin", "plugin_bytes", "plugin_most_bytes", "csrt"])]
             for run in runs_of(results, "allocation_bench", "BM_AllocationsTracked")]
     lines += table(["frame", "by the plug-in", "bytes, median", "bytes, most", "by CSRT in the same call"], rows)
     for run in runs_of(results, "allocation_bench", "BM_AllocationsOfTheRecord"):
-        lines += [f"{number(run['record'])} of them, {number(run['record_bytes'])} bytes, are the record that leaves.", ""]
+        record, size = counts(run, ["record", "record_bytes"])
+        lines += [f"{record} of them, {size} bytes, are the record that leaves.", ""]
 
     lines += ["### Several targets, each in its thread", ""]
     rows = [[arguments(run)["targets"], *counters(run, ["throughput", "best_throughput", "cpu_per_frame",
