@@ -60,8 +60,8 @@ csrt_install_dependencies() {
 # Configures the preset "release" and builds the given targets, all without any, in build/. On a terminal the build
 # shows how far it is; elsewhere it is quiet when all is well and shows the end of its log when not.
 csrt_build() {
-  local log=.cache/build.log build=(cmake --build build)
-  [ $# -gt 0 ] && build+=(--target "$@")
+  local log=.cache/build.log compile=(cmake --build build)
+  [ $# -gt 0 ] && compile+=(--target "$@")
   mkdir -p .cache
   echo "Building (log: $log) ..." >&2
   if ! cmake --preset release >"$log" 2>&1; then
@@ -69,8 +69,8 @@ csrt_build() {
     csrt_die "the build cannot be set up; the reason is above, all of it is in $log"
   fi
   if [ -t 2 ]; then
-    "${build[@]}" >&2 || csrt_die "the build failed; the reason is above"
-  elif ! "${build[@]}" >>"$log" 2>&1; then
+    "${compile[@]}" >&2 || csrt_die "the build failed; the reason is above"
+  elif ! "${compile[@]}" >>"$log" 2>&1; then
     tail -n 40 "$log" >&2
     csrt_die "the build failed; its last lines are above, all of it is in $log"
   fi
