@@ -230,6 +230,9 @@ TEST_F(TrackerStart, MeasuresSmallChangesFromTheWindowBefore) {
   algo.procRoi_ = {0, 0, 158, 108};
   ASSERT_TRUE(start(target));  // wishes 150 x 100: inside the band and below the smallest change
   EXPECT_EQ(algo.procRoi_.size(), cv::Size(158, 108));
+  algo.config_.roi.hysteresis_ratio = 0.0;
+  ASSERT_TRUE(start(target));
+  EXPECT_EQ(algo.procRoi_.size(), cv::Size(158, 108)) << "the change is small even without a band";
 }
 
 TEST_F(TrackerStart, TakesTheWholeFrameWithoutWindows) {
