@@ -30,11 +30,12 @@ cv::Rect growBy(const cv::Rect& r, double ratio, const cv::Size& bounds) {
   return {x, y, std::min(r.width + 2 * dx, bounds.width - x), std::min(r.height + 2 * dy, bounds.height - y)};
 }
 
+// The empty rect when there is nothing to centre on.
 cv::Rect refineBox(const cv::Mat& crop, const cv::Rect& box) {
   const cv::Point seed(box.x + box.width / 2, box.y + box.height / 2);
   const cv::Rect refined = clipToFrame(
       refineInit_GraphSegNearSeed(crop, box, seed, 2.0, 320, 0.8, 700.0F, 160, 3, 16.0, 0.1, 6.0, 8), crop.size());
-  return hasArea(refined) ? growBy(refined, kRefinedGrowth, crop.size()) : box;
+  return hasArea(refined) ? growBy(refined, kRefinedGrowth, crop.size()) : cv::Rect();
 }
 
 // Size that OpenCV gives a picture resized by a factor.
@@ -163,10 +164,9 @@ bool CSRTTrackingAlgo::initializeTrackerFromFrameLocked_(ocula::OculaPicture& pi
     return false;
   }
   crop = ensureBGR8Contiguous_(crop);
-  if (refine) {
-    boxInCrop = refineBox(crop, boxInCrop);
-    const cv::Rect refinedPatch = clipToFrame(toFrame(boxInCrop, window.tl()), frame);
-    if (hasArea(refinedPatch)) patch = refinedPatch;
+  if (const cv::Rect refined = refine ? refineBox(crop, boxInCrop) : cv::Rect(); hasArea(refined)) {
+    boxInCrop = refined;
+    patch = clipToFrame(toFrame(refined, window.tl()), frame);  // without an inset: the box is tight now
   }
   const cv::Ptr<cv::tracking::TrackerCSRT> tracker = createTracker_();
   tracker->init(crop, boxInCrop);

@@ -192,9 +192,10 @@ cv::Rect desiredWindow(const WindowInput& in, const RoiConfig& roi) {
   const auto h = static_cast<double>(box.height);
   const double speed = std::hypot(in.velocity.x, in.velocity.y);
   const double extra = std::sqrt(w * w + h * h) * confidenceFactor(in.score, roi.conf_gain);
-  const double common = roi.speed_gain * speed + 0.5 * extra;
-  const cv::Size wished(roundToInt(w + 2.0 * (w * roi.margin_factor + common)),
-                        roundToInt(h + 2.0 * (h * roi.margin_factor + common)));
+  const auto withMargins = [&](double side) {
+    return roundToInt(side + 2.0 * (side * roi.margin_factor + roi.speed_gain * speed + 0.5 * extra));
+  };
+  const cv::Size wished(withMargins(w), withMargins(h));
   const cv::Size size = windowSizeWithHysteresis(wished, in.previous, in.frame, roi);
 
   const cv::Point2f centre = centreOf(box);
