@@ -15,6 +15,7 @@
 #include "host_error.h"
 #include "interrupt.h"
 #include "live_window.h"
+#include "metadata_file.h"
 #include "picture_output.h"
 #include "plugin_library.h"
 #include "progress.h"
@@ -29,6 +30,7 @@ struct TrackOptions {
   SourceOptions source;
   std::vector<std::string> boxes;
   ConfigOptions config;
+  std::string metadata;
   std::string records;
   std::string video;
   std::string still;
@@ -133,6 +135,7 @@ int track(const TrackOptions& options) {
   run.sourceName = options.source.source;
   run.targets = parseTargetOptions(options.boxes);
   run.configText = buildConfigText(options.config);
+  if (!options.metadata.empty()) run.metadata = readMetadataFile(options.metadata);
   run.threads = options.threads;
   run.logToStderr = options.debug || asksForDebug(run.configText);
   checkOptions(options);
@@ -187,6 +190,10 @@ void addTrackCommand(CLI::App& app, int& status) {
       ->type_name("GROUP.KEY=VALUE")
       ->take_all()
       ->allow_extra_args(false);
+  command
+      .add_option("--metadata", options->metadata,
+                  "What the camera said per frame (CSV with a heading, or JSON lines): frame, pan_deg, ..., follow_me")
+      ->type_name("FILE");
   command.add_option("--records", options->records, "Write one JSON line per call; -: to standard output")
       ->type_name("FILE");
   command.add_option("--video", options->video, "Write the annotated video")->type_name("FILE");

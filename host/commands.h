@@ -12,6 +12,7 @@ void addTrackCommand(CLI::App& app, int& status);
 void addConfigCommand(CLI::App& app, int& status);
 void addDoctorCommand(CLI::App& app, int& status);
 void addDrawSceneCommand(CLI::App& app, int& status);
+void addSimulateCommand(CLI::App& app, int& status);
 void addSchemaCommand(CLI::App& app, int& status);
 
 }  // namespace host

@@ -10,6 +10,7 @@ struct EmbeddedText {
   const char* text;
 };
 
-extern const EmbeddedText kPresets[];  ///< presets/*.json, sorted by name.
+extern const EmbeddedText kPresets[];    ///< presets/*.json, sorted by name.
+extern const EmbeddedText kScenarios[];  ///< scenarios/*.json, sorted by name.
 
 }  // namespace host

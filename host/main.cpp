@@ -57,6 +57,7 @@ int main(int argc, char** argv) {
   app.require_subcommand(1);
   app.footer(kExitCodes);
   host::addTrackCommand(app, status);
+  host::addSimulateCommand(app, status);
   host::addConfigCommand(app, status);
   host::addDoctorCommand(app, status);
   host::addDrawSceneCommand(app, status);

@@ -5,6 +5,7 @@
 #include <utility>
 #include <variant>
 
+#include "frame_clock.h"
 #include "log_capture.h"
 
 namespace host {
@@ -49,28 +50,31 @@ double millisecondsSince(Clock::time_point begin) {
   return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
 }
 
-/// Runs one call of the plug-in with its log lines and its time recorded; the text of an exception, else empty.
-template <typename Call>
-std::string timedCall(CallRecord& record, Call call) {
-  std::string thrown;
-  LogCapture capture;
-  const Clock::time_point begin = Clock::now();
-  try {
-    record.outputs = call();
-  } catch (const std::exception& e) {
-    thrown = std::string("exception: ") + e.what();
-  }
-  record.update_ms = millisecondsSince(begin);
-  record.log = capture.lines();
-  return thrown;
-}
-
 }  // namespace
 
 TargetSession::TargetSession(std::shared_ptr<IAlgoPlugin> plugin, std::string name)
     : plugin_(std::move(plugin)), name_(std::move(name)) {
   installLogCapture();
   plugin_->enableDebug(true);
+}
+
+/// Runs one call of the plug-in with its log lines and its time recorded; the text of an exception, else empty.
+template <typename Call>
+std::string TargetSession::timedCall_(CallRecord& record, Call call) const {
+  std::string thrown;
+  LogCapture capture;
+  const Clock::time_point begin = Clock::now();
+  std::optional<FrameClock> frameClock;
+  if (followsFrameTime_) frameClock.emplace(record.time_s);
+  try {
+    record.outputs = call();
+  } catch (const std::exception& e) {
+    thrown = std::string("exception: ") + e.what();
+  }
+  frameClock.reset();
+  record.update_ms = millisecondsSince(begin);
+  record.log = capture.lines();
+  return thrown;
 }
 
 std::vector<std::string> TargetSession::configure(const std::string& json) {
@@ -84,7 +88,7 @@ std::vector<std::string> TargetSession::configure(const std::string& json) {
 CallRecord TargetSession::init(const Frame& frame, const FramePlace& place, const BBox& box) {
   CallRecord record = begin_(place, true);
   record.givenBox = cv::Rect(box.x, box.y, box.width, box.height);
-  const std::string thrown = timedCall(record, [&] { return plugin_->init({frame}, box, &record.started); });
+  const std::string thrown = timedCall_(record, [&] { return plugin_->init({frame}, box, &record.started); });
   if (!thrown.empty()) record.started = false;
   StateReport report = stateOfInit(record.log, record.started);
   if (!thrown.empty()) report.reason = thrown;
@@ -96,7 +100,7 @@ CallRecord TargetSession::init(const Frame& frame, const FramePlace& place, cons
 CallRecord TargetSession::update(const Frame& frame, const FramePlace& place) {
   CallRecord record = begin_(place, false);
   bool processed = false;
-  const std::string thrown = timedCall(record, [&] { return plugin_->update({frame}, &processed); });
+  const std::string thrown = timedCall_(record, [&] { return plugin_->update({frame}, &processed); });
   const AlgoValue::Array* detections = detectionsOf(record.outputs);
   StateReport report = stateOfUpdate(record.log, detections != nullptr && !detections->empty());
   if (!thrown.empty()) {

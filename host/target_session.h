@@ -34,10 +34,16 @@ class TargetSession {
   CallRecord init(const Frame& frame, const FramePlace& place, const BBox& box);
   CallRecord update(const Frame& frame, const FramePlace& place);
 
+  /// From now on the plug-in's clock stands at the frame's time_s during a call (see frame_clock.h), so that its rules
+  /// in seconds judge the video and not this machine. Off at first.
+  void followFrameTime(bool on) { followsFrameTime_ = on; }
+
   const std::string& name() const { return name_; }
   IAlgoPlugin& plugin() { return *plugin_; }
 
  private:
+  template <typename Call>
+  std::string timedCall_(CallRecord& record, Call call) const;
   CallRecord begin_(const FramePlace& place, bool isInit) const;
   void judge_(CallRecord& record, const StateReport& report);
 
@@ -45,6 +51,7 @@ class TargetSession {
   std::string name_;
   std::optional<FramePlace> seen_;  // where the target was last seen
   long callsSinceSeen_ = 0;
+  bool followsFrameTime_ = false;
 };
 
 }  // namespace host

@@ -67,7 +67,7 @@ class Targets {
   }
 
   std::vector<CallRecord> init(const SourceFrame& frame) {
-    const auto picture = std::make_shared<ocula::OculaPicture>(frame.bgr);
+    const auto picture = std::make_shared<ocula::OculaPicture>(frame.bgr, run_.metadata.of(frame.index));
     std::vector<CallRecord> records(sessions_.size());
     pool_.forEach(sessions_.size(), [&](std::size_t i) {
       records[i] = sessions_[i]->init(picture, {frame.index, frame.time_s}, run_.targets[i].box);
@@ -79,7 +79,7 @@ class Targets {
   }
 
   std::vector<CallRecord> update(const SourceFrame& frame) {
-    const auto picture = std::make_shared<ocula::OculaPicture>(frame.bgr);
+    const auto picture = std::make_shared<ocula::OculaPicture>(frame.bgr, run_.metadata.of(frame.index));
     std::vector<CallRecord> records(sessions_.size());
     pool_.forEach(sessions_.size(), [&](std::size_t i) {
       records[i] = sessions_[i]->update(picture, {frame.index, frame.time_s});
@@ -90,7 +90,7 @@ class Targets {
   /// Starts the first target over; when none is left, a new one of the same name.
   CallRecord restart(const SourceFrame& frame, const BBox& box) {
     if (sessions_.empty()) add_(run_.targets.front().name);
-    const auto picture = std::make_shared<ocula::OculaPicture>(frame.bgr);
+    const auto picture = std::make_shared<ocula::OculaPicture>(frame.bgr, run_.metadata.of(frame.index));
     CallRecord record = sessions_.front()->init(picture, {frame.index, frame.time_s}, box);
     if (!record.started) sessions_.erase(sessions_.begin());
     return record;

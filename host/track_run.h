@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "frame_source.h"
+#include "metadata_file.h"
 #include "plugin_library.h"
 #include "run_observer.h"
 #include "target_option.h"
@@ -16,6 +17,7 @@ struct TrackRun {
   std::string sourceName;
   std::string configText;             ///< For setConfig(); empty: nothing is passed.
   std::vector<TargetOption> targets;  ///< Empty: `steering` is asked.
+  MetadataTable metadata;             ///< What the camera said, by frame; empty: nothing.
   int threads = 1;                    ///< Targets are spread over so many threads.
   bool logToStderr = false;           ///< Whether the plug-in's log lines are shown.
 };

@@ -1,0 +1,20 @@
+// The scenarios that come inside the program.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace host::sim {
+
+struct ShippedScenario {
+  std::string name;
+  const char* text;  ///< Its JSON.
+};
+
+/// Sorted by name.
+const std::vector<ShippedScenario>& shippedScenarios();
+
+/// nullptr when there is none of that name.
+const ShippedScenario* findShippedScenario(const std::string& name);
+
+}  // namespace host::sim

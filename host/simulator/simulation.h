@@ -1,0 +1,68 @@
+// A simulated run: the scene is seen through the camera, the plug-in sees the pictures, the host moves the camera.
+#pragma once
+
+#include <opencv2/core.hpp>
+#include <optional>
+#include <vector>
+
+#include "call_record.h"
+#include "ocula/ocula_picture.h"
+#include "plugin_library.h"
+#include "simulator/panorama.h"
+#include "simulator/scenario.h"
+
+namespace host::sim {
+
+/// Where the target really is.
+struct Truth {
+  bool there = false;             ///< In the scene at all.
+  cv::Rect2d box;                 ///< Frame pixels, not cut at the frame.
+  double visibleShare = 0.0;      ///< Inside the frame and not hidden. [0, 1]
+  Angles direction;               ///< Pan in [-180, 180).
+  double pointingErrorDeg = 0.0;  ///< From the picture's true middle.
+  double pointingErrorPx = 0.0;
+};
+
+enum class HostPhase {
+  Pointing,  ///< The gimbal goes to the angles the plug-in asked for.
+  Following  ///< The gimbal is turned so that the box stays in the middle.
+};
+
+const char* name(HostPhase phase);
+
+struct CameraState {
+  View view;      ///< What is really seen.
+  Angles gimbal;  ///< What the encoders read.
+  HostPhase phase = HostPhase::Pointing;
+  std::optional<Angles> asked;  ///< The plug-in's "gimbal_preposition.v1".
+};
+
+/// All about one frame.
+struct SimulatedFrame {
+  cv::Mat bgr;
+  ocula::OculaPicture::BaseMetadata metadata;
+  CallRecord record;
+  Truth truth;
+  CameraState camera;
+};
+
+/// All calls come from one thread, begin() first, end() always last.
+class SimulationObserver {
+ public:
+  virtual ~SimulationObserver() = default;
+  virtual void begin(const Scenario& /*scenario*/, const Panorama& /*panorama*/) {}
+  virtual void frame(const SimulatedFrame& frame) = 0;
+  virtual void end() {}
+};
+
+struct SimulationOptions {
+  bool frameTime = true;  ///< The plug-in's clock follows the simulated time; false: it follows the machine's.
+};
+
+/// Runs the scenario to its end, or until a signal asks to stop. The same scenario gives the same frames.
+/// @return false when the plug-in refused the target
+/// @throws HostError (Plugin, Usage) and what observers throw
+bool simulate(const Scenario& scenario, PluginLibrary& library, const SimulationOptions& options,
+              const std::vector<SimulationObserver*>& observers);
+
+}  // namespace host::sim

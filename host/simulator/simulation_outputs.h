@@ -1,0 +1,84 @@
+// What a simulated run leaves behind: records, the annotated video, a sheet of its moments, a clip with metadata.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "annotate.h"
+#include "picture_output.h"
+#include "simulator/simulation.h"
+#include "text_output.h"
+
+namespace host::sim {
+
+/// The record of a call with two more members, "truth" and "camera".
+nlohmann::ordered_json toJson(const SimulatedFrame& frame);
+
+/// One JSON line per call.
+class SimulationRecords : public SimulationObserver {
+ public:
+  explicit SimulationRecords(const std::string& path) : output_(path) {}
+  void frame(const SimulatedFrame& frame) override { output_.writeLine(toJson(frame).dump()); }
+
+ private:
+  TextOutput output_;
+};
+
+/// Draws the gimbal's view and below it the whole scene: the view's outline, the target, the angles asked for.
+class SimulationAnnotator {
+ public:
+  void begin(const Scenario& scenario, const Panorama& panorama);
+  cv::Size size() const;                      ///< Of what draw() gives.
+  cv::Mat draw(const SimulatedFrame& frame);  ///< Frames in order, each once.
+
+ private:
+  cv::Mat drawInset_(const SimulatedFrame& frame) const;
+  cv::Point onInset_(const Angles& direction) const;
+
+  Annotator annotator_;
+  cv::Mat overview_;
+  double tiltSpan_ = 60.0;
+  cv::Size frame_;
+};
+
+/// The annotated video, and a sheet of the moments at which something changed.
+class SimulationPictures : public SimulationObserver {
+ public:
+  /// @param video, sheet  paths; empty: not wanted
+  SimulationPictures(std::string video, std::string sheet)
+      : videoPath_(std::move(video)), sheetPath_(std::move(sheet)) {}
+  void begin(const Scenario& scenario, const Panorama& panorama) override;
+  void frame(const SimulatedFrame& frame) override;
+  void end() override;
+
+ private:
+  void keepMoment_(const SimulatedFrame& frame, const cv::Mat& picture);
+
+  std::string videoPath_;
+  std::string sheetPath_;
+  SimulationAnnotator annotator_;
+  std::optional<VideoOutput> video_;
+  std::vector<cv::Mat> moments_;
+  std::optional<TrackState> lastState_;
+  cv::Mat last_;
+  long waited_ = 0;
+};
+
+/// The plain video and its metadata, as `csrt-track track --metadata` reads them.
+class SimulationClip : public SimulationObserver {
+ public:
+  /// @param video, metadata  paths; empty: not wanted
+  SimulationClip(std::string video, const std::string& metadata);
+  void begin(const Scenario& scenario, const Panorama& panorama) override;
+  void frame(const SimulatedFrame& frame) override;
+  void end() override;
+
+ private:
+  std::string videoPath_;
+  std::optional<VideoOutput> video_;
+  std::optional<TextOutput> metadata_;
+};
+
+}  // namespace host::sim

@@ -1,0 +1,82 @@
+// What a simulated run comes to: did the camera get there, did it stay there, was the box ever on the wrong thing.
+#pragma once
+
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulator/simulation.h"
+
+namespace host::sim {
+
+/// Degrees or pixels over the frames of a run.
+struct Spread {
+  double median = 0.0;
+  double p95 = 0.0;
+  double max = 0.0;
+};
+
+/// Unless it says otherwise: frames after arming, update() calls only.
+struct SimulationTotals {
+  long frames = 0;
+  bool started = false;
+  std::optional<Angles> asked;          ///< What the plug-in wanted the camera to look at ...
+  std::optional<double> askedErrorDeg;  ///< ... and how far that was from the target then.
+  std::optional<long> armedFrame;       ///< The first frame on which the plug-in no longer waited.
+  double secondsToArm = 0.0;
+  double armedErrorDeg = 0.0;  ///< Of the picture's middle from the target, on that frame.
+  double armedErrorPx = 0.0;
+  std::optional<double> firstIou;  ///< Of the first box after arming with the truth.
+  Spread followingErrorDeg;        ///< Over the frames on which the target could be seen.
+  Spread followingErrorPx;
+  double meanIou = 0.0;      ///< Over the frames on which it could be seen and was reported seen.
+  long framesVisible = 0;    ///< At least half of it could be seen.
+  double secondsLost = 0.0;  ///< It could be seen, but no box reported as seen lay on it.
+  long falseBoxes = 0;       ///< Reported as seen, but nothing of the target was in the box.
+  long zoomReseeds = 0;
+  long redetections = 0;
+  std::map<TrackState, long> states;  ///< All update() calls.
+  TrackState finalState = TrackState::Inactive;
+  std::string lostReason;
+  double medianUpdateMs = 0.0;
+};
+
+/// One expectation of the scenario and what came.
+struct Check {
+  std::string name;
+  std::string wanted;
+  std::string found;
+  bool met = false;
+};
+
+class SimulationSummary : public SimulationObserver {
+ public:
+  void begin(const Scenario& scenario, const Panorama& panorama) override;
+  void frame(const SimulatedFrame& frame) override;
+
+  SimulationTotals totals() const;
+
+ private:
+  void countFollowing_(const SimulatedFrame& frame);
+
+  double fps_ = 25.0;
+  SimulationTotals totals_;
+  std::vector<double> errorsDeg_;
+  std::vector<double> errorsPx_;
+  std::vector<double> ious_;
+  std::vector<double> update_ms_;
+  long framesLost_ = 0;
+};
+
+/// One check per expectation that is given, in the order of the struct. Pure.
+std::vector<Check> judge(const SimulationTotals& totals, const Expectations& expect);
+
+nlohmann::ordered_json toJson(const Scenario& scenario, const SimulationTotals& totals,
+                              const std::vector<Check>& checks);
+
+/// Several lines for people, the last one with its line feed.
+std::string textOf(const Scenario& scenario, const SimulationTotals& totals, const std::vector<Check>& checks);
+
+}  // namespace host::sim
