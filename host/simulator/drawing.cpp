@@ -4,6 +4,7 @@
 #include <array>
 #include <cmath>
 #include <opencv2/imgproc.hpp>
+#include <vector>
 
 namespace host::sim {
 namespace {
@@ -87,13 +88,20 @@ void blend(cv::Mat& picture, const cv::Mat& bgr, const cv::Mat& mask) {
 
 cv::Mat texture(cv::Size size, const cv::Scalar& mean, double contrast, int patch, cv::RNG& rng) {
   const int side = std::max(1, patch);
-  cv::Mat coarse(std::max(2, size.height / side), std::max(2, size.width / side), CV_8UC3);
-  rng.fill(coarse, cv::RNG::NORMAL, mean, cv::Scalar::all(contrast));
-  cv::Mat picture;
-  cv::resize(coarse, picture, size, 0, 0, cv::INTER_CUBIC);
-  cv::Mat grain(size, CV_8SC3);
+  const cv::Size coarseSize(std::max(2, size.width / side), std::max(2, size.height / side));
+  cv::Mat light(coarseSize, CV_16SC1);  // light and shade are the same in all colours
+  rng.fill(light, cv::RNG::NORMAL, cv::Scalar::all(0), cv::Scalar::all(contrast));
+  cv::Mat coarse(coarseSize, CV_16SC3);
+  rng.fill(coarse, cv::RNG::NORMAL, mean, cv::Scalar::all(0.2 * contrast));
+  cv::Mat shades;
+  cv::merge(std::vector<cv::Mat>(3, light), shades);
+  coarse += shades;
+  cv::Mat smooth;
+  cv::resize(coarse, smooth, size, 0, 0, cv::INTER_CUBIC);
+  cv::Mat grain(size, CV_16SC3);
   rng.fill(grain, cv::RNG::NORMAL, cv::Scalar::all(0), cv::Scalar::all(6));
-  cv::add(picture, grain, picture, cv::noArray(), CV_8U);
+  cv::Mat picture;
+  cv::add(smooth, grain, picture, cv::noArray(), CV_8U);
   return picture;
 }
 

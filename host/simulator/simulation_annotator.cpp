@@ -45,6 +45,22 @@ void writeLine(cv::Mat& picture, const std::string& text, const InsetSizes& size
               sizes.px(1), cv::LINE_AA);
 }
 
+/// While the gimbal turns nothing keeps its place in the picture: the given box on the first frame, then a cross where
+/// the plug-in's angles lie now.
+void drawPointing(cv::Mat& picture, const SimulatedFrame& frame, const InsetSizes& sizes) {
+  const CallRecord& record = frame.record;
+  if (record.isInit && record.givenBox) {
+    cv::rectangle(picture, *record.givenBox, kDark, sizes.px(3));
+    cv::rectangle(picture, *record.givenBox, kAsked, sizes.px(1.5));
+  } else if (frame.camera.asked) {
+    const cv::Point2d at = pixelOf(*frame.camera.asked, frame.camera.view, picture.size());
+    mark(picture, {cvRound(at.x), cvRound(at.y)}, cv::MARKER_TILTED_CROSS, kAsked, sizes);
+  }
+  const std::string text = fmt::format("{}  {:.2f} s", host::name(record.state), record.time_s);
+  cv::putText(picture, text, {sizes.px(6), sizes.px(16)}, kFont, 0.45 * sizes.scale, kDark, sizes.px(3), cv::LINE_AA);
+  cv::putText(picture, text, {sizes.px(6), sizes.px(16)}, kFont, 0.45 * sizes.scale, kAsked, sizes.px(1), cv::LINE_AA);
+}
+
 }  // namespace
 
 void SimulationAnnotator::begin(const Scenario& scenario, const Panorama& panorama) {
@@ -82,8 +98,14 @@ cv::Mat SimulationAnnotator::drawInset_(const SimulatedFrame& frame) const {
 
 cv::Mat SimulationAnnotator::draw(const SimulatedFrame& frame) {
   cv::Mat picture(size(), CV_8UC3, kDark);
-  annotator_.draw(frame.bgr, {frame.record}).copyTo(picture(cv::Rect(cv::Point(), frame_)));
   const InsetSizes sizes(frame_.width);
+  cv::Mat view = picture(cv::Rect(cv::Point(), frame_));
+  if (frame.camera.phase == HostPhase::Pointing) {
+    frame.bgr.copyTo(view);
+    drawPointing(view, frame, sizes);
+  } else {
+    annotator_.draw(frame.bgr, {frame.record}).copyTo(view);
+  }
   const cv::Point middle(frame_.width / 2, frame_.height / 2);
   mark(picture, middle, cv::MARKER_CROSS, cv::Scalar::all(255), sizes);
   if (frame.truth.visibleShare > 0) {
