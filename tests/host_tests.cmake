@@ -60,3 +60,5 @@ target_compile_definitions(doctor_test PRIVATE
   BROKEN_OTHER_RECORDS="$<TARGET_FILE:broken_other_records>"
   BROKEN_THROWS="$<TARGET_FILE:broken_throws>"
   BROKEN_CRASHES="$<TARGET_FILE:broken_crashes>")
+
+include(simulator_tests.cmake)

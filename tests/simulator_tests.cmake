@@ -1,0 +1,13 @@
+# Tests of the simulated gimbal camera and of metadata for recorded video.
+csrt_add_host_test(metadata_file_test)
+csrt_add_host_test(frame_clock_test)
+csrt_add_host_test(simulator_test)
+csrt_add_host_test(scenario_reader_test)
+csrt_add_host_test(simulate_command_test)
+
+# Each shipped scenario is run to its end; the program's exit status says whether all it expects was met.
+file(GLOB scenarios CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/host/scenarios/*.json)
+foreach(file ${scenarios})
+  get_filename_component(scenario ${file} NAME_WE)
+  add_test(NAME simulate_${scenario} COMMAND csrt-track simulate ${scenario})
+endforeach()
