@@ -78,13 +78,16 @@ TEST(SimulateCommand, WritesAClipWithMetadataThatTrackArmsOn) {
   const TempFolder folder;
   const ProgramResult run = runProgram({"simulate", "off-centre", "--clip", folder.file("clip.avi"), "--clip-metadata",
                                         folder.file("clip.jsonl"), "--summary", folder.file("sum.json"), "--sheet",
-                                        folder.file("sheet.png"), "--quiet"});
+                                        folder.file("sheet.png"), "--records", folder.file("sim.jsonl"), "--quiet"});
   ASSERT_EQ(run.status, 0) << run.err;
   EXPECT_GT(fs::file_size(folder.file("sheet.png")), 1000U);
   const long armed = json::parse(textOf(folder.file("sum.json")))["armed"]["frame"];
+  const json given = json::parse(linesOf(textOf(folder.file("sim.jsonl"))).front())["given_box"];
+  const std::string box =
+      given["x"].dump() + "," + given["y"].dump() + "," + given["w"].dump() + "," + given["h"].dump();
   const ProgramResult track =
-      runProgram({"track", folder.file("clip.avi"), "--metadata", folder.file("clip.jsonl"), "--box", "533,223,43,21",
-                  "--set", "preposition.enabled=true", "--records", "-", "--quiet"});
+      runProgram({"track", folder.file("clip.avi"), "--metadata", folder.file("clip.jsonl"), "--box", box, "--set",
+                  "preposition.enabled=true", "--records", "-", "--quiet"});
   ASSERT_EQ(track.status, 0) << track.err;
   const std::vector<json> records = recordsOf(track.out);
   ASSERT_EQ(records.size(), 60U);

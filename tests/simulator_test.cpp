@@ -3,6 +3,7 @@
 
 #include <cmath>
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include "simulator/actors.h"
 #include "simulator/angles.h"
