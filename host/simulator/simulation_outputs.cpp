@@ -82,11 +82,13 @@ void SimulationPictures::frame(const SimulatedFrame& frame) {
 }
 
 /// The first frame, one on the way, then every first frame of a state; the last frame always has its place.
+/// A fresh start has no box to show yet, the frame behind it has.
 void SimulationPictures::keepMoment_(const SimulatedFrame& frame, const cv::Mat& picture) {
   const TrackState state = frame.record.state;
   waited_ += state == TrackState::Waiting ? 1 : 0;
   const bool onTheWay = state == TrackState::Waiting && waited_ == kFramesIntoSlew;
-  if ((!lastState_ || *lastState_ != state || onTheWay) && moments_.size() + 1 < kMostMoments) {
+  const bool isNew = (!lastState_ || *lastState_ != state) && state != TrackState::Reseeded;
+  if ((isNew || onTheWay) && moments_.size() + 1 < kMostMoments) {
     moments_.push_back(picture);
   }
   lastState_ = state;
