@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # package.sh [--check]: builds the Debian packages into build/package.
-# --check builds them twice and compares every byte, and runs lintian over them.
+# --check builds them twice and compares every byte, and runs lintian over them. CMAKE_CXX_COMPILER_LAUNCHER=ccache in
+# the environment makes the second build short: it then repeats linking and packing, but not compiling.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -11,7 +12,7 @@ export SOURCE_DATE_EPOCH
 build_packages() {  # build_packages FOLDER
   cmake -S . -B "$1" -G Ninja -DPython3_EXECUTABLE=/usr/bin/python3 -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_INSTALL_PREFIX=/usr -DCSRT_BUILD_TESTS=OFF \
-    -DCMAKE_CXX_FLAGS="-g -ffile-prefix-map=$PWD=. -ffile-prefix-map=$PWD/$1=. -D_FORTIFY_SOURCE=2 -fstack-protector-strong" \
+    -DCMAKE_CXX_FLAGS="-ffile-prefix-map=$PWD=. -ffile-prefix-map=$PWD/$1=. -D_FORTIFY_SOURCE=2 -fstack-protector-strong" \
     -DCMAKE_SHARED_LINKER_FLAGS="-Wl,-z,relro,-z,now" -DCMAKE_EXE_LINKER_FLAGS="-Wl,-z,relro,-z,now" >/dev/null
   cmake --build "$1"
   (cd "$1" && find . -name '*.deb' -delete && cpack -G DEB >/dev/null)
