@@ -41,7 +41,7 @@ options=(
   -DBUILD_JAVA=OFF -DBUILD_opencv_python3=OFF
 )
 packages=(gcc-13 g++-13 cmake ninja-build patch pkg-config python3 xz-utils nvidia-cuda-toolkit libjpeg-dev libpng-dev
-  zlib1g-dev libavcodec-dev libavformat-dev libavutil-dev libswscale-dev)
+  zlib1g-dev libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libdc1394-dev)
 
 os=$root/.cache/debian13-cuda
 build=/build/opencv-sm${arch//[.,]/}

@@ -21,7 +21,7 @@ debian_root "$os" trixie "main contrib non-free non-free-firmware"
 packages=()
 for package in "${csrt_packages[@]}"; do [[ $package == libopencv-* ]] || packages+=("$package"); done
 install_in_root "$os" "${packages[@]}" nvidia-cuda-toolkit libjpeg-dev libpng-dev zlib1g-dev \
-  libavcodec-dev libavformat-dev libavutil-dev libswscale-dev
+  libavcodec-dev libavformat-dev libavutil-dev libswscale-dev libdc1394-dev
 
 export ROOT_BINDS="$root:/src"
 in_root "$os" cmake -S /src -B /build/csrt "${csrt_configure[@]}" -DCSRT_CUDA=ON -DCSRT_BUILD_BENCH=ON \
