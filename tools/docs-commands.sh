@@ -23,10 +23,14 @@ for name in street.mp4 frames; do
 done
 
 # What the blocks leave beside the sources goes when they are done.
-before=$(ls -A)
+here_now() {
+  find . -mindepth 1 -maxdepth 1 -printf '%f\n'
+}
+before=$(here_now)
+# shellcheck disable=SC2317  # called by the trap
 clean_up() {
   local name
-  ls -A | grep -Fxv "$before" | while read -r name; do rm -rf "${name:?}"; done || true
+  here_now | grep -Fxv "$before" | while read -r name; do rm -rf "${name:?}"; done || true
 }
 trap clean_up EXIT
 
