@@ -37,6 +37,7 @@ class GpuImage {
   friend class HostImageBackend;
   friend class CudaImageBackend;
   cv::Mat host_;
+  cv::Mat room_;  ///< One row of bytes that `host_` lies in, where it was made by uploadGrey().
   cv::cuda::GpuMat device_;
 };
 

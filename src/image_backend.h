@@ -38,6 +38,9 @@ class HostImageBackend : public ImageBackend {
   void resize(const GpuImage& src, GpuImage& dst, const cv::Size& size, double fx, double fy,
               int interpolation) const override;
   void matchTemplate(const GpuImage& image, const GpuImage& templ, GpuImage& result, int method) const override;
+
+ private:
+  static void fitRoom(const cv::Size& size, GpuImage& image);
 };
 
 /// The process's backend, decided at the first call. CMake picks the source that defines it.

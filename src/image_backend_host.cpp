@@ -20,7 +20,21 @@ void HostImageBackend::upload(const cv::Mat& pixels, GpuImage& image) const {
   pixels.copyTo(image.host_);
 }
 
+// A target's size changes by a pixel at a time. Memory is taken in steps, and serves again until a picture needs more.
+void HostImageBackend::fitRoom(const cv::Size& size, GpuImage& image) {
+  constexpr int kStep = 4096;  // bytes
+  const int need = size.area();
+  image.host_.release();
+  const bool shared = image.room_.u != nullptr && image.room_.u->refcount > 1;
+  if (shared || image.room_.cols < need) {
+    image.room_.release();
+    image.room_.create(1, (need + kStep - 1) / kStep * kStep, CV_8UC1);
+  }
+  image.host_ = image.room_.colRange(0, need).reshape(1, size.height);
+}
+
 void HostImageBackend::uploadGrey(const cv::Mat& bgr, GpuImage& image) const {
+  if (bgr.type() == CV_8UC3 && bgr.size() != image.host_.size() && !bgr.empty()) fitRoom(bgr.size(), image);
   cv::cvtColor(bgr, image.host_, cv::COLOR_BGR2GRAY);
 }
 
@@ -54,6 +68,7 @@ GpuImage HostImageBackend::region(const GpuImage& image, const cv::Rect& r) cons
 
 void HostImageBackend::release(GpuImage& image) const {
   image.host_.release();
+  image.room_.release();
 }
 
 void HostImageBackend::resize(const GpuImage& src, GpuImage& dst, const cv::Size& size, double fx, double fy,

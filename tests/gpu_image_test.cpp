@@ -69,6 +69,33 @@ TEST(GpuImage, UploadGreyIsTheGreyOfOpenCv) {
   EXPECT_TRUE(same(image.download(), grey(cv::Rect(3, 4, 20, 20))));
 }
 
+TEST(GpuImage, UploadGreyUsesItsMemoryAgainForOtherSizes) {
+  if (std::string(imageBackendName()) != "host") GTEST_SKIP() << "memory of the device is not looked at here";
+  GpuImage image;
+  image.uploadGrey(textured::texture({60, 60}, 6, 3));
+  const void* memory = image.download().data;
+  for (const cv::Size& size : {cv::Size(61, 60), cv::Size(58, 63), cv::Size(20, 10), cv::Size(64, 64)}) {
+    const cv::Mat bgr = textured::texture(size, 6, 4);
+    cv::Mat grey;
+    cv::cvtColor(bgr, grey, cv::COLOR_BGR2GRAY);
+    image.uploadGrey(bgr);
+    EXPECT_TRUE(same(image.download(), grey)) << size;
+    EXPECT_EQ(image.download().data, memory) << size;
+  }
+}
+
+TEST(GpuImage, UploadGreyOfAnotherSizeLeavesSharedPixelsAlone) {
+  GpuImage image;
+  image.uploadGrey(textured::texture({60, 60}, 6, 3));
+  const GpuImage copy = image;
+  const GpuImage view = image.region({5, 5, 20, 20});
+  const cv::Mat before = copy.download().clone();
+  image.uploadGrey(textured::texture({50, 50}, 6, 4));
+  EXPECT_TRUE(same(copy.download(), before));
+  EXPECT_TRUE(same(view.download(), before(cv::Rect(5, 5, 20, 20))));
+  EXPECT_EQ(image.size(), cv::Size(50, 50));
+}
+
 TEST(GpuImage, DownloadsIntoMemoryThatIsKept) {
   const cv::Mat grey = greyPicture({20, 10}, 3);
   cv::Mat out(5, 5, CV_8UC3);
