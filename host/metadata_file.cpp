@@ -38,7 +38,7 @@ struct Cell {
 };
 
 std::string keyOf(const std::string& column) {
-  const std::string key = column == "follow_me" ? Keys::kFollowMeEnabledCommand : column;
+  std::string key = column == "follow_me" ? Keys::kFollowMeEnabledCommand : column;
   if (metadataKindOf(key) == MetadataKind::Unknown) throw RowError("there is no metadata key '" + column + "'");
   return key;
 }

@@ -1,6 +1,7 @@
 // Everything that a simulated run needs to know, as plain data. Angles in degrees, times in seconds.
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 #include <opencv2/core.hpp>
 #include <optional>
@@ -89,7 +90,7 @@ struct Scenario {
   std::string config;  ///< JSON for setConfig().
   Expectations expect;
 
-  long frames() const { return static_cast<long>(duration_s * fps + 0.5); }
+  long frames() const { return std::lround(duration_s * fps); }
 };
 
 }  // namespace host::sim
