@@ -52,6 +52,7 @@ endif()
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME csrt-tracking)
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "")  # otherwise goes before every package's own first line
 set(CPACK_PACKAGE_VENDOR "csrt-tracking maintainers")
 set(CPACK_PACKAGE_CONTACT "csrt-tracking maintainers <maintainers@csrt-tracking.invalid>")
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
@@ -93,6 +94,9 @@ foreach(component plugin hostlib dev tools)
   set(CPACK_COMPONENT_${upper}_DESCRIPTION "${description}")
   install(FILES ${PROJECT_SOURCE_DIR}/packaging/debian/copyright
     DESTINATION ${csrt_doc_dir}/${package} COMPONENT ${component})
+  configure_file(packaging/lintian-overrides.in ${PROJECT_BINARY_DIR}/packaging/overrides/${package} @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/packaging/overrides/${package}
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/lintian/overrides COMPONENT ${component})
   if(GZIP_PROGRAM)
     set(changelog ${PROJECT_BINARY_DIR}/packaging/changelog.Debian)
     configure_file(packaging/debian/changelog ${changelog} COPYONLY)
