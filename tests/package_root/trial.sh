@@ -56,6 +56,7 @@ run_hosts() {
 # Blocks that show the installed program alone; the others are about the source tree.
 run_documentation() {
   local block count=0
+  # shellcheck source=tools/lib/doc-blocks.sh
   . ./doc-blocks.sh
   quietly doc_material csrt-track
   for block in blocks/*.sh; do
