@@ -104,6 +104,12 @@ class Program {
   void signal(int number) const {
     if (started_) kill(pid_, number);
   }
+  /// True once it is over, whether wait() was called or not.
+  bool ended() const {
+    siginfo_t info{};
+    return !started_ ||
+           (waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid == pid_);
+  }
   std::string outSoFar() const { return textOf(folder_.file("out")); }
 
   ProgramResult wait() {
