@@ -14,5 +14,9 @@ void addDoctorCommand(CLI::App& app, int& status);
 void addDrawSceneCommand(CLI::App& app, int& status);
 void addSimulateCommand(CLI::App& app, int& status);
 void addSchemaCommand(CLI::App& app, int& status);
+void addEvaluateCommand(CLI::App& app, int& status);
+void addTuneCommand(CLI::App& app, int& status);
+void addCompareCommand(CLI::App& app, int& status);
+void addMergeCommand(CLI::App& app, int& status);
 
 }  // namespace host

@@ -62,6 +62,10 @@ int main(int argc, char** argv) {
   host::addDoctorCommand(app, status);
   host::addDrawSceneCommand(app, status);
   host::addSchemaCommand(app, status);
+  host::addEvaluateCommand(app, status);
+  host::addCompareCommand(app, status);
+  host::addTuneCommand(app, status);
+  host::addMergeCommand(app, status);
   try {
     app.parse(argc, argv);
     return status;

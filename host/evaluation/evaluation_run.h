@@ -1,0 +1,55 @@
+// Runs trackers over a sequence and judges every marked frame.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "evaluation/follower.h"
+#include "evaluation/metrics.h"
+#include "evaluation/sequence.h"
+
+namespace host {
+
+/// Which time the trackers' own clocks show, and how fast frames come.
+enum class Pace {
+  Fast,    ///< Frames come as fast as they are worked on; rules in seconds see the machine's speed.
+  Source,  ///< Frames come at the source's rate; rules in seconds see what they see live. Takes as long as the clip.
+  Video    ///< As fast as Fast, but the plug-in's clock shows the frames' own times: the same answers on every machine.
+};
+
+/// @throws HostError (Usage) for a word that is none of fast, source, video
+Pace paceOf(const std::string& word);
+const char* name(Pace pace);
+
+/// One target under one tracker.
+struct FollowJob {
+  TruthTarget truth;
+  long maxFrames = 0;  ///< Frames after the start that are used; 0: up to the last mark.
+  std::function<std::unique_ptr<Follower>()> makeFollower;
+};
+
+struct FollowResult {
+  TargetSamples samples;
+  bool complete = false;  ///< All marks of the job were reached; else the source ended or a signal came.
+};
+
+struct FollowOptions {
+  int threads = 1;
+  Pace pace = Pace::Fast;
+  std::function<void()> onFrame;  ///< Called after each frame of the source, on the caller's thread; may be empty.
+};
+
+/// The first and the last frame, counted from 0, that a job needs.
+long firstFrameOf(const FollowJob& job);
+long lastFrameOf(const FollowJob& job);
+
+/// Decodes the source once and drives every job from its first visible mark to its last. Each frame is handed to all
+/// jobs before the next is read, job after job, so that trackers are compared under the same load.
+/// Stops early, in order, when a signal asks to stop.
+/// @return one result per job, in their order. @throws HostError (Source) when the source cannot be opened
+std::vector<FollowResult> followAll(const SourceOptions& source, const std::vector<FollowJob>& jobs,
+                                    const FollowOptions& options);
+
+}  // namespace host

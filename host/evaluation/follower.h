@@ -1,0 +1,41 @@
+// One target under one tracker, whichever it is: the plug-in, or the bare OpenCV tracker it is compared with.
+#pragma once
+
+#include <memory>
+#include <opencv2/core.hpp>
+#include <optional>
+#include <string>
+
+#include "frame_source.h"
+#include "ocula/ocula_picture.h"
+#include "plugin_library.h"
+
+namespace host {
+
+/// What a tracker says about one frame.
+struct FollowerAnswer {
+  std::optional<cv::Rect2d> box;  ///< Full-frame pixels.
+  bool seen = false;              ///< It claims to see the target, not only to predict it.
+  double wall_ms = 0.0;           ///< Wall-clock time of the call.
+  double cpu_ms = 0.0;            ///< Processor time of the calling thread.
+};
+
+/// Not thread-safe; different followers may work on different threads.
+class Follower {
+ public:
+  using Picture = std::shared_ptr<ocula::OculaPicture>;
+  virtual ~Follower() = default;
+  /// False: the tracker refuses the box. @param box  full-frame pixels
+  virtual bool init(const Picture& picture, const SourceFrame& frame, const cv::Rect& box) = 0;
+  virtual FollowerAnswer update(const Picture& picture, const SourceFrame& frame) = 0;
+};
+
+/// @param followFrameTime  the plug-in's clock stands at the frame's time during a call
+std::unique_ptr<Follower> makePluginFollower(PluginLibrary& library, const std::string& configText,
+                                             bool followFrameTime);
+
+/// cv::TrackerCSRT on the whole frame. It is "seen" whenever its update() answers true.
+/// @param configText  its group "csrt" gives the parameters, over the plug-in's defaults; null: OpenCV's own
+std::unique_ptr<Follower> makeReferenceFollower(const std::string* configText);
+
+}  // namespace host
