@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <string>
+#include <thread>
 
 #include "drawn_scene.h"
 #include "host_program.h"
@@ -140,6 +141,26 @@ TEST_F(ScriptedSequence, ATruthLongerThanTheClipIsJudgedAsFarAsItGoes) {
   const Json json = evaluate("tttttttttt");
   EXPECT_EQ(json["targets"][0]["complete"], false);
   EXPECT_EQ(json["overall"]["plugin"]["marks_present"], 10);
+}
+
+TEST_F(ScriptedSequence, AClipThatEndsBeforeItsTruthBeginsIsAnError) {
+  fs::remove(folder_.file("walk/groundtruth_rect.txt"));
+  writeText(folder_.file("truth.csv"), "frame,id,x,y,w,h\n51,1,10,10,10,10\n61,1,10,10,10,10\n");
+  expectOneSentence(runProgram({"evaluate", folder_.file("walk"), "--truth", folder_.file("truth.csv"), "--plugin",
+                                CSRT_FAKE_PLUGIN, "--quiet"}),
+                    3, "ends before frame 50");
+}
+
+TEST_F(ScriptedSequence, AnInterruptedRunWritesAWholeResult) {
+  const std::string json = folder_.file("cut.json");
+  Program program({"evaluate", folder_.file("walk"), "--plugin", CSRT_FAKE_PLUGIN, "--quiet", "--json", json, "--pace",
+                   "source", "--fps", "1"});
+  while (!fs::exists(json)) std::this_thread::yield();  // opened before the first frame, after signals are caught
+  program.signal(SIGINT);
+  EXPECT_EQ(program.wait().status, 130);
+  const Json result = Json::parse(textOf(json), nullptr, false);
+  ASSERT_TRUE(result.is_object());
+  EXPECT_EQ(result["targets"].size(), 0U);  // the one target was cut off
 }
 
 TEST_F(ScriptedSequence, TheTableAndThePageShowTheFigures) {

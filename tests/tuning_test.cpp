@@ -25,7 +25,7 @@ TrialScore hill(const Json& config) {
   return s;
 }
 
-struct Run {
+struct TestSearch {
   TuneSettings settings;
   long calls = 0;
   long limit = 1000000;
@@ -51,15 +51,15 @@ std::string textOf(const std::vector<Trial>& trials) {
   return all.dump();
 }
 
-Run runOf(long brackets) {
-  Run run;
+TestSearch runOf(long brackets) {
+  TestSearch run;
   run.settings.brackets = brackets;
   run.settings.starts = {Json::object()};
   return run;
 }
 
 TEST(Tuning, HalvesABracketFromRungToRung) {
-  Run run = runOf(1);
+  TestSearch run = runOf(1);
   const std::vector<Trial> trials = run.search();
   ASSERT_EQ(trials.size(), 9U + 3U + 1U);
   EXPECT_EQ(trials[0].config, Json::object());  // the start
@@ -68,7 +68,7 @@ TEST(Tuning, HalvesABracketFromRungToRung) {
 }
 
 TEST(Tuning, FindsTheHill) {
-  Run run = runOf(12);
+  TestSearch run = runOf(12);
   const std::vector<Trial> trials = run.search();
   const Trial* best = host::bestOf(trials);
   ASSERT_NE(best, nullptr);
@@ -78,7 +78,7 @@ TEST(Tuning, FindsTheHill) {
 
 TEST(Tuning, TheSameSeedGivesTheSameSearchAndAnotherSeedAnother) {
   EXPECT_EQ(textOf(runOf(3).search()), textOf(runOf(3).search()));
-  Run other = runOf(3);
+  TestSearch other = runOf(3);
   other.settings.seed = 2;
   EXPECT_NE(textOf(other.search()), textOf(runOf(3).search()));
 }
@@ -86,18 +86,18 @@ TEST(Tuning, TheSameSeedGivesTheSameSearchAndAnotherSeedAnother) {
 TEST(Tuning, AStoppedSearchGoesOnWhereItWas) {
   const std::vector<Trial> whole = runOf(3).search();
   for (const long stop : {0L, 1L, 8L, 9L, 20L, 38L}) {
-    Run first = runOf(3);
+    TestSearch first = runOf(3);
     first.limit = stop;
     const std::vector<Trial> known = first.search();
     EXPECT_EQ(static_cast<long>(known.size()), stop);
-    Run second = runOf(3);
+    TestSearch second = runOf(3);
     EXPECT_EQ(textOf(second.search(known)), textOf(whole)) << "stopped after " << stop;
     EXPECT_EQ(second.calls, static_cast<long>(whole.size()) - stop);
   }
 }
 
 TEST(Tuning, ShardsTakeBracketsInTurn) {
-  Run second = runOf(2);
+  TestSearch second = runOf(2);
   second.settings.shard = {2, 3};
   const std::vector<Trial> trials = second.search();
   EXPECT_EQ(trials.front().bracket, 1);
@@ -196,7 +196,7 @@ TEST(TuningResult, ReadsBackMergesAndReports) {
   EXPECT_EQ(toJson(host::tuningFromJson(text, "a")).dump(), text);
   EXPECT_NE(host::reportOf(a).find("| best | 0.600 | 0.400 | 9.00 |"), std::string::npos) << host::reportOf(a);
 
-  Run other = runOf(1);
+  TestSearch other = runOf(1);
   other.settings.shard = {2, 2};
   host::TuningResult b = a;
   b.trials = other.search();

@@ -106,6 +106,17 @@ SourceOptions neededPart(SourceOptions source, const std::vector<FollowJob>& job
   return source;
 }
 
+/// A source that ends before the first mark most likely got the wrong truth; its own complaint would not say so.
+std::unique_ptr<FrameSource> openPart(const SourceOptions& whole, const SourceOptions& part) {
+  try {
+    return openFrameSource(part);
+  } catch (const HostError&) {
+    openFrameSource(whole);  // cannot be opened at all: that is then what is said
+    throw HostError(ExitCode::Source, "'" + whole.source + "' ends before frame " + std::to_string(part.start) +
+                                          " (counted from 0), where its truth begins");
+  }
+}
+
 std::vector<RunningJob*> activeIn(std::vector<RunningJob>& jobs, long frame) {
   std::vector<RunningJob*> active;
   for (RunningJob& job : jobs) {
@@ -139,7 +150,7 @@ long lastFrameOf(const FollowJob& job) {
 std::vector<FollowResult> followAll(const SourceOptions& source, const std::vector<FollowJob>& jobs,
                                     const FollowOptions& options) {
   if (jobs.empty()) return {};
-  const std::unique_ptr<FrameSource> frames = openFrameSource(neededPart(source, jobs));
+  const std::unique_ptr<FrameSource> frames = openPart(source, neededPart(source, jobs));
   std::vector<RunningJob> running(jobs.begin(), jobs.end());
   WorkerPool pool(options.threads);
   PaceKeeper pace(options.pace == Pace::Source);
