@@ -149,6 +149,7 @@ int evaluate(const EvaluateOptions& options) {
   if (!options.json.empty()) json.emplace(options.json);
   if (!options.html.empty()) html.emplace(options.html);
   PluginLibrary library(options.plugin);
+  checkSets(options.config.sets, library.create()->getConfigList());
   cv::setNumThreads(1);  // times per update then mean one thread
 
   EvaluationResult result;

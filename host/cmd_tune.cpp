@@ -207,6 +207,7 @@ int tune(const TuneOptions& options) {
   const TuneSettings settings = settingsOf(options, start);
   const TuneSplit split = splitTargets(openSequences(options.sequences.read()), options.heldBack);
   PluginLibrary library(options.plugin);
+  checkSets(options.config.sets, library.create()->getConfigList());
   makeFolder(options.out);
   cv::setNumThreads(1);  // the targets share the cores
   TuningResult result;
