@@ -115,10 +115,30 @@ TEST(Tuning, BestIsOfTheHighestRungReached) {
   EXPECT_EQ(host::bestOf({}), nullptr);
 }
 
-TEST(KeyEffects, PutTheKeyThatMattersFirst) {
-  const std::vector<host::KeyEffect> effects = host::keyEffects(host::defaultSearchSpace(), runOf(12).search());
-  ASSERT_GE(effects.size(), 2U);
+TEST(KeyEffects, PutTheKeysThatMatterFirst) {
+  host::SeededRandom random(3);
+  std::vector<Trial> trials(90);
+  for (std::size_t i = 0; i < trials.size(); ++i) {
+    trials[i].config = host::randomConfig(host::defaultSearchSpace(), Json::object(), random);
+    trials[i].score = hill(trials[i].config);
+  }
+  const std::vector<host::KeyEffect> effects = host::keyEffects(host::defaultSearchSpace(), trials);
+  ASSERT_GE(effects.size(), 10U);
   EXPECT_TRUE(effects[0].path == "csrt.filter_lr" || effects[0].path == "csrt.use_gray") << effects[0].path;
+}
+
+TEST(KeyEffects, GiveNoKeyTheCreditForALaterBracket) {
+  std::vector<Trial> trials;
+  for (int i = 0; i < 8; ++i) {
+    Trial trial;
+    trial.bracket = i / 4;
+    trial.config = {{"csrt", {{"scale_lr", i < 4 ? 0.1 + 0.01 * (i % 2) : 0.2 + 0.01 * (i % 2)}}}};
+    trial.score.score = trial.bracket == 0 ? 0.2 : 0.7;
+    trials.push_back(trial);
+  }
+  const std::vector<host::KeyEffect> effects = host::keyEffects(host::defaultSearchSpace(), trials);
+  ASSERT_EQ(effects.size(), 1U);
+  EXPECT_NEAR(effects[0].effect, 0, 1e-12);
 }
 
 TEST(KeyEffects, AreTheDifferenceOfHalves) {

@@ -140,10 +140,24 @@ Mean meanOf(const std::vector<double>& values) {
   return m;
 }
 
+/// The first rung's trials with their score less the mean of their bracket: later brackets are better as a whole, and
+/// no single key shall get the credit for that.
+std::vector<Trial> withinBrackets(const std::vector<Trial>& trials) {
+  std::map<long, std::vector<double>> scores;
+  std::vector<Trial> first;
+  for (const Trial& trial : trials) {
+    if (trial.rung != 0) continue;
+    scores[trial.bracket].push_back(trial.score.score);
+    first.push_back(trial);
+  }
+  for (Trial& trial : first) trial.score.score -= meanOf(scores[trial.bracket]).mean;
+  return first;
+}
+
 std::optional<KeyEffect> effectOf(const SearchKey& k, const std::vector<Trial>& trials) {
   std::vector<std::pair<double, double>> points;
   for (const Trial& trial : trials) {
-    const std::optional<double> value = trial.rung == 0 ? numberOf(k, trial.config) : std::nullopt;
+    const std::optional<double> value = numberOf(k, trial.config);
     if (value) points.emplace_back(*value, trial.score.score);
   }
   std::sort(points.begin(), points.end());
@@ -188,9 +202,10 @@ const Trial* bestOf(const std::vector<Trial>& trials) {
 }
 
 std::vector<KeyEffect> keyEffects(const SearchSpace& space, const std::vector<Trial>& trials) {
+  const std::vector<Trial> first = withinBrackets(trials);
   std::vector<KeyEffect> effects;
   for (const SearchKey& k : space) {
-    const std::optional<KeyEffect> effect = effectOf(k, trials);
+    const std::optional<KeyEffect> effect = effectOf(k, first);
     if (effect) effects.push_back(*effect);
   }
   std::stable_sort(effects.begin(), effects.end(),

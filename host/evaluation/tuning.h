@@ -75,8 +75,8 @@ struct KeyEffect {
   int trials = 0;       ///< First-rung trials that set the key.
 };
 
-/// From the first rung's trials; keys that mattered most, by effect over error, come first.
-/// Keys with fewer than four trials, or with one value only, are left out.
+/// From the first rung's trials, each compared with its own bracket; keys that mattered most, by effect over error,
+/// come first. Keys with fewer than four trials, or with one value only, are left out.
 std::vector<KeyEffect> keyEffects(const SearchSpace& space, const std::vector<Trial>& trials);
 
 nlohmann::json toJson(const Trial& trial);
