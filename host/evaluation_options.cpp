@@ -44,7 +44,8 @@ SequenceOptions SequenceArguments::read() const {
 }
 
 void addConfigOptions(CLI::App& command, ConfigOptions& config) {
-  command.add_option("--preset", config.preset, "A configuration that comes with the program; see 'config preset'")->type_name("NAME");
+  command.add_option("--preset", config.preset, "A configuration that comes with the program; see 'config preset'")
+      ->type_name("NAME");
   command.add_option("--config", config.file, "Configuration file (JSON)")->type_name("FILE");
   command.add_option("--set", config.sets, "One configuration value; may be repeated")
       ->type_name("GROUP.KEY=VALUE")

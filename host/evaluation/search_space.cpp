@@ -77,6 +77,7 @@ SearchSpace defaultSearchSpace() {
           onOff("csrt", "use_hog"),
           onOff("csrt", "use_color_names"),
           onOff("csrt", "use_gray"),
+          onOff("csrt", "use_rgb"),
           onOff("csrt", "use_segmentation"),
           range("roi", "margin_factor", 1.0, 4.0),
           list("roi", "min_size", {64, 96, 128, 192}),
