@@ -68,7 +68,7 @@ TEST(Tuning, HalvesABracketFromRungToRung) {
 }
 
 TEST(Tuning, FindsTheHill) {
-  TestSearch run = runOf(12);
+  TestSearch run = runOf(30);
   const std::vector<Trial> trials = run.search();
   const Trial* best = host::bestOf(trials);
   ASSERT_NE(best, nullptr);
