@@ -27,4 +27,4 @@ fi
 mkdir -p out
 echo >&2
 build/bin/csrt-track track "$clip" "${target[@]}" \
-  --video out/track.mp4 --still out/track.png --records out/track.jsonl
+  --video out/track.mp4 --still out/track.png --records out/track.jsonl --report out/report.html

@@ -11,8 +11,10 @@
 #include "commands.h"
 #include "config_check.h"
 #include "config_text.h"
+#include "evaluation/truth.h"
 #include "frame_source.h"
 #include "host_error.h"
+#include "html_report.h"
 #include "interrupt.h"
 #include "live_window.h"
 #include "metadata_file.h"
@@ -20,6 +22,7 @@
 #include "plugin_library.h"
 #include "progress.h"
 #include "run_summary.h"
+#include "saved_run.h"
 #include "text_output.h"
 #include "track_run.h"
 
@@ -35,6 +38,10 @@ struct TrackOptions {
   std::string video;
   std::string still;
   std::string plugin;
+  std::string pace = "video";
+  std::string report;
+  std::string truth;
+  std::string saveRun;
   int threads = 1;
   bool debug = false;
   bool quiet = false;
@@ -87,6 +94,13 @@ void checkOptions(const TrackOptions& options) {
                     "--box is required: where is the target on the first frame? (or --show, to drag a box)");
   }
   if (!options.video.empty()) checkWritable(options.video, "--video");
+  if (!options.truth.empty() && options.report.empty()) {
+    throw HostError(ExitCode::Usage, "--truth is for the report: name it with --report FILE");
+  }
+  if (!options.saveRun.empty() && options.show) {
+    throw HostError(ExitCode::Usage,
+                    "--save-run and --show exclude one another: a run steered by hand cannot be repeated");
+  }
   if (!options.still.empty()) {
     checkPictureName(options.still, "--still");
     checkWritable(options.still, "--still");
@@ -114,6 +128,8 @@ void printSummary(const TrackOptions& options, const RunSummary& summary) {
   path("annotated video  ", options.video);
   path("still picture    ", options.still);
   path("records          ", options.records);
+  path("report           ", options.report);
+  path("saved run        ", options.saveRun);
   std::fputs((summary.text() + (text.empty() ? "" : "\n") + text).c_str(), out);
 }
 
@@ -130,12 +146,18 @@ int finish(const TrackOptions& options, const RunSummary& summary, const TrackRu
   return result.interrupted ? 128 + interruptSignal() : static_cast<int>(ExitCode::Done);
 }
 
+std::vector<TruthTarget> truthOf(const TrackOptions& options) {
+  if (options.truth.empty()) return {};
+  return readTruth(options.truth, TruthOptions(), "target");
+}
+
 int track(const TrackOptions& options) {
   TrackRun run;
   run.sourceName = options.source.source;
   run.targets = parseTargetOptions(options.boxes);
   run.configText = buildConfigText(options.config);
   if (!options.metadata.empty()) run.metadata = readMetadataFile(options.metadata);
+  run.pace = paceOf(options.pace);
   run.threads = options.threads;
   run.logToStderr = options.debug || asksForDebug(run.configText);
   checkOptions(options);
@@ -151,6 +173,10 @@ int track(const TrackOptions& options) {
   std::vector<RunObserver*> observers = {&summary};
   if (!options.records.empty()) observers.push_back(&records.emplace(options.records));
   if (!options.video.empty() || !options.still.empty()) observers.push_back(&pictures);
+  std::optional<HtmlReport> report;
+  if (!options.report.empty()) observers.push_back(&report.emplace(options.report, truthOf(options)));
+  std::optional<RunSaver> saver;
+  if (!options.saveRun.empty()) observers.push_back(&saver.emplace(options.saveRun, run));
   if (!options.quiet) observers.push_back(&progress);
   const std::unique_ptr<RunSteering> window = options.show ? openLiveWindow("csrt-track") : nullptr;
   const TrackRunResult result = runTrack(*source, library, run, observers, window.get());
@@ -198,6 +224,18 @@ void addTrackCommand(CLI::App& app, int& status) {
       ->type_name("FILE");
   command.add_option("--video", options->video, "Write the annotated video")->type_name("FILE");
   command.add_option("--still", options->still, "Write the last annotated frame, such as last.png")->type_name("FILE");
+  command.add_option("--report", options->report, "Write a page with charts, events and pictures, such as report.html")
+      ->type_name("FILE");
+  command.add_option("--truth", options->truth, "Where the targets really are, for the report; as for 'evaluate'")
+      ->type_name("FILE");
+  command.add_option("--save-run", options->saveRun, "Keep frames, calls and answers in a new folder, for 'replay'")
+      ->type_name("DIR");
+  command
+      .add_option("--pace", options->pace,
+                  "video: as fast as possible, the plug-in's clock follows the clip, so that answers repeat exactly; "
+                  "fast: the same with the machine's clock; source: at the clip's rate")
+      ->type_name("PACE")
+      ->capture_default_str();
   command.add_flag("--show", options->show,
                    "Open a window: space pauses, . steps, dragging starts over on a new box, q ends");
   command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")

@@ -61,6 +61,7 @@ int main(int argc, char** argv) {
   host::addConfigCommand(app, status);
   host::addDoctorCommand(app, status);
   host::addDrawSceneCommand(app, status);
+  host::addReplayCommand(app, status);
   host::addSchemaCommand(app, status);
   host::addEvaluateCommand(app, status);
   host::addCompareCommand(app, status);

@@ -65,7 +65,7 @@ std::string TargetSession::timedCall_(CallRecord& record, Call call) const {
   LogCapture capture;
   const Clock::time_point begin = Clock::now();
   std::optional<FrameClock> frameClock;
-  if (followsFrameTime_) frameClock.emplace(record.time_s);
+  if (pace_ == Pace::Video) frameClock.emplace(record.time_s);
   try {
     record.outputs = call();
   } catch (const std::exception& e) {
@@ -118,6 +118,7 @@ CallRecord TargetSession::begin_(const FramePlace& place, bool isInit) const {
   record.frame = place.index;
   record.time_s = place.time_s;
   record.isInit = isInit;
+  record.pace = host::name(pace_);
   return record;
 }
 

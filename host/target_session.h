@@ -9,6 +9,7 @@
 #include "call_record.h"
 #include "ialgo_plugin.h"
 #include "ocula/ocula_picture.h"
+#include "pace.h"
 
 namespace host {
 
@@ -34,9 +35,9 @@ class TargetSession {
   CallRecord init(const Frame& frame, const FramePlace& place, const BBox& box);
   CallRecord update(const Frame& frame, const FramePlace& place);
 
-  /// From now on the plug-in's clock stands at the frame's time_s during a call (see frame_clock.h), so that its rules
-  /// in seconds judge the video and not this machine. Off at first.
-  void followFrameTime(bool on) { followsFrameTime_ = on; }
+  /// From now on records say this pace. Under Pace::Video the plug-in's clock stands at the frame's time_s during a
+  /// call (see frame_clock.h), so that its rules in seconds judge the video and not this machine. Pace::Fast at first.
+  void keepPace(Pace pace) { pace_ = pace; }
 
   const std::string& name() const { return name_; }
   IAlgoPlugin& plugin() { return *plugin_; }
@@ -51,7 +52,7 @@ class TargetSession {
   std::string name_;
   std::optional<FramePlace> seen_;  // where the target was last seen
   long callsSinceSeen_ = 0;
-  bool followsFrameTime_ = false;
+  Pace pace_ = Pace::Fast;
 };
 
 }  // namespace host

@@ -101,6 +101,7 @@ class Targets {
  private:
   void add_(const std::string& name) {
     sessions_.push_back(std::make_unique<TargetSession>(library_.create(), name));
+    sessions_.back()->keepPace(run_.pace);
     const std::vector<std::string> lines = sessions_.back()->configure(run_.configText);
     if (run_.logToStderr) showLog(name, lines);
   }
@@ -161,6 +162,8 @@ TrackRunResult runTrack(FrameSource& source, PluginLibrary& library, TrackRun ru
   observers.begin(info);
 
   TrackRunResult result;
+  PaceKeeper pace(run.pace == Pace::Source);
+  pace.wait(frame.time_s);
   std::vector<CallRecord> records = targets.init(frame);
   for (const CallRecord& record : records) {
     if (!record.started) result.refused.push_back(record);
@@ -171,6 +174,7 @@ TrackRunResult runTrack(FrameSource& source, PluginLibrary& library, TrackRun ru
     observers.frame(frame, records);
     if (!steer(steering, frame, records, targets, observers, run.logToStderr)) break;
     if (interruptSignal() != 0 || !source.read(frame)) break;
+    pace.wait(frame.time_s);
     records = targets.update(frame);
   }
   result.interrupted = interruptSignal() != 0;

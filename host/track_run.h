@@ -7,6 +7,7 @@
 
 #include "frame_source.h"
 #include "metadata_file.h"
+#include "pace.h"
 #include "plugin_library.h"
 #include "run_observer.h"
 #include "target_option.h"
@@ -18,6 +19,7 @@ struct TrackRun {
   std::string configText;             ///< For setConfig(); empty: nothing is passed.
   std::vector<TargetOption> targets;  ///< Empty: `steering` is asked.
   MetadataTable metadata;             ///< What the camera said, by frame; empty: nothing.
+  Pace pace = Pace::Fast;             ///< Which time the plug-in sees, and how fast frames come.
   int threads = 1;                    ///< Targets are spread over so many threads.
   bool logToStderr = false;           ///< Whether the plug-in's log lines are shown.
 };

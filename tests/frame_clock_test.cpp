@@ -77,13 +77,13 @@ TEST(FrameClock, GivesThePluginTheFramesTimeWhenTheSessionIsToldTo) {
   const auto plugin = std::make_shared<ClockReader>();
   TargetSession session(plugin, "target");
   const auto frame = std::make_shared<ocula::OculaPicture>(cv::Mat(32, 32, CV_8UC3, cv::Scalar::all(0)));
-  session.followFrameTime(true);
+  session.keepPace(Pace::Video);
   session.init(frame, {0, 0.0}, {1, 1, 8, 8});
   const double begin = plugin->read_s;
   const CallRecord record = session.update(frame, {1, 500.0});
   EXPECT_NEAR(plugin->read_s - begin, 500.0, 1e-6);
   EXPECT_LT(record.update_ms, 400e3) << "the time a call takes is still the machine's";
-  session.followFrameTime(false);
+  session.keepPace(Pace::Fast);
   const double machine = now_s();
   session.update(frame, {2, 900.0});
   EXPECT_GE(plugin->read_s, machine);

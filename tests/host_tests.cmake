@@ -67,3 +67,6 @@ target_compile_definitions(doctor_test PRIVATE
   BROKEN_CRASHES="$<TARGET_FILE:broken_crashes>")
 
 include(simulator_tests.cmake)
+
+csrt_add_host_test(replay_test)
+csrt_add_host_test(report_test)

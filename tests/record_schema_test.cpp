@@ -12,7 +12,8 @@ namespace {
 using Json = nlohmann::json;
 
 Json tracked() {
-  return Json::parse(R"({"schema":"csrt-track.record","version":1,"target":"t","frame":3,"time_s":0.3,"call":"update",
+  return Json::parse(
+      R"({"schema":"csrt-track.record","version":1,"target":"t","frame":3,"time_s":0.3,"call":"update","pace":"video",
     "update_ms":8.3,"state":"tracked","box_from":"tracker","box":{"x":-1,"y":2,"w":3,"h":4},"score":0.5,
     "frames_since_seen":0,"seconds_since_seen":0.0,"outputs":[{"name":"detection.v1","value":{"detections":[]}}]})");
 }
@@ -39,8 +40,8 @@ TEST(RecordSchema, TakesAProperRecord) {
 }
 
 TEST(RecordSchema, RefusesWhatARecordMustNotBe) {
-  for (const char* key : {"schema", "version", "target", "frame", "time_s", "call", "update_ms", "state", "box_from",
-                          "frames_since_seen", "seconds_since_seen", "outputs"}) {
+  for (const char* key : {"schema", "version", "target", "frame", "time_s", "call", "pace", "update_ms", "state",
+                          "box_from", "frames_since_seen", "seconds_since_seen", "outputs"}) {
     EXPECT_NE(recordFault(without(tracked(), key)), "") << key;
   }
   EXPECT_NE(recordFault(with(tracked(), "surprise", 1)), "");

@@ -7,7 +7,7 @@ csrt_packages=(
   libopencv-dev libopencv-contrib-dev
   libclass-loader-dev ament-cmake libconsole-bridge-dev libssl-dev
   libgtest-dev libbenchmark-dev
-  libcli11-dev nlohmann-json3-dev libfmt-dev libvalijson-dev
+  libcli11-dev nlohmann-json3-dev libfmt-dev libvalijson-dev libjs-chart.js
 )
 
 # Writes one sentence to standard error and ends the script that sourced this file.

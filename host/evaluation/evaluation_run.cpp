@@ -74,26 +74,6 @@ class RunningJob {
   std::unique_ptr<Follower> follower_;
 };
 
-/// Holds the reader back to the source's own rate.
-class PaceKeeper {
- public:
-  explicit PaceKeeper(bool on) : on_(on) {}
-  void wait(double time_s) {
-    if (!on_) return;
-    if (!begun_) {
-      begun_ = true;
-      begin_ = Clock::now() - std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(time_s));
-    }
-    std::this_thread::sleep_until(begin_ +
-                                  std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(time_s)));
-  }
-
- private:
-  bool on_;
-  bool begun_ = false;
-  Clock::time_point begin_;
-};
-
 SourceOptions neededPart(SourceOptions source, const std::vector<FollowJob>& jobs) {
   long first = firstFrameOf(jobs.front());
   long last = 0;
@@ -126,17 +106,6 @@ std::vector<RunningJob*> activeIn(std::vector<RunningJob>& jobs, long frame) {
 }
 
 }  // namespace
-
-Pace paceOf(const std::string& word) {
-  if (word == "fast") return Pace::Fast;
-  if (word == "source") return Pace::Source;
-  if (word == "video") return Pace::Video;
-  throw HostError(ExitCode::Usage, "--pace '" + word + "' is not one of fast, source, video");
-}
-
-const char* name(Pace pace) {
-  return pace == Pace::Fast ? "fast" : pace == Pace::Source ? "source" : "video";
-}
 
 long firstFrameOf(const FollowJob& job) {
   return job.truth.marks[static_cast<std::size_t>(job.truth.firstVisibleMark())].frame;

@@ -9,19 +9,9 @@
 #include "evaluation/follower.h"
 #include "evaluation/metrics.h"
 #include "evaluation/sequence.h"
+#include "pace.h"
 
 namespace host {
-
-/// Which time the trackers' own clocks show, and how fast frames come.
-enum class Pace {
-  Fast,    ///< Frames come as fast as they are worked on; rules in seconds see the machine's speed.
-  Source,  ///< Frames come at the source's rate; rules in seconds see what they see live. Takes as long as the clip.
-  Video    ///< As fast as Fast, but the plug-in's clock shows the frames' own times: the same answers on every machine.
-};
-
-/// @throws HostError (Usage) for a word that is none of fast, source, video
-Pace paceOf(const std::string& word);
-const char* name(Pace pace);
 
 /// One target under one tracker.
 struct FollowJob {

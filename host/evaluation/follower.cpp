@@ -32,7 +32,7 @@ class PluginFollower : public Follower {
   PluginFollower(PluginLibrary& library, const std::string& configText, bool followFrameTime)
       : session_(library.create(), "target") {
     session_.configure(configText);
-    session_.followFrameTime(followFrameTime);
+    session_.keepPace(followFrameTime ? Pace::Video : Pace::Fast);
   }
 
   bool init(const Picture& picture, const SourceFrame& frame, const cv::Rect& box) override {

@@ -139,7 +139,7 @@ class Run {
         rng_(scenario.seed + 99),
         gimbal_(scenario.camera.pan, scenario.camera.tilt, scenario.camera.delay_s, scenario.camera.start),
         session_(library.create(), "target") {
-    session_.followFrameTime(options.frameTime);
+    session_.keepPace(options.frameTime ? Pace::Video : Pace::Fast);
     session_.configure(scenario.config);
   }
 
