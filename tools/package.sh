@@ -9,10 +9,13 @@ cd "$(dirname "$0")/.."
 SOURCE_DATE_EPOCH=$(date -d "$(dpkg-parsechangelog -l packaging/debian/changelog -S Date)" +%s)
 export SOURCE_DATE_EPOCH
 
+# Paths inside the packages begin at the source tree, also where ccache hands the compiler relative ones (../..).
 build_packages() {  # build_packages FOLDER
+  local flags="-ffile-prefix-map=$PWD=. -ffile-prefix-map=$PWD/$1=. -ffile-prefix-map=../..=."
+  flags+=" -D_FORTIFY_SOURCE=2 -fstack-protector-strong"
   cmake -S . -B "$1" -G Ninja -DPython3_EXECUTABLE=/usr/bin/python3 -DCMAKE_BUILD_TYPE=Release \
     -DCMAKE_INSTALL_PREFIX=/usr -DCSRT_BUILD_TESTS=OFF \
-    -DCMAKE_CXX_FLAGS="-ffile-prefix-map=$PWD=. -ffile-prefix-map=$PWD/$1=. -D_FORTIFY_SOURCE=2 -fstack-protector-strong" \
+    -DCMAKE_CXX_FLAGS="$flags" \
     -DCMAKE_SHARED_LINKER_FLAGS="-Wl,-z,relro,-z,now" -DCMAKE_EXE_LINKER_FLAGS="-Wl,-z,relro,-z,now" >/dev/null
   cmake --build "$1"
   (cd "$1" && find . -name '*.deb' -delete && cpack -G DEB >/dev/null)
