@@ -5,8 +5,8 @@ namespace host {
 
 extern const char* const kRecordsSchema;  ///< records.schema.json, the schema of one record line.
 
-extern const char* const kReportPage;      ///< report_page.html, with marks for what a run fills in.
-extern const char* const kChartLibrary;    ///< Chart.js.
+extern const char* const kReportPage;    ///< report_page.html, with marks for what a run fills in.
+extern const char* const kChartLibrary;  ///< Chart.js.
 
 struct EmbeddedText {
   const char* name;  ///< File name without its ending; null behind the last one.

@@ -117,7 +117,7 @@ std::string metadataText(const std::vector<nlohmann::json>& frames) {
 
 }  // namespace
 
-RunSaver::RunSaver(std::string folder, const TrackRun& run)
+RunSaver::RunSaver(const std::string& folder, const TrackRun& run)
     : folder_(emptyFolder(folder)),
       run_(run),
       records_((fs::path(folder_) / "records.jsonl").string()),

@@ -21,7 +21,7 @@ class RunSaver : public RunObserver {
  public:
   /// @param folder  is made; must be empty or not there. @throws HostError (Usage) when it cannot be made
   /// @param run     must outlive this; its configuration, targets, pace and metadata are kept
-  RunSaver(std::string folder, const TrackRun& run);
+  RunSaver(const std::string& folder, const TrackRun& run);
 
   void begin(const RunInfo& info) override;
   void frame(const SourceFrame& frame, const std::vector<CallRecord>& records) override;
