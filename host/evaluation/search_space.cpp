@@ -72,7 +72,7 @@ SearchSpace defaultSearchSpace() {
           range("csrt", "padding", 2.0, 4.0),
           list("csrt", "template_size", {100, 120, 160, 200}),
           list("csrt", "admm_iterations", {2, 3, 4, 5}),
-          list("csrt", "number_of_scales", {5, 10, 17, 33}),
+          list("csrt", "number_of_scales", {5, 10, 17, 32}),
           list("csrt", "background_ratio", {2, 3}),
           onOff("csrt", "use_hog"),
           onOff("csrt", "use_color_names"),
