@@ -22,7 +22,8 @@ for name in street.mp4 frames; do
   [ ! -e "$name" ] || { echo "docs-commands.sh: $name is in the way" >&2; exit 2; }
 done
 
-# What the blocks leave beside the sources goes when they are done.
+# What the blocks leave beside the sources goes when they are done: new names that a block mentions, and no other file
+# that somebody may have made meanwhile.
 here_now() {
   find . -mindepth 1 -maxdepth 1 -printf '%f\n'
 }
@@ -30,7 +31,10 @@ before=$(here_now)
 # shellcheck disable=SC2317  # called by the trap
 clean_up() {
   local name
-  here_now | grep -Fxv "$before" | while read -r name; do rm -rf "${name:?}"; done || true
+  rm -rf street.mp4 frames
+  here_now | grep -Fxv "$before" | while read -r name; do
+    if grep -qFw -- "$name" "$blocks"/*.sh; then rm -rf "${name:?}"; fi
+  done || true
 }
 trap clean_up EXIT
 
