@@ -3,6 +3,7 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 . tools/install-deps.sh
+csrt_packages+=(openssl locales)  # compared with, and a decimal comma: tests skip without them
 csrt_install_dependencies
 # shellcheck disable=SC2119  # the arguments are for ctest, not for the build
 csrt_build
