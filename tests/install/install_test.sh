@@ -16,7 +16,7 @@ plugin=$(find "$prefix" -name libcsrt_tracking_plugin.so)
 "$prefix/bin/csrt-track" schema records >/dev/null || fail 'the installed csrt-track prints no schema'
 
 for example in minimal-host gimbal-host; do
-  cmake -S "$source/examples/$example" -B "$work/cmake-$example" -DCMAKE_PREFIX_PATH="$prefix" \
+  cmake -S "$source/examples/$example" -B "$work/cmake-$example" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
     -DPython3_EXECUTABLE=/usr/bin/python3 -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_BUILD_TYPE=Release >/dev/null
   cmake --build "$work/cmake-$example" >/dev/null
 done
