@@ -3,7 +3,7 @@
 set -euo pipefail
 source=$1 build=$2 work=$3 compiler=$4
 prefix=$work/prefix
-rm -rf "$work/prefix" "$work/cmake" "$work/cmake-gimbal" "$work/scene"
+rm -rf "$work/prefix" "$work"/cmake-* "$work/scene"
 mkdir -p "$work/scene"
 
 fail() { echo "install_test.sh: $1" >&2; exit 1; }
