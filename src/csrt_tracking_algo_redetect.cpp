@@ -180,12 +180,12 @@ bool CSRTTrackingAlgo::initializeTrackerFromFrameLocked_(ocula::OculaPicture& pi
 
 void CSRTTrackingAlgo::commitStart_Locked_(const cv::Ptr<cv::tracking::TrackerCSRT>& tracker, const GpuImage& patch,
                                            const cv::Mat& crop, const cv::Rect& window, const cv::Rect& boxInCrop) {
+  initCrop_ = crop.clone();  // first: it is the one step that can fail
   origPatchGpu_ = patch;
   dynPatchValid_ = false;
   lastScore_ = 1.0;
   tracker_ = tracker;
   trackerReady_ = true;
-  initCrop_ = crop.clone();
   csrtInputSize_ = crop.size();
   procRoi_ = window;
   initBoxInCrop_ = boxInCrop;
