@@ -162,8 +162,9 @@ void addSimulateCommand(CLI::App& app, int& status) {
   command.add_option("--print", options->print, "Print a shipped scenario, to begin an own one with")
       ->type_name("NAME");
   command.add_option("--seed", options->seed, "Another scene and other noise")->type_name("N");
-  command.add_option("--config", options->config.file, "Configuration file (JSON), over the scenario's own")
-      ->type_name("FILE");
+  command.add_option("--preset", options->config.preset, "A shipped configuration, over the scenario's own")
+      ->type_name("NAME");
+  command.add_option("--config", options->config.file, "Configuration file (JSON), over both")->type_name("FILE");
   command.add_option("--set", options->config.sets, "One configuration value; may be repeated")
       ->type_name("GROUP.KEY=VALUE")
       ->take_all()

@@ -12,6 +12,7 @@
 
 #include "embedded.h"
 #include "host_error.h"
+#include "html_page.h"
 #include "picture_output.h"
 #include "run_summary.h"
 
@@ -41,17 +42,6 @@ std::string jpegOf(const cv::Mat& picture) {
   std::vector<unsigned char> bytes;
   cv::imencode(".jpg", small, bytes, {cv::IMWRITE_JPEG_QUALITY, kJpegQuality});
   return base64(bytes);
-}
-
-/// JSON inside a <script> element: nothing in it may look like the element's end.
-std::string forScript(const Json& json) {
-  std::string text = json.dump();
-  for (std::size_t at = 0; (at = text.find("</", at)) != std::string::npos; at += 3) text.replace(at, 2, "<\\/");
-  return text;
-}
-
-std::string replaced(std::string page, const std::string& mark, const std::string& text) {
-  return page.replace(page.find(mark), mark.size(), text);
 }
 
 std::string eventText(const CallRecord& record, const std::string& before) {
@@ -200,7 +190,7 @@ void HtmlReport::end() {
   for (const Still& still : stills_)
     data["stills"].push_back({{"frame", still.frame}, {"note", still.note}, {"jpeg", still.jpeg}});
 
-  const std::string page = replaced(replaced(kReportPage, "@CHART_LIBRARY@", kChartLibrary), "@DATA@", forScript(data));
+  const std::string page = htmlPage(kReportPage, data);
   std::ofstream file(path_, std::ios::binary);
   file << page << std::flush;
   if (!file) throw HostError(ExitCode::Output, "'" + path_ + "' could not be written to its end; is the disk full?");

@@ -1,6 +1,7 @@
 #include "track_state.h"
 
 #include <array>
+#include <cstdlib>
 #include <string_view>
 #include <utility>
 
@@ -99,6 +100,35 @@ std::string messageOf(const std::string& line) {
   if (!startsWith(line, kHead)) return line;
   const std::size_t end = line.find("] ", kHead.size());
   return end == std::string::npos ? line : line.substr(end + 2);
+}
+
+std::string exitOf(const std::vector<std::string>& lines) {
+  const std::vector<std::string> messages = messagesOf(lines);
+  const Findings found = findingsOf(messages);
+  if (found.gaveUp) return "given up: " + found.reason;
+  const std::string line = exitLineOf(messages);
+  if (contains(line, "NO FRAME")) return "NO FRAME";
+  const std::size_t open = line.rfind('(');
+  const std::size_t close = line.rfind(')');
+  if (open == std::string::npos || close == std::string::npos || close < open) return {};
+  const char* const judged = contains(line, "UNSTABLE") ? "UNSTABLE " : contains(line, "LOST") ? "LOST " : "";
+  return judged + line.substr(open + 1, close - open - 1);
+}
+
+std::string searchOutcomeOf(const std::vector<std::string>& lines) {
+  constexpr std::string_view kTiming = "reDetectGlobally[timing-";
+  std::string outcome;
+  std::string refusal = "score";
+  for (const std::string& message : messagesOf(lines)) {
+    if (startsWith(message, kTiming)) outcome = message.substr(kTiming.size(), message.find(']') - kTiming.size());
+    if (!startsWith(message, "reDetectGlobally (validate)") || !contains(message, "scaleOK=0")) continue;
+    const auto number = [&message](std::string_view key) {
+      const std::size_t at = message.find(key);
+      return at == std::string::npos ? 0.0 : std::strtod(message.c_str() + at + key.size(), nullptr);
+    };
+    refusal = number(" dist=") > number(" maxDist=") ? "too far" : "size";
+  }
+  return outcome == "reject" ? outcome + ": " + refusal : outcome;
 }
 
 StateReport stateOfUpdate(const std::vector<std::string>& lines, bool hasDetections) {

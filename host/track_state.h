@@ -39,6 +39,14 @@ struct StateReport {
 /// The message of a log line of the plug-in, without its prefix; the whole line where it has another form.
 std::string messageOf(const std::string& line);
 
+/// The words that tell the exit of update() which logged these lines, such as "track ok", "LOST predict" or
+/// "given up: bbox collée au bord"; empty when none of them is known. Pure.
+std::string exitOf(const std::vector<std::string>& lines);
+
+/// How the search over the whole frame ended in this call, such as "success", "appearance_fail" or
+/// "reject: too far"; empty when there was none. Pure.
+std::string searchOutcomeOf(const std::vector<std::string>& lines);
+
 /// The state after update(). Pure. @param lines  what the call logged, prefix included
 StateReport stateOfUpdate(const std::vector<std::string>& lines, bool hasDetections);
 

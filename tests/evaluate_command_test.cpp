@@ -7,6 +7,7 @@
 #include <string>
 #include <thread>
 
+#include "browser.h"
 #include "drawn_scene.h"
 #include "host_program.h"
 
@@ -172,7 +173,29 @@ TEST_F(ScriptedSequence, TheTableAndThePageShowTheFigures) {
   const std::string html = textOf(page);
   EXPECT_NE(html.find("walk/target"), std::string::npos);
   EXPECT_NE(html.find("</html>"), std::string::npos);
-  EXPECT_EQ(html.find("http"), std::string::npos) << "the page needs nothing but itself";
+  EXPECT_EQ(html.find("src=\"http"), std::string::npos) << "the page needs nothing but itself";
+  EXPECT_EQ(html.find("<link"), std::string::npos);
+}
+
+TEST_F(ScriptedSequence, ThePageDrawsTheCurvesOfBothTrackersInABrowserAndFetchesNothing) {
+  if (!hasBrowser()) GTEST_SKIP() << "chromium is not installed";
+  const std::string page = folder_.file("page.html");
+  evaluate("tttttpppii", {"--reference", "--html", page});
+  const PageVisit visit = openInBrowser(page, folder_);
+  EXPECT_NE(visit.dom.find("data-ready=\"yes\""), std::string::npos) << "the page's script did not reach its end";
+  EXPECT_EQ(visit.complaints(), "");
+  EXPECT_NE(visit.dom.find("plugin, area 0.7"), std::string::npos) << "the legend is told to whoever cannot see it";
+  EXPECT_NE(visit.dom.find("reference, area "), std::string::npos);
+}
+
+TEST_F(ScriptedSequence, APageThatWantedSomethingFromOutsideWouldBeNoticed) {
+  if (!hasBrowser()) GTEST_SKIP() << "chromium is not installed";
+  const std::string page = folder_.file("page.html");
+  evaluate("tttttttttt", {"--html", page});
+  std::string html = textOf(page);
+  html.insert(html.find("<h1>"), "<img src=\"http://127.0.0.1:9/none.png\">");
+  writeText(page, html);
+  EXPECT_NE(openInBrowser(page, folder_).complaints(), "");
 }
 
 /// A small drawn street, followed by the real plug-in.

@@ -1,6 +1,7 @@
 // track --report: one page that needs nothing but a browser.
 #include <gtest/gtest.h>
 
+#include "browser.h"
 #include "host_program.h"
 
 namespace host_test {
@@ -26,18 +27,6 @@ class Report : public testing::Test {
     const std::string mark = "type=\"application/json\">";
     const std::size_t begin = text.find(mark) + mark.size();
     return Json::parse(text.substr(begin, text.find("</script>", begin) - begin), nullptr, false);
-  }
-
-  /// What headless Chromium says after the page has run: its document, and its complaints.
-  std::pair<std::string, std::string> opened() const {
-    const std::string command =
-        "chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
-        "--disable-background-networking --disable-component-update --disable-sync --enable-logging=stderr --v=0 "
-        "--user-data-dir=" +
-        folder_.file("profile") + " --virtual-time-budget=5000 --dump-dom file://" + page() + " >" +
-        folder_.file("dom") + " 2>" + folder_.file("complaints");
-    EXPECT_EQ(std::system(command.c_str()), 0);
-    return {textOf(folder_.file("dom")), textOf(folder_.file("complaints"))};
   }
 
   TempFolder folder_;
@@ -75,12 +64,12 @@ TEST_F(Report, NeedsNothingFromOutside) {
 }
 
 TEST_F(Report, OpensInABrowserWithoutComplaint) {
-  if (std::system("command -v chromium >/dev/null") != 0) GTEST_SKIP() << "chromium is not installed";
+  if (!hasBrowser()) GTEST_SKIP() << "chromium is not installed";
   ASSERT_EQ(track({"--frames", "20"}, "ttttppppppttttrtttt").status, 0);
-  const auto [dom, complaints] = opened();
-  EXPECT_NE(dom.find("data-ready=\"yes\""), std::string::npos) << "the page's script did not reach its end";
-  EXPECT_NE(dom.find("data:image/jpeg;base64,"), std::string::npos);
-  EXPECT_EQ(complaints.find("CONSOLE"), std::string::npos) << complaints;
+  const PageVisit visit = openInBrowser(page(), folder_);
+  EXPECT_NE(visit.dom.find("data-ready=\"yes\""), std::string::npos) << "the page's script did not reach its end";
+  EXPECT_NE(visit.dom.find("data:image/jpeg;base64,"), std::string::npos);
+  EXPECT_EQ(visit.complaints(), "");
 }
 
 TEST_F(Report, SaysWhereItCannotBeWritten) {

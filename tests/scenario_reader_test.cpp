@@ -31,7 +31,8 @@ TEST(ScenarioReader, ReadsWhatIsGivenAndKeepsDefaultsForTheRest) {
     "camera": {"pan_deg": 2, "zoom": [{"after": "following", "at_s": 1, "hfov_deg": 20}],
                "tilt": {"min_deg": -20, "max_deg": 10}},
     "metadata": {"faults": [{"kind": "text", "from_s": 1, "until_s": 2, "keys": ["pan_deg"]}]},
-    "config": {"preposition": {"enabled": true}}, "expect": {"armed_within_frames": 9, "final_state": ["tracked"]})"),
+    "config": {"preposition": {"enabled": true}}, "host": {"mark_again_after_s": 1.5},
+    "expect": {"armed_within_frames": 9, "final_state": ["tracked"], "state_right_min": 0.9})"),
                                           "dir/own.json");
   EXPECT_EQ(scenario.name, "own");
   EXPECT_EQ(scenario.frames(), 25);
@@ -43,7 +44,9 @@ TEST(ScenarioReader, ReadsWhatIsGivenAndKeepsDefaultsForTheRest) {
   EXPECT_EQ(scenario.metadata.faults.at(0).kind, MetadataFault::Kind::Text);
   EXPECT_EQ(scenario.config, R"({"preposition":{"enabled":true}})");
   EXPECT_EQ(scenario.expect.armed_within_frames, 9);
+  EXPECT_EQ(scenario.expect.state_right_min, 0.9);
   EXPECT_FALSE(scenario.expect.armed.has_value());
+  EXPECT_EQ(scenario.host.mark_again_after_s, 1.5);
   EXPECT_EQ(scenario.target.path.at(0).at.pan, 5);
 }
 
@@ -89,7 +92,8 @@ TEST(ScenarioReader, NamesThePlaceOfAMistake) {
 TEST(ScenarioReader, NamesAKeyThatThereIsNot) {
   const std::string complaint = complaintAbout(with(R"("host": {"folow_me": true})"));
   EXPECT_EQ(complaint,
-            "scenario 'own.json': host.folow_me: there is no such key here; known are box_offset, follow, follow_me");
+            "scenario 'own.json': host.folow_me: there is no such key here; known are box_offset, follow, follow_me, "
+            "mark_again_after_s");
 }
 
 TEST(ScenarioReader, SaysWhereTheTextStopsBeingJson) {
@@ -103,7 +107,7 @@ TEST(ScenarioReader, KnowsNoFileAndNoNameThatThereIsNot) {
 }
 
 TEST(ShippedScenarios, AllSayWhatTheyExpectOfArmingAndOfWrongTargets) {
-  ASSERT_EQ(shippedScenarios().size(), 8U);
+  ASSERT_EQ(shippedScenarios().size(), 9U);
   for (const ShippedScenario& shipped : shippedScenarios()) {
     const Scenario scenario = loadScenario(shipped.name);
     EXPECT_FALSE(scenario.title.empty()) << shipped.name;
@@ -111,7 +115,7 @@ TEST(ShippedScenarios, AllSayWhatTheyExpectOfArmingAndOfWrongTargets) {
     EXPECT_EQ(scenario.expect.armed, true) << shipped.name;
     EXPECT_LE(scenario.expect.armed_within_frames.value_or(1000), 75) << shipped.name;
     EXPECT_GE(scenario.expect.first_iou_min.value_or(0), 0.3) << shipped.name;
-    EXPECT_EQ(scenario.expect.false_boxes_max, 0) << shipped.name;
+    EXPECT_TRUE(scenario.expect.false_boxes_max == 0 || scenario.expect.wrong_claims_max <= 0.02) << shipped.name;
     EXPECT_FALSE(scenario.expect.final_state.empty()) << shipped.name;
   }
 }

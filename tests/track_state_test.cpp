@@ -55,6 +55,34 @@ TEST(TrackState, ARedetectionCountsByWhicheverExitItLeaves) {
   }
 }
 
+TEST(TrackState, AnExitIsNamedByItsWordsWithoutItsNumbers) {
+  const auto exitAfter = [](const std::vector<std::string>& messages) { return exitOf(logged(messages)); };
+  EXPECT_EQ(exitAfter({"update(): OUT 2 detections (track ok)", "  det[0]: bbox=(1,2,3,4) id=0 cls=-1"}), "track ok");
+  EXPECT_EQ(exitAfter({"update(): LOST -> OUT 1 detections (redetect OK)"}), "LOST redetect OK");
+  EXPECT_EQ(exitAfter({"update(): UNSTABLE (stab=0.12) -> OUT 1 detections (predict)"}), "UNSTABLE predict");
+  EXPECT_EQ(exitAfter({"update(): OUT 0 detections (not init/fullyLost)"}), "not init/fullyLost");
+  EXPECT_EQ(exitAfter({"update(): OUT, NO FRAME"}), "NO FRAME");
+  EXPECT_EQ(exitAfter({"CSRT: health fault -> sauts", "Object declared fully lost => reset."}), "given up: sauts");
+  EXPECT_EQ(exitAfter({}), "");
+  EXPECT_EQ(exitAfter({"update(): nothing known"}), "");
+}
+
+TEST(TrackState, ASearchIsNamedByItsOutcomeAndARefusalByItsReason) {
+  const auto outcomeAfter = [](const std::string& validate, const std::string& outcome) {
+    return searchOutcomeOf(logged({"reDetectGlobally (validate): " + validate,
+                                   "reDetectGlobally[timing-" + outcome + "]: total=3.0 ms | fineVal=0.950",
+                                   "update(): LOST -> OUT 1 detections (predict)"}));
+  };
+  EXPECT_EQ(outcomeAfter("fine=0.9 dist=9.0 maxDist=80.0 areaRatio=1.00 scaleOK=1 near=1", "success"), "success");
+  EXPECT_EQ(outcomeAfter("fine=0.9 dist=81.0 maxDist=80.0 areaRatio=1.00 scaleOK=0 near=0", "reject"),
+            "reject: too far");
+  EXPECT_EQ(outcomeAfter("fine=0.9 dist=9.0 maxDist=80.0 areaRatio=9.00 scaleOK=0 near=1", "reject"), "reject: size");
+  EXPECT_EQ(outcomeAfter("fine=0.5 dist=9.0 maxDist=80.0 areaRatio=1.00 scaleOK=1 near=1", "reject"), "reject: score");
+  EXPECT_EQ(outcomeAfter("fine=0.5 dist=90.0 maxDist=80.0 areaRatio=1.00 scaleOK=0 near=0", "appearance_fail"),
+            "appearance_fail");
+  EXPECT_EQ(searchOutcomeOf(logged({"update(): OUT 1 detections (track ok)"})), "");
+}
+
 TEST(TrackState, AFailedSearchStaysAPrediction) {
   EXPECT_EQ(after({"reDetectGlobally[timing-reject]: total=3.0 ms", "reDetect FAILED => attempt 1 / 5",
                    "update(): LOST -> OUT 1 detections (predict)"})

@@ -6,8 +6,14 @@
 #include <cstddef>
 #include <vector>
 
+#include "embedded.h"
+#include "html_page.h"
+
 namespace host {
 namespace {
+
+constexpr double kSuccessStep = 1.0 / (kSuccessSteps - 1);
+constexpr double kPrecisionStep_px = 1.0;
 
 constexpr const char* kLegend =
     "on: share of marked frames with an overlap of 0.3 or more; held: targets on target at their last mark; AUC: area\n"
@@ -100,23 +106,40 @@ std::string htmlTable(const EvaluationResult& result) {
   return html + "</tbody>\n</table>\n";
 }
 
-/// Columns of numbers under their tracker's name, for people and for a spreadsheet.
+/// Columns of numbers under their tracker's name, for a spreadsheet.
 template <std::size_t N>
-std::string htmlCurve(const std::map<std::string, Figures>& overall, const char* id, const char* heading, double step,
+std::string htmlCurve(const std::map<std::string, Figures>& overall, const char* heading, double step,
                       std::array<double, N> Metrics::*curve) {
-  std::string html = fmt::format("<table id=\"{}\">\n<thead><tr><th>{}</th>", id, heading);
-  for (const auto& [tracker, figures] : overall) html += "<th>" + tracker + "</th>";
+  std::string html = fmt::format("<table>\n<thead><tr><th>{}</th>", heading);
+  for (const auto& [tracker, figures] : overall) html += "<th>" + escaped(tracker) + "</th>";
   html += "</tr></thead>\n<tbody>\n";
   for (std::size_t i = 0; i < N; ++i) {
     html += fmt::format("<tr><td>{:.4g}</td>", static_cast<double>(i) * step);
-    for (const auto& [tracker, figures] : overall) {
-      const double value = (figures.metrics.*curve)[i];
-      html +=
-          fmt::format("<td class=\"bar\"><meter min=\"0\" max=\"1\" value=\"{0:.4f}\"></meter> {0:.3f}</td>", value);
-    }
+    for (const auto& [tracker, figures] : overall) html += fmt::format("<td>{:.3f}</td>", (figures.metrics.*curve)[i]);
     html += "</tr>\n";
   }
   return html + "</tbody>\n</table>\n";
+}
+
+template <std::size_t N>
+nlohmann::ordered_json curveJson(const std::array<double, N>& values, double step) {
+  nlohmann::ordered_json steps = nlohmann::ordered_json::array();
+  for (std::size_t i = 0; i < N; ++i) steps.push_back(static_cast<double>(i) * step);
+  return {{"steps", steps}, {"values", values}};
+}
+
+/// The curves of each tracker, for the page's charts.
+nlohmann::ordered_json curvesOf(const std::map<std::string, Figures>& overall) {
+  nlohmann::ordered_json trackers = nlohmann::ordered_json::array();
+  for (const auto& [tracker, figures] : overall) {
+    const Metrics& m = figures.metrics;
+    trackers.push_back({{"name", tracker},
+                        {"success_auc", m.successAuc},
+                        {"precision_20px", m.precision20},
+                        {"success", curveJson(m.successCurve, kSuccessStep)},
+                        {"precision", curveJson(m.precisionCurve, kPrecisionStep_px)}});
+  }
+  return {{"trackers", trackers}};
 }
 
 std::string htmlFacts(const RunFacts& facts) {
@@ -126,28 +149,6 @@ std::string htmlFacts(const RunFacts& facts) {
   }
   return html + "</dl>\n";
 }
-
-constexpr const char* kHtmlHead = R"(<!DOCTYPE html>
-<html lang="en">
-<head>
-<meta charset="utf-8">
-<meta name="viewport" content="width=device-width, initial-scale=1">
-<title>csrt-track evaluation</title>
-<style>
-body { font: 15px/1.5 system-ui, sans-serif; margin: 2em auto; max-width: 80em; padding: 0 1em; color: #1c2733; }
-table { border-collapse: collapse; margin: 1em 0; font-variant-numeric: tabular-nums; }
-th, td { padding: .2em .7em; text-align: right; border-bottom: 1px solid #dbe1e8; }
-th { position: sticky; top: 0; background: #f3f6f9; }
-td:first-child, th:first-child { text-align: left; }
-tr.all { font-weight: 600; background: #eef4fb; }
-meter { width: 12em; }
-dt { font-weight: 600; }
-dd { margin: 0 0 .4em 0; overflow-wrap: anywhere; }
-</style>
-</head>
-<body>
-<h1>csrt-track evaluation</h1>
-)";
 
 }  // namespace
 
@@ -171,13 +172,12 @@ std::string tableOf(const EvaluationResult& result) {
 
 std::string htmlOf(const EvaluationResult& result) {
   const std::map<std::string, Figures> overall = overallOf(result);
-  std::string html = kHtmlHead;
-  html += htmlTable(result);
-  html += "<p>" + escaped(kLegend) + "</p>\n<h2>Success: share of marked frames with an overlap above ...</h2>\n";
-  html += htmlCurve(overall, "success", "overlap", 1.0 / (kSuccessSteps - 1), &Metrics::successCurve);
-  html += "<h2>Precision: share of marked frames with the centre within ... pixels</h2>\n";
-  html += htmlCurve(overall, "precision", "pixels", 1.0, &Metrics::precisionCurve);
-  return html + "<h2>Run</h2>\n" + htmlFacts(result.facts) + "</body>\n</html>\n";
+  return htmlPage(kEvaluationPage, curvesOf(overall),
+                  {{"FIGURES", htmlTable(result)},
+                   {"LEGEND", escaped(kLegend)},
+                   {"SUCCESS", htmlCurve(overall, "overlap above", kSuccessStep, &Metrics::successCurve)},
+                   {"PRECISION", htmlCurve(overall, "pixels", kPrecisionStep_px, &Metrics::precisionCurve)},
+                   {"FACTS", htmlFacts(result.facts)}});
 }
 
 }  // namespace host

@@ -55,6 +55,9 @@ struct HostParams {
   bool follow_me = true;         ///< What the metadata say to the plug-in.
   cv::Point2d box_offset{0, 0};  ///< How far beside the target the operator draws the box, in box sides.
   FollowParams follow;
+  /// The operator marks the target again, without asking for pointing, once the plug-in has been without a target and
+  /// the target in full view for so long. Seconds; nothing: never.
+  std::optional<double> mark_again_after_s;
 };
 
 /// What the run must come to; what is not given is not judged.
@@ -70,7 +73,9 @@ struct Expectations {
   std::optional<long> false_boxes_max;
   std::optional<long> zoom_reseeds_min;
   std::optional<long> redetections_min;
-  std::vector<std::string> final_state;  ///< One of these.
+  std::optional<double> state_right_min;   ///< Share of frames, see Honesty.
+  std::optional<double> wrong_claims_max;  ///< Share of the boxes called seen, see Honesty.
+  std::vector<std::string> final_state;    ///< One of these.
 };
 
 struct Scenario {

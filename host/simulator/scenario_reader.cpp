@@ -146,6 +146,7 @@ void readFollow(CheckedObject object, FollowParams& follow) {
 void readHost(CheckedObject object, HostParams& params) {
   object.read("follow_me", params.follow_me);
   object.read("box_offset", {-2.0, 2.0}, params.box_offset.x, params.box_offset.y);
+  object.read("mark_again_after_s", kSeconds, params.mark_again_after_s);
   if (auto follow = object.object("follow")) readFollow(*follow, params.follow);
   object.finish();
 }
@@ -171,6 +172,8 @@ void readExpectations(CheckedObject object, Expectations& expect) {
   object.read("false_boxes_max", kCount, expect.false_boxes_max);
   object.read("zoom_reseeds_min", kCount, expect.zoom_reseeds_min);
   object.read("redetections_min", kCount, expect.redetections_min);
+  object.read("state_right_min", kShare, expect.state_right_min);
+  object.read("wrong_claims_max", kShare, expect.wrong_claims_max);
   object.read("final_state", stateNames(), expect.final_state);
   object.finish();
 }

@@ -124,6 +124,29 @@ class Operator {
   std::optional<Angles> asked_;
 };
 
+/// When the operator looks again and marks the target anew.
+class SecondLook {
+ public:
+  explicit SecondLook(const Scenario& scenario)
+      : after_s_(scenario.host.mark_again_after_s), dt_s_(1.0 / scenario.fps) {}
+
+  /// Whether this frame is one to mark the target on. @param truth  of this frame
+  bool marks(const Truth& truth) const {
+    return after_s_ && given_up_s_ >= *after_s_ && truth.visibleShare >= kFullView;
+  }
+
+  void sees(const CallRecord& record, const Truth& truth) {
+    const bool without = record.state == TrackState::Lost || record.state == TrackState::Inactive;
+    given_up_s_ = without && truth.visibleShare >= kFullView ? given_up_s_ + dt_s_ : 0.0;
+  }
+
+ private:
+  static constexpr double kFullView = 0.95;
+  std::optional<double> after_s_;
+  double dt_s_;
+  double given_up_s_ = 0.0;
+};
+
 BBox startBox(const Truth& truth, const cv::Point2d& offset) {
   const cv::Rect2d box = truth.box + cv::Point2d(offset.x * truth.box.width, offset.y * truth.box.height);
   return {cvRound(box.x), cvRound(box.y), cvRound(box.width), cvRound(box.height)};
@@ -136,6 +159,7 @@ class Run {
       : scenario_(scenario),
         stage_(scenario),
         operator_(scenario),
+        secondLook_(scenario),
         rng_(scenario.seed + 99),
         gimbal_(scenario.camera.pan, scenario.camera.tilt, scenario.camera.delay_s, scenario.camera.start),
         session_(library.create(), "target") {
@@ -151,12 +175,15 @@ class Run {
     frame.bgr = stage_.see(frame.camera.view, t_s);
     frame.truth = stage_.truth(frame.camera.view, t_s);
     const double hfov = frame.camera.view.hfov;
+    const bool mark = index == 0 || secondLook_.marks(frame.truth);
+    markedAgain_ = markedAgain_ || (mark && index > 0);
     frame.metadata = reportedMetadata({frame.camera.gimbal, hfov, vfovOf(hfov, scenario_.frame)},
-                                      scenario_.host.follow_me, t_s, scenario_.metadata, rng_);
+                                      scenario_.host.follow_me && !markedAgain_, t_s, scenario_.metadata, rng_);
     const auto picture = std::make_shared<ocula::OculaPicture>(frame.bgr, frame.metadata);
     const FramePlace place{index, t_s};
-    frame.record = index == 0 ? session_.init(picture, place, startBox(frame.truth, scenario_.host.box_offset))
-                              : session_.update(picture, place);
+    frame.record = mark ? session_.init(picture, place, startBox(frame.truth, scenario_.host.box_offset))
+                        : session_.update(picture, place);
+    secondLook_.sees(frame.record, frame.truth);
     gimbal_.order(operator_.orderAfter(frame.record, hfov));
     frame.camera.phase = operator_.phase();
     frame.camera.asked = operator_.asked();
@@ -180,6 +207,8 @@ class Run {
   const Scenario& scenario_;
   Stage stage_;
   Operator operator_;
+  SecondLook secondLook_;
+  bool markedAgain_ = false;
   cv::RNG rng_;
   Gimbal gimbal_;
   TargetSession session_;

@@ -111,6 +111,8 @@ std::vector<Check> judge(const SimulationTotals& totals, const Expectations& exp
   checks.atMost("false_boxes_max", asNumber(expect.false_boxes_max), static_cast<double>(totals.falseBoxes));
   checks.atLeast("zoom_reseeds_min", asNumber(expect.zoom_reseeds_min), static_cast<double>(totals.zoomReseeds));
   checks.atLeast("redetections_min", asNumber(expect.redetections_min), static_cast<double>(totals.redetections));
+  checks.atLeast("state_right_min", expect.state_right_min, totals.honesty.rightShare());
+  checks.atMost("wrong_claims_max", expect.wrong_claims_max, totals.honesty.wrongClaimShare());
   if (!expect.final_state.empty()) {
     const std::string state = host::name(totals.finalState);
     std::string wanted;
@@ -144,7 +146,9 @@ Json toJson(const Scenario& scenario, const SimulationTotals& totals, const std:
             {"seconds_lost", roundedTo(totals.secondsLost, 4)},
             {"false_boxes", totals.falseBoxes},
             {"zoom_reseeds", totals.zoomReseeds},
-            {"redetections", totals.redetections}}},
+            {"redetections", totals.redetections},
+            {"marked_again", totals.marksAgain}}},
+          {"honesty", toJson(totals.honesty)},
           {"states", states},
           {"final_state", host::name(totals.finalState)},
           {"lost_reason", totals.lostReason},
@@ -156,6 +160,7 @@ std::string textOf(const Scenario& scenario, const SimulationTotals& totals, con
   std::string text = fmt::format("{}: {}\n", scenario.name, scenario.title);
   text += armingText(totals);
   if (totals.armedFrame) text += followingText(totals);
+  text += textOf(totals.honesty);
   text += fmt::format("at the end: {}{}; {} frames, {:.1f} ms each in the plug-in\n", host::name(totals.finalState),
                       totals.lostReason.empty() ? "" : " (" + totals.lostReason + ")", totals.frames,
                       totals.medianUpdateMs);

@@ -30,15 +30,19 @@ bool isZoomReseed(const CallRecord& record) {
 
 }  // namespace
 
-void SimulationSummary::begin(const Scenario& scenario, const Panorama& /*panorama*/) {
+void SimulationSummary::begin(const Scenario& scenario, const Panorama& panorama) {
   fps_ = scenario.fps;
+  honesty_.begin(scenario, panorama);
 }
 
 void SimulationSummary::frame(const SimulatedFrame& frame) {
   const CallRecord& record = frame.record;
+  honesty_.frame(frame);
   ++totals_.frames;
   totals_.finalState = record.state;
-  if (record.isInit) {
+  if (record.isInit && totals_.frames > 1) {
+    ++totals_.marksAgain;
+  } else if (record.isInit) {
     totals_.started = record.started;
     totals_.asked = frame.camera.asked;
     if (totals_.asked) {
@@ -87,6 +91,7 @@ SimulationTotals SimulationSummary::totals() const {
   }
   totals.secondsLost = static_cast<double>(framesLost_) / fps_;
   totals.medianUpdateMs = quantile(update_ms_, 0.5);
+  totals.honesty = honesty_.honesty();
   return totals;
 }
 

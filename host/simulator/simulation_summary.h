@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "simulator/honesty.h"
 #include "simulator/simulation.h"
 
 namespace host::sim {
@@ -37,10 +38,12 @@ struct SimulationTotals {
   long falseBoxes = 0;       ///< Reported as seen, but nothing of the target was in the box.
   long zoomReseeds = 0;
   long redetections = 0;
+  long marksAgain = 0;  ///< How often the operator had to mark the target anew.
   std::map<TrackState, long> states;  ///< All update() calls.
   TrackState finalState = TrackState::Inactive;
   std::string lostReason;
   double medianUpdateMs = 0.0;
+  Honesty honesty;
 };
 
 /// One expectation of the scenario and what came.
@@ -63,6 +66,7 @@ class SimulationSummary : public SimulationObserver {
 
   double fps_ = 25.0;
   SimulationTotals totals_;
+  HonestyWatch honesty_;
   std::vector<double> errorsDeg_;
   std::vector<double> errorsPx_;
   std::vector<double> ious_;
