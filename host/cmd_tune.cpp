@@ -257,7 +257,8 @@ void addTuneCommand(CLI::App& app, int& status) {
   command.add_option("--out", options->out, "Folder for log and results; an earlier search in it is taken up again")
       ->required()
       ->type_name("DIR");
-  command.add_option("--held-back", options->heldBack, "Targets to judge the result on; default: every second")
+  command
+      .add_option("--held-back", options->heldBack, "Targets to judge the result on; default: every second, by marks")
       ->type_name("NAME,...")
       ->delimiter(',');
   command.add_option("--goal", options->goal.name, "What to maximise: success, on-target or both")

@@ -173,6 +173,24 @@ TEST(SearchSpace, StaysInItsRangesAndKeepsAFeature) {
   }
 }
 
+TEST(SearchSpace, LeavesAloneWhatNothingReads) {
+  const host::SearchSpace space = host::defaultSearchSpace();
+  const Json base = {{"roi", {{"enable", false}}}, {"redetect", {{"frames_lost_before_reset", 1000000}}}};
+  host::SeededRandom random(7);
+  int changed = 0;
+  for (int i = 0; i < 200; ++i) {
+    const Json near = host::neighbourOf(space, base, random);
+    if (!near["roi"]["enable"].get<bool>()) {
+      EXPECT_EQ(near["roi"], base["roi"]);
+    }
+    if (near["redetect"]["frames_lost_before_reset"] == 1000000) {
+      EXPECT_EQ(near["redetect"], base["redetect"]);
+    }
+    changed += near["roi"].size() > 1 || near["redetect"].size() > 1 ? 1 : 0;
+  }
+  EXPECT_GT(changed, 0);  // once it is switched on, its keys move as all others do
+}
+
 TEST(TuneGoal, TimeAboveTheAllowanceCostsScore) {
   const host::TuneGoal goal{"both", 0.5, 20.0};
   EXPECT_DOUBLE_EQ(host::scoreFor(goal, 0.6, 0.4, 10), 0.5);
@@ -197,6 +215,23 @@ TEST(TuneSplit, HoldsBackEverySecondTargetOrTheNamedOnes) {
   EXPECT_EQ(host::splitTargets(fourTargets(), {"4"}).training[0].targets.size(), 3U);
   EXPECT_THROW(host::splitTargets(fourTargets(), {"9"}), host::HostError);
   EXPECT_THROW(host::splitTargets(fourTargets(), {"1", "2", "3", "4"}), host::HostError);
+}
+
+TEST(TuneSplit, GoesByTheNumberOfMarksSoThatTheHalvesWeighAlike) {
+  host::Sequence s;
+  s.name = "street";
+  for (const auto& [name, marks] : {std::pair("a", 2), {"b", 50}, {"c", 3}, {"d", 60}}) {
+    host::TruthTarget target;
+    target.name = name;
+    target.marks.resize(static_cast<std::size_t>(marks));
+    s.targets.push_back(target);
+  }
+  s.targets[1].marks.resize(70);
+  for (std::size_t i = 50; i < 70; ++i) s.targets[1].marks[i].absent = true;  // not judged, so they weigh nothing
+  const host::TuneSplit split = host::splitTargets({s}, {});
+  ASSERT_EQ(split.heldBack[0].targets.size(), 2U);
+  EXPECT_EQ(split.heldBack[0].targets[0].name, "c");  // third by marks, after d and b
+  EXPECT_EQ(split.heldBack[0].targets[1].name, "d");
 }
 
 TEST(RungPart, TakesAShareOfTargetsAndFrames) {

@@ -55,6 +55,18 @@ Json moved(const SearchKey& k, const Json& parent, SeededRandom& random) {
   return atShare(k, std::clamp(share, 0.0, 1.0));
 }
 
+constexpr long kNever = 1000000;  // the largest redetect.frames_lost_before_reset: no search within a day's frames
+
+/// Nothing reads the key in this configuration: a candidate that differs in it alone would be the same trial again.
+bool isIdle(const SearchKey& k, const Json& config) {
+  const std::string group = k.group;
+  const std::string key = k.key;
+  if (!config.contains(group)) return false;
+  if (group == "roi") return key != "enable" && !config[group].value("enable", true);
+  return group == "redetect" && key != "frames_lost_before_reset" &&
+         config[group].value("frames_lost_before_reset", 0L) >= kNever;
+}
+
 /// OpenCV needs one kind of picture to learn from.
 void keepAFeature(Json& config) {
   if (!config.contains("csrt")) return;
@@ -73,16 +85,18 @@ SearchSpace defaultSearchSpace() {
           list("csrt", "template_size", {100, 120, 160, 200}),
           list("csrt", "admm_iterations", {2, 3, 4, 5}),
           list("csrt", "number_of_scales", {5, 10, 17, 32}),
+          range("csrt", "scale_sigma_factor", 0.1, 0.5),
           list("csrt", "background_ratio", {2, 3}),
           onOff("csrt", "use_hog"),
           onOff("csrt", "use_color_names"),
           onOff("csrt", "use_gray"),
           onOff("csrt", "use_rgb"),
           onOff("csrt", "use_segmentation"),
+          onOff("roi", "enable"),  // before the keys that it makes idle
           range("roi", "margin_factor", 1.0, 4.0),
           list("roi", "min_size", {64, 96, 128, 192}),
           range("roi", "hysteresis_ratio", 0.1, 0.4),
-          list("redetect", "frames_lost_before_reset", {1, 2, 3, 5, 8, 12}),
+          list("redetect", "frames_lost_before_reset", {1, 2, 3, 5, 8, 12, kNever}),
           range("redetect", "re_detect_threshold", 0.45, 0.85),
           list("redetect", "coarse_factor", {0.25, 0.5, 1.0}),
           list("redetect", "max_redetect_attempts", {10, 30, 100, 300}),
@@ -96,7 +110,7 @@ Json randomConfig(const SearchSpace& space, const Json& base, SeededRandom& rand
   Json config = base;
   for (const SearchKey& k : space) {
     const Json value = drawn(k, random);  // drawn in any case: a key must not shift what the next one gets
-    if (random.unit() < 0.5) config[k.group][k.key] = value;
+    if (random.unit() < 0.5 && !isIdle(k, config)) config[k.group][k.key] = value;
   }
   keepAFeature(config);
   return config;
@@ -107,7 +121,7 @@ Json neighbourOf(const SearchSpace& space, const Json& parent, SeededRandom& ran
   const double change = std::min(1.0, 4.0 / static_cast<double>(space.size()));
   for (const SearchKey& k : space) {
     const Json value = moved(k, parent, random);
-    if (random.unit() < change) config[k.group][k.key] = value;
+    if (random.unit() < change && !isIdle(k, config)) config[k.group][k.key] = value;
   }
   keepAFeature(config);
   return config;

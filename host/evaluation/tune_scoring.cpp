@@ -32,6 +32,23 @@ std::size_t countOf(const std::vector<Sequence>& sequences) {
   return count;
 }
 
+/// Every second target from the one with most marks down, as numbers through all sequences: halves of like weight,
+/// where numbers or names would leave the long ones to chance.
+std::set<std::size_t> everySecondByMarks(const std::vector<Sequence>& sequences) {
+  std::vector<std::pair<std::ptrdiff_t, std::size_t>> order;  // marks less than none, so that most come first
+  for (const Sequence& sequence : sequences) {
+    for (const TruthTarget& target : sequence.targets) {
+      const auto absent =
+          std::count_if(target.marks.begin(), target.marks.end(), [](const TruthMark& m) { return m.absent; });
+      order.emplace_back(absent - static_cast<std::ptrdiff_t>(target.marks.size()), order.size());
+    }
+  }
+  std::sort(order.begin(), order.end());
+  std::set<std::size_t> chosen;
+  for (std::size_t i = 0; i < order.size() && order.size() > 1; i += 2) chosen.insert(order[i].second);
+  return chosen;
+}
+
 }  // namespace
 
 void checkGoal(const TuneGoal& goal) {
@@ -52,13 +69,13 @@ double scoreFor(const TuneGoal& goal, double onTarget, double successAuc, double
 TuneSplit splitTargets(const std::vector<Sequence>& sequences, const std::vector<std::string>& heldBackNames) {
   const std::set<std::string> names(heldBackNames.begin(), heldBackNames.end());
   std::set<std::string> unknown = names;
-  const std::size_t count = countOf(sequences);
+  const std::set<std::size_t> chosen = everySecondByMarks(sequences);
   TuneSplit split;
   std::size_t i = 0;
   for (const Sequence& sequence : sequences) {
     for (const TruthTarget& target : sequence.targets) {
       unknown.erase(target.name);
-      const bool held = names.empty() ? i % 2 == 0 && count > 1 : names.count(target.name) > 0;
+      const bool held = names.empty() ? chosen.count(i) > 0 : names.count(target.name) > 0;
       keep(sequence, target, held ? split.heldBack : split.training);
       ++i;
     }

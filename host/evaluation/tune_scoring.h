@@ -24,8 +24,8 @@ void checkGoal(const TuneGoal& goal);
 /// Pure. A candidate above the allowed cost loses as much score as it is too dear.
 double scoreFor(const TuneGoal& goal, double onTarget, double successAuc, double cpu_ms);
 
-/// Splits targets into those to search on and those held back: the named ones, or without names every second one,
-/// beginning with the first. A single target is never held back.
+/// Splits targets into those to search on and those held back: the named ones, or without names every second one
+/// from the one with most visible marks down, so that the halves weigh alike. A single target is never held back.
 struct TuneSplit {
   std::vector<Sequence> training;
   std::vector<Sequence> heldBack;

@@ -12,6 +12,9 @@ namespace host {
 namespace {
 
 using Json = nlohmann::json;
+// One candidate in so many is drawn from everywhere: seldom good, but the way out of a dead end.
+constexpr int kRandomEvery = 6;
+
 using TrialKey = std::tuple<long, int, int>;
 
 std::map<TrialKey, Trial> byKey(const std::vector<Trial>& trials) {
@@ -65,9 +68,9 @@ class Search {
       const Json neighbour = neighbourOf(space_, parent, random);
       const Json anywhere = randomConfig(space_, base, random);
       all.push_back({i,
-                     isStart      ? settings_.starts[static_cast<std::size_t>(i)]
-                     : i % 3 == 2 ? anywhere
-                                  : neighbour,
+                     isStart                                ? settings_.starts[static_cast<std::size_t>(i)]
+                     : i % kRandomEvery == kRandomEvery - 1 ? anywhere
+                                                            : neighbour,
                      0.0});
     }
     return all;
@@ -183,7 +186,7 @@ double certainty(const KeyEffect& e) {
 }  // namespace
 
 std::vector<Rung> defaultRungs() {
-  return {{0, 1.0 / 3, 1.0 / 3}, {1, 2.0 / 3, 2.0 / 3}, {2, 1.0, 1.0}};
+  return {{0, 1.0, 0.2}, {1, 1.0, 0.5}, {2, 1.0, 1.0}};
 }
 
 std::vector<Trial> runTuning(const TuneSettings& settings, const SearchSpace& space, const TuneHooks& hooks,

@@ -20,7 +20,8 @@ struct Rung {
   double framesShare = 1.0;  ///< (0, 1] of the longest target's frames.
 };
 
-/// A third, two thirds, all.
+/// All targets, for a fifth, half and all of the longest one's frames: targets differ more than the moments of one, so
+/// a short look at each tells more than a long look at a few.
 std::vector<Rung> defaultRungs();
 
 /// What a configuration was worth in one trial.
