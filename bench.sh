@@ -14,6 +14,11 @@ case "${1-}" in
 esac
 
 csrt_install_dependencies
+# One more tracker to compare with; without it the comparison leaves it out.
+# shellcheck disable=SC2034  # csrt_missing_packages reads it
+csrt_packages=(libdlib-dev)
+[ -z "$(csrt_missing_packages)" ] || csrt_as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y \
+  --no-install-recommends libdlib-dev >/dev/null 2>&1 || echo "libdlib-dev cannot be had: its tracker is left out" >&2
 out=build/bench/results
 rm -rf "$out"
 mkdir -p "$out"
@@ -24,9 +29,11 @@ if ! { cmake --preset bench && cmake --build --preset bench -j"$(nproc)"; } >"$l
 fi
 
 options=()
+drawn=100
 if [ "$short" = yes ]; then
   export CSRT_BENCH_SHORT=1
   options=(--benchmark_min_time=0.01)
+  drawn=6
 fi
 for program in build/bench/bin/*_bench; do
   name=$(basename "$program")
@@ -35,6 +42,9 @@ for program in build/bench/bin/*_bench; do
   "$program" "${options[@]}" --benchmark_out="$out/$name.json" --benchmark_out_format=json >"$out/$name.txt" 2>&1 ||
     { cat "$out/$name.txt" >&2; csrt_die "$name failed"; }
 done
+echo "tracker_comparison ..." >&2
+build/bench/bin/tracker_comparison --drawn "$drawn" --json "$out/comparison.json.txt" >"$out/tracker_comparison.txt" ||
+  csrt_die "tracker_comparison failed"
 
 if [ "$short" = yes ]; then
   python3 bench/write_tables.py --check "$out"

@@ -3,6 +3,11 @@
 // 3840 x 2160 at least 3 times faster than bare CSRT on that frame, 1.3 times at 1920 x 1080; the slowest lost frame
 // at most 2.5 times a tracked one at 1920 x 1080, 3 times at 3840 x 2160.
 #include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <iostream>
 
 #include "bench_support.h"
 
@@ -149,6 +154,59 @@ void BM_UpdateLost(benchmark::State& state) {
   report(state, "back", rounds.back);
 }
 
+// Standard output thrown away while this lives: the log goes there, and so would the terminal's cost.
+class SilentOutput {
+ public:
+  SilentOutput() {
+    std::fflush(stdout);
+    std::cout.flush();
+    const int nowhere = open("/dev/null", O_WRONLY);
+    dup2(nowhere, STDOUT_FILENO);
+    close(nowhere);
+  }
+  SilentOutput(const SilentOutput&) = delete;
+  SilentOutput& operator=(const SilentOutput&) = delete;
+  ~SilentOutput() {
+    std::fflush(stdout);
+    std::cout.flush();
+    dup2(kept_, STDOUT_FILENO);
+    close(kept_);
+  }
+
+ private:
+  int kept_ = dup(STDOUT_FILENO);
+};
+
+// Two that see the same frames, step by step in turn; one writes its log. With it the record holds the window, too.
+void BM_UpdateDebug(benchmark::State& state) {
+  MovingTarget scene({640, 360}, {60, 60});
+  MovingTarget talkingScene({640, 360}, {60, 60});
+  OpenAlgo quiet;
+  OpenAlgo talking;
+  quiet.start(scene);
+  talking.start(talkingScene);
+  const auto quietTracker = quiet.watch();
+  const auto talkingTracker = talking.watch();
+  Samples around;
+  Samples aroundTalking;
+  for (auto _ : state) {
+    scene.next();
+    talkingScene.next();
+    const bench::Moment off = timeOf([&] { benchmark::DoNotOptimize(quiet.step(scene)); });
+    const SilentOutput silence;
+    talking.enableDebug(true);
+    const bench::Moment on = timeOf([&] { benchmark::DoNotOptimize(talking.step(talkingScene)); });
+    talking.enableDebug(false);
+    around.add(off - quietTracker->spent);
+    aroundTalking.add(on - talkingTracker->spent);
+    state.SetIterationTime(off.wall / 1e3);
+  }
+  if (quiet.trackBox_ != talking.trackBox_) state.SkipWithError("the log changed the answer");
+  if (bench::overlap(quiet.trackBox_, scene.box()) < kOnTarget) state.SkipWithError("target lost");
+  report(state, "around_off", around);
+  report(state, "around_on", aroundTalking);
+}
+
 BENCHMARK(BM_UpdateTracked)
     ->ArgNames({"w", "h"})
     ->Args({640, 360})
@@ -178,5 +236,7 @@ BENCHMARK(BM_UpdateLost)
     ->Iterations(bench::steps(8))
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
+
+BENCHMARK(BM_UpdateDebug)->Iterations(bench::steps(100))->UseManualTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -103,6 +103,11 @@ def times(results):
     lines += table(header, rows)
     lines += table(["frame", "update() : bare step, pair by pair", "update() : the tracker's step inside it"], ratios)
 
+    lines += ["### The log on and off: what a tracked frame adds to the tracker's step (CPU ms)", ""]
+    rows = [[*counters(run, ["around_off_cpu_ms", "around_off_cpu_p95_ms", "around_on_cpu_ms", "around_on_cpu_p95_ms"])]
+            for run in runs_of(results, "update_bench", "BM_UpdateDebug")]
+    lines += table(["off, median", "p95", "on, median", "p95"], rows)
+
     lines += ["### A small target in a large frame", ""]
     rows = []
     for run in runs_of(results, "update_bench", "BM_SmallTarget"):

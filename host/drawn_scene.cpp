@@ -9,8 +9,6 @@
 namespace host {
 namespace {
 
-constexpr std::uint64_t kSeed = 20240607;
-
 /// Smooth patches of colour with fine grain: something for a tracker to hold on to.
 cv::Mat texture(cv::Size size, const cv::Scalar& mean, double contrast, cv::RNG& rng) {
   cv::Mat coarse(std::max(2, size.height / 12), std::max(2, size.width / 12), CV_8UC3);
@@ -62,7 +60,7 @@ cv::Mat DrawnScene::frame(int i) const {
 
 void writeDrawnScene(const std::string& path, cv::Size size, int frames, double fps) {
   checkWritable(path, "drawing");
-  const DrawnScene scene(size, kSeed);
+  const DrawnScene scene(size, kDrawnSceneSeed);
   VideoOutput video(path, size, fps);
   for (int i = 0; i < frames; ++i) video.write(scene.frame(i));
   video.close();

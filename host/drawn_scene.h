@@ -24,6 +24,9 @@ class DrawnScene {
   cv::Mat figure_;
 };
 
+/// What writeDrawnScene() draws: where its figure is, a scene of the same size and seed knows.
+inline constexpr std::uint64_t kDrawnSceneSeed = 20240607;
+
 /// Writes `frames` frames as a video. @throws HostError (Usage, Output) naming the path
 void writeDrawnScene(const std::string& path, cv::Size size, int frames, double fps);
 

@@ -16,12 +16,6 @@ namespace {
 
 using Json = nlohmann::json;
 
-double threadSeconds() {
-  timespec now{};
-  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-}
-
 /// To a microsecond, so that a result reads the same after it has been written and read again.
 double rounded(double ms) {
   return std::round(ms * 1e3) / 1e3;
@@ -40,10 +34,10 @@ class PluginFollower : public Follower {
   }
 
   FollowerAnswer update(const Picture& picture, const SourceFrame& frame) override {
-    const double begin = threadSeconds();
+    const double begin = threadMilliseconds();
     const CallRecord record = session_.update(picture, {frame.index, frame.time_s});
     FollowerAnswer answer;
-    answer.cpu_ms = rounded((threadSeconds() - begin) * 1e3);
+    answer.cpu_ms = rounded(threadMilliseconds() - begin);
     answer.wall_ms = rounded(record.update_ms);
     if (record.box) answer.box = cv::Rect2d(*record.box);
     answer.seen = record.box && record.framesSinceSeen == 0;
@@ -54,10 +48,9 @@ class PluginFollower : public Follower {
   TargetSession session_;
 };
 
-class ReferenceFollower : public Follower {
+class TrackerFollower : public Follower {
  public:
-  explicit ReferenceFollower(const cv::tracking::TrackerCSRT::Params& params)
-      : tracker_(cv::tracking::TrackerCSRT::create(params)) {}
+  explicit TrackerFollower(cv::Ptr<cv::Tracker> tracker) : tracker_(std::move(tracker)) {}
 
   bool init(const Picture& picture, const SourceFrame& /*frame*/, const cv::Rect& box) override {
     const cv::Rect inside = box & cv::Rect(0, 0, picture->width(), picture->height());
@@ -73,7 +66,7 @@ class ReferenceFollower : public Follower {
   FollowerAnswer update(const Picture& picture, const SourceFrame& /*frame*/) override {
     using Clock = std::chrono::steady_clock;
     const Clock::time_point begin = Clock::now();
-    const double cpuBegin = threadSeconds();
+    const double cpuBegin = threadMilliseconds();
     FollowerAnswer answer;
     cv::Rect box;
     try {
@@ -81,14 +74,14 @@ class ReferenceFollower : public Follower {
     } catch (const cv::Exception&) {
       answer.seen = false;  // its box has left the picture
     }
-    answer.cpu_ms = rounded((threadSeconds() - cpuBegin) * 1e3);
+    answer.cpu_ms = rounded(threadMilliseconds() - cpuBegin);
     answer.wall_ms = rounded(std::chrono::duration<double, std::milli>(Clock::now() - begin).count());
     if (answer.seen && !box.empty()) answer.box = cv::Rect2d(box);
     return answer;
   }
 
  private:
-  cv::Ptr<cv::tracking::TrackerCSRT> tracker_;
+  cv::Ptr<cv::Tracker> tracker_;
 };
 
 template <typename Field, typename Source>
@@ -131,8 +124,18 @@ std::unique_ptr<Follower> makePluginFollower(PluginLibrary& library, const std::
 }
 
 std::unique_ptr<Follower> makeReferenceFollower(const std::string* configText) {
-  return std::make_unique<ReferenceFollower>(configText == nullptr ? cv::tracking::TrackerCSRT::Params()
-                                                                   : paramsOf(*configText));
+  return makeTrackerFollower(cv::tracking::TrackerCSRT::create(
+      configText == nullptr ? cv::tracking::TrackerCSRT::Params() : paramsOf(*configText)));
+}
+
+std::unique_ptr<Follower> makeTrackerFollower(cv::Ptr<cv::Tracker> tracker) {
+  return std::make_unique<TrackerFollower>(std::move(tracker));
+}
+
+double threadMilliseconds() {
+  timespec now{};
+  clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
+  return static_cast<double>(now.tv_sec) * 1e3 + static_cast<double>(now.tv_nsec) * 1e-6;
 }
 
 }  // namespace host

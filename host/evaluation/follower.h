@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <opencv2/core.hpp>
+#include <opencv2/video/tracking.hpp>
 #include <optional>
 #include <string>
 
@@ -37,5 +38,11 @@ std::unique_ptr<Follower> makePluginFollower(PluginLibrary& library, const std::
 /// cv::TrackerCSRT on the whole frame. It is "seen" whenever its update() answers true.
 /// @param configText  its group "csrt" gives the parameters, over the plug-in's defaults; null: OpenCV's own
 std::unique_ptr<Follower> makeReferenceFollower(const std::string* configText);
+
+/// Any tracker of OpenCV on the whole frame, before its init(). It is "seen" whenever its update() answers true.
+std::unique_ptr<Follower> makeTrackerFollower(cv::Ptr<cv::Tracker> tracker);
+
+/// Processor time of the calling thread, milliseconds since it began.
+double threadMilliseconds();
 
 }  // namespace host

@@ -1,0 +1,5 @@
+#include "dlib_follower.h"
+
+std::unique_ptr<host::Follower> bench::makeDlibFollower() {
+  return nullptr;
+}
