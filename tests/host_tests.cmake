@@ -70,3 +70,8 @@ include(simulator_tests.cmake)
 
 csrt_add_host_test(replay_test)
 csrt_add_host_test(report_test)
+
+add_test(NAME host_footprint
+  COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/host_footprint.sh ${csrt_program} $<TARGET_FILE:csrt_tracking_plugin>)
+# Starts the program under another; skipped where that is not permitted.
+set_tests_properties(host_footprint PROPERTIES LABELS native SKIP_RETURN_CODE 77)
