@@ -26,7 +26,7 @@ struct ReplayOptions {
 class RecordCollector : public RunObserver {
  public:
   void frame(const SourceFrame& /*frame*/, const std::vector<CallRecord>& records) override {
-    for (const CallRecord& record : records) all.push_back(toJson(record));
+    for (const CallRecord& record : records) all.emplace_back(toJson(record));
   }
   std::vector<nlohmann::json> all;
 };

@@ -108,7 +108,7 @@ std::string tryToUseApart(const std::string& path) {
 }
 
 bool openCvHas(const std::string& module) {
-  const std::string information = cv::getBuildInformation();
+  const std::string& information = cv::getBuildInformation();
   const std::size_t begin = information.find("To be built:");
   if (begin == std::string::npos) return false;
   const std::string modules = information.substr(begin, information.find('\n', begin) - begin) + " ";
@@ -134,7 +134,7 @@ DoctorFinding cudaFinding() {
 std::string problemOfWriting(const fs::path& file) {
   errno = 0;
   const bool written = static_cast<bool>(std::ofstream(file) << "csrt-track" << std::flush);
-  const std::string reason = written ? "" : std::strerror(errno);
+  std::string reason = written ? "" : std::strerror(errno);
   std::error_code ignored;
   fs::remove(file, ignored);
   return reason;

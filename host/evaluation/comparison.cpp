@@ -126,7 +126,7 @@ std::pair<double, double> timesOf(const std::vector<Pair>& pairs, const Draw& dr
   return updates > 0 ? std::pair(a / updates, b / updates) : std::pair(0.0, 0.0);
 }
 
-void setInterval(std::vector<double> differences, Difference& d) {
+void setInterval(const std::vector<double>& differences, Difference& d) {
   d.low = quantile(differences, 0.025);
   d.high = quantile(differences, 0.975);
 }
