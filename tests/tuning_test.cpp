@@ -191,6 +191,13 @@ TEST(SearchSpace, LeavesAloneWhatNothingReads) {
   EXPECT_GT(changed, 0);  // once it is switched on, its keys move as all others do
 }
 
+TEST(SearchSpace, NeverTriesAParentAgain) {
+  const host::SearchSpace space = host::defaultSearchSpace();
+  host::SeededRandom random(11);
+  const Json parent = host::neighbourOf(space, Json::object(), random);
+  for (int i = 0; i < 300; ++i) EXPECT_NE(host::neighbourOf(space, parent, random), parent);
+}
+
 TEST(TuneGoal, TimeAboveTheAllowanceCostsScore) {
   const host::TuneGoal goal{"both", 0.5, 20.0};
   EXPECT_DOUBLE_EQ(host::scoreFor(goal, 0.6, 0.4, 10), 0.5);

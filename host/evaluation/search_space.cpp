@@ -74,6 +74,19 @@ void keepAFeature(Json& config) {
   if (!csrt.value("use_hog", true) && !csrt.value("use_color_names", true)) csrt["use_hog"] = true;
 }
 
+constexpr int kDraws = 20;  // more than enough for one that differs, where any can
+
+Json changed(const SearchSpace& space, const Json& parent, SeededRandom& random) {
+  Json config = parent;
+  const double change = std::min(1.0, 4.0 / static_cast<double>(space.size()));
+  for (const SearchKey& k : space) {
+    const Json value = moved(k, parent, random);
+    if (random.unit() < change && !isIdle(k, config)) config[k.group][k.key] = value;
+  }
+  keepAFeature(config);
+  return config;
+}
+
 }  // namespace
 
 SearchSpace defaultSearchSpace() {
@@ -117,13 +130,8 @@ Json randomConfig(const SearchSpace& space, const Json& base, SeededRandom& rand
 }
 
 Json neighbourOf(const SearchSpace& space, const Json& parent, SeededRandom& random) {
-  Json config = parent;
-  const double change = std::min(1.0, 4.0 / static_cast<double>(space.size()));
-  for (const SearchKey& k : space) {
-    const Json value = moved(k, parent, random);
-    if (random.unit() < change && !isIdle(k, config)) config[k.group][k.key] = value;
-  }
-  keepAFeature(config);
+  Json config = changed(space, parent, random);
+  for (int i = 0; config == parent && i < kDraws; ++i) config = changed(space, parent, random);
   return config;
 }
 

@@ -29,7 +29,7 @@ SearchSpace defaultSearchSpace();
 /// `base` with about half of the keys set anew.
 nlohmann::json randomConfig(const SearchSpace& space, const nlohmann::json& base, SeededRandom& random);
 
-/// `parent` with a few keys changed: numbers move by up to a fifth of their range, lists to any value.
+/// `parent` with a few keys changed, at least one: numbers move by up to a fifth of their range, lists to any value.
 nlohmann::json neighbourOf(const SearchSpace& space, const nlohmann::json& parent, SeededRandom& random);
 
 }  // namespace host
