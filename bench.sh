@@ -43,7 +43,8 @@ for program in build/bench/bin/*_bench; do
     { cat "$out/$name.txt" >&2; csrt_die "$name failed"; }
 done
 echo "tracker_comparison ..." >&2
-build/bench/bin/tracker_comparison --drawn "$drawn" --json "$out/comparison.json.txt" >"$out/tracker_comparison.txt" ||
+mkdir "$out/trackers" # apart from the results that become tables
+build/bench/bin/tracker_comparison --drawn "$drawn" --json "$out/trackers/drawn.json" >"$out/tracker_comparison.txt" ||
   csrt_die "tracker_comparison failed"
 
 if [ "$short" = yes ]; then
