@@ -5,11 +5,11 @@ namespace host {
 
 extern const char* const kRecordsSchema;  ///< records.schema.json, the schema of one record line.
 
-extern const char* const kReportPage;    ///< report_page.html, with marks for what a run fills in.
+extern const char* const kReportPage;      ///< report_page.html, with marks for what a run fills in.
 extern const char* const kEvaluationPage;  ///< evaluation_page.html, likewise.
-extern const char* const kPageStyle;     ///< page_style.css, of both pages.
-extern const char* const kPageCharts;    ///< page_charts.js, of both pages.
-extern const char* const kChartLibrary;  ///< Chart.js.
+extern const char* const kPageStyle;       ///< page_style.css, of both pages.
+extern const char* const kPageCharts;      ///< page_charts.js, of both pages.
+extern const char* const kChartLibrary;    ///< Chart.js.
 
 struct EmbeddedText {
   const char* name;  ///< File name without its ending; null behind the last one.

@@ -38,7 +38,7 @@ struct SimulationTotals {
   long falseBoxes = 0;       ///< Reported as seen, but nothing of the target was in the box.
   long zoomReseeds = 0;
   long redetections = 0;
-  long marksAgain = 0;  ///< How often the operator had to mark the target anew.
+  long marksAgain = 0;                ///< How often the operator had to mark the target anew.
   std::map<TrackState, long> states;  ///< All update() calls.
   TrackState finalState = TrackState::Inactive;
   std::string lostReason;
