@@ -36,10 +36,12 @@ cv::Rect2d boxOf(const Actor& actor, double t_s, const View& view, cv::Size fram
 double visibleShare(const cv::Rect2d& box, const std::vector<cv::Rect2d>& covers, cv::Size frame) {
   const cv::Rect2d inside(0, 0, frame.width, frame.height);
   int seen = 0;
-  for (int i = 0; i < kSamples * kSamples; ++i) {
-    const cv::Point2d point(box.x + (i % kSamples + 0.5) / kSamples * box.width,
-                            box.y + (static_cast<double>(i / kSamples) + 0.5) / kSamples * box.height);
-    if (inside.contains(point) && !covered(point, covers)) ++seen;
+  for (int row = 0; row < kSamples; ++row) {
+    for (int column = 0; column < kSamples; ++column) {
+      const cv::Point2d point(box.x + (column + 0.5) / kSamples * box.width,
+                              box.y + (row + 0.5) / kSamples * box.height);
+      if (inside.contains(point) && !covered(point, covers)) ++seen;
+    }
   }
   return static_cast<double>(seen) / (kSamples * kSamples);
 }

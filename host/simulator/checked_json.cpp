@@ -112,7 +112,7 @@ void CheckedObject::read(const std::string& key, std::string& value) {
 std::string CheckedObject::oneOf_(const std::string& key, const Json& json,
                                   const std::vector<std::string>& allowed) const {
   if (!json.is_string()) fail(key, "this must be a text, not " + kindOf(json));
-  const auto text = json.get<std::string>();
+  auto text = json.get<std::string>();
   if (std::find(allowed.begin(), allowed.end(), text) == allowed.end()) {
     fail(key, "'" + text + "' is none of " + listOf(allowed));
   }

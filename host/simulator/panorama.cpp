@@ -47,7 +47,7 @@ void drawTree(cv::Mat& picture, cv::RNG& rng, double horizon, double scale) {
   }
 }
 
-void drawSky(cv::Mat sky) {
+void drawSky(const cv::Mat& sky) {
   for (int y = 0; y < sky.rows; ++y) {
     const double low = static_cast<double>(y) / sky.rows;
     sky.row(y).setTo(cv::Scalar(215 - 10 * low, 165 + 40 * low, 120 + 75 * low));
