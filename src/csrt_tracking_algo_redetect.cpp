@@ -266,7 +266,7 @@ cv::Mat CSRTTrackingAlgo::ensureBGR8Contiguous_(const cv::Mat& src) {
 }
 
 cv::Mat CSRTTrackingAlgo::ensureBGR8Contiguous_(const cv::Mat& src, cv::Mat& memory) {
-  const cv::Mat bgr = ensureBGR8_(src, memory);
+  cv::Mat bgr = ensureBGR8_(src, memory);
   if (bgr.isContinuous()) return bgr;
   bgr.copyTo(memory);
   return memory;
