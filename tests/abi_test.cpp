@@ -11,6 +11,7 @@
 
 #include "ialgo_plugin.h"
 #include "ocula/ocula_picture.h"
+#include "support/kept_libraries.h"
 
 using ocula::OculaPicture;
 
