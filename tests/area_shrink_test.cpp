@@ -141,6 +141,18 @@ TEST(AreaShrink, UsesTheBufferItIsGivenAgain) {
   EXPECT_EQ(dst.data, memory);
 }
 
+// One pixel wide or high is no reason to leave the work to cv::resize.
+TEST(AreaShrink, MakesPicturesOfOnePixel) {
+  cv::RNG random(29);
+  cv::Mat dst;
+  if (!tryShrinkArea(picture(random, {40, 40}, kNoise), dst, 0.3, 0.3)) GTEST_SKIP() << "cv::resize does the work";
+  for (const cv::Size& size : {cv::Size(3, 40), cv::Size(40, 3), cv::Size(3, 3)}) {
+    const cv::Mat src = picture(random, size, kNoise);
+    EXPECT_TRUE(tryShrinkArea(src, dst, 0.3, 0.3)) << size;
+    EXPECT_TRUE(samePixels(byOpenCv(src, 0.3, 0.3), dst)) << size;
+  }
+}
+
 class AreaShrinkLeaves : public ::testing::TestWithParam<std::tuple<int, double, double>> {};
 
 TEST_P(AreaShrinkLeaves, ToOpenCv) {

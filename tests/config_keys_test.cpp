@@ -98,6 +98,17 @@ TEST(ConfigTable, AgreesWithWhatIsWrittenDownForTheTests) {
   EXPECT_EQ(findKey(kList)->type, ConfigType::NumberList);
 }
 
+TEST(ConfigTable, GivesLimitsToNumbersAlone) {
+  for (const ConfigKey& key : configKeys()) {
+    const bool number = key.type == ConfigType::Integer || key.type == ConfigType::Number;
+    if (number) {
+      EXPECT_LT(key.lowest, key.highest) << pathOf(key);
+    } else {
+      EXPECT_TRUE(key.lowest == 0.0 && key.highest == 0.0) << pathOf(key);
+    }
+  }
+}
+
 TEST(ConfigTable, IsReadInTheOrderOfTheGroupsWithTheAliasesLast) {
   std::vector<std::string> groups;
   for (const ConfigKey& key : configKeys()) {

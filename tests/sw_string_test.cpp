@@ -172,6 +172,7 @@ TEST(SwStringMid, CutsByBytes) {
   EXPECT_EQ(text.mid(4, 20), "ef");
   EXPECT_EQ(text.mid(6, 1), "");
   EXPECT_EQ(text.mid(2, -1), "cdef");
+  EXPECT_EQ(text.mid(2, 0), "");
   EXPECT_THROW(text.mid(7, 1), std::out_of_range);
   EXPECT_THROW(text.mid(-1, 1), std::out_of_range);
 }

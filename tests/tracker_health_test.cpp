@@ -83,6 +83,14 @@ TEST_F(TrackerHealth, KnowsAllFourBordersByTheCentre) {
   }
 }
 
+TEST_F(TrackerHealth, TakesACentreExactlyOnALimitAsAwayFromTheBorder) {
+  for (const cv::Point& at : {cv::Point(50, 500), cv::Point(950, 500), cv::Point(500, 50), cv::Point(500, 950)}) {
+    health.reset();
+    EXPECT_FALSE(look(at.x, at.y, 10.0));
+    EXPECT_EQ(health.edgeSince_, 0.0) << at;
+  }
+}
+
 TEST_F(TrackerHealth, FailsOnTheThirdJumpInARow) {
   EXPECT_FALSE(look(100, 500, 10.0));
   EXPECT_FALSE(look(500, 500, 11.0));
