@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Builds everything with a sanitizer and runs all tests; any report fails its test.
+#
+# usage: tools/sanitizers.sh [address|thread] [CTEST_OPTION...]     both, one after the other, without a name
+#
+# address: address, undefined behaviour and leaks, in build/dev; thread: data races and deadlocks, in build/tsan.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+# shellcheck source=tools/install-deps.sh
+. tools/install-deps.sh
+csrt_packages+=(openssl locales) # tests skip without them
+csrt_install_dependencies
+
+case ${1:-} in
+  address) presets=(dev) ;;
+  thread) presets=(tsan) ;;
+  '') presets=(dev tsan) ;;
+  *) csrt_die "unknown sanitizer '$1': address or thread" ;;
+esac
+[ $# -gt 0 ] && shift
+
+read -ra options <<<"${CSRT_CMAKE_OPTIONS:-}"
+for preset in "${presets[@]}"; do
+  echo "== $preset" >&2
+  cmake --preset "$preset" "${options[@]}" >/dev/null
+  cmake --build --preset "$preset"
+  ctest --preset "$preset" --parallel "$(nproc)" "$@"
+done
