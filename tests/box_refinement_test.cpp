@@ -175,6 +175,15 @@ TEST_F(Growth, MovesTheMeanWithinAPassInAscendingOrderOfLabels) {
   EXPECT_EQ(refined(148, 128, 140), all) << "the next pass asks it again";
 }
 
+TEST_F(Growth, ReachesOutInEveryDirection) {
+  const cv::Rect middle(130, 110, 30, 30);
+  for (const cv::Point& aside : {cv::Point(-30, 0), cv::Point(30, 0), cv::Point(0, -30), cv::Point(0, 30)}) {
+    cv::Mat image = with(ground(), middle, cv::Scalar::all(128));
+    with(image, middle + aside, cv::Scalar::all(138));
+    EXPECT_EQ(tuning.refine(image, {95, 75, 100, 100}, {145, 125}), middle | (middle + aside)) << aside;
+  }
+}
+
 TEST_F(Growth, WeighsTheMeanByPixels) {
   // A thin near stripe hardly moves the mean: the far one stays out.
   cv::Mat image = ground();

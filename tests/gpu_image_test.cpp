@@ -69,6 +69,16 @@ TEST(GpuImage, UploadGreyIsTheGreyOfOpenCv) {
   EXPECT_TRUE(same(image.download(), grey(cv::Rect(3, 4, 20, 20))));
 }
 
+TEST(GpuImage, KeepsWhatItHoldsWhenAPictureIsRefused) {
+  const cv::Mat colour = textured::texture({40, 30}, 3, 5);
+  GpuImage image;
+  image.uploadGrey(colour);
+  const cv::Mat before = image.download().clone();
+  EXPECT_THROW(image.uploadGrey(cv::Mat(20, 50, CV_8UC1, cv::Scalar(7))), cv::Exception) << "no colours in it";
+  ASSERT_EQ(cv::Size(image.cols(), image.rows()), before.size());
+  EXPECT_EQ(cv::countNonZero(image.download() != before), 0);
+}
+
 TEST(GpuImage, UploadGreyUsesItsMemoryAgainForOtherSizes) {
   if (std::string(imageBackendName()) != "host") GTEST_SKIP() << "memory of the device is not looked at here";
   GpuImage image;

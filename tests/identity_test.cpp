@@ -1,4 +1,5 @@
 // Who the plug-in is, what it starts with, what it logs, and that none of this waits for a frame.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -178,6 +179,25 @@ TEST(Log, WritesTheWholeLineAtOnce) {
   });
   EXPECT_EQ(writes, (std::vector<std::string>{"[AlgoPlugin INFO] [CSRTTrackingAlgo] first 1\n",
                                               "[AlgoPlugin INFO] [CSRTTrackingAlgo] second\n"}));
+}
+
+TEST(Log, HasLeftTheProcessWhenTheCallReturns) {
+  TestAlgo algo;
+  algo.enableDebug(true);
+  int ends[2] = {-1, -1};
+  ASSERT_EQ(pipe(ends), 0);
+  char line[256];
+  ssize_t length = -1;
+  {
+    const RedirectedOutput redirected(ends[1]);
+    ASSERT_EQ(fcntl(ends[0], F_SETFL, O_NONBLOCK), 0);
+    algo.log_("now");
+    length = read(ends[0], line, sizeof(line));  // before the redirection flushes what is left
+  }
+  close(ends[0]);
+  close(ends[1]);
+  ASSERT_GT(length, 0);
+  EXPECT_EQ(std::string(line, static_cast<std::size_t>(length)), "[AlgoPlugin INFO] [CSRTTrackingAlgo] now\n");
 }
 
 TEST(Log, CarriesTextOfAnyLength) {
