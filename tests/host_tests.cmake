@@ -3,6 +3,8 @@
 add_library(fake_plugin MODULE fake_plugin.cpp)
 target_link_libraries(fake_plugin PRIVATE OculaTools class_loader::class_loader csrt_warnings)
 
+csrt_add_visible_threads(csrt-track)
+
 # Every record that a test reads is held against the published schema.
 find_package(valijson REQUIRED)
 add_library(record_schema STATIC record_schema.cpp)
