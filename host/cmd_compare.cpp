@@ -11,6 +11,7 @@
 #include "evaluation/results.h"
 #include "evaluation/results_view.h"
 #include "evaluation/tuning_result.h"
+#include "help_footer.h"
 #include "host_error.h"
 #include "text_output.h"
 
@@ -89,29 +90,41 @@ int merge(const MergeOptions& options) {
 
 void addCompareCommand(CLI::App& app, int& status) {
   const auto options = std::make_shared<CompareOptions>();
-  CLI::App& command = *app.add_subcommand("compare", "Compare two results of evaluate; status 1 when B is worse");
-  command.add_option("a", options->a, "The result to compare with (JSON)")->required()->type_name("A");
-  command.add_option("b", options->b, "The result to judge (JSON)")->required()->type_name("B");
-  command.add_option("--tolerance", options->settings.tolerance, "How much worse a share may get")
+  CLI::App& command =
+      *app.add_subcommand("compare", "Compare two results of 'evaluate'; status 1 when the second is worse");
+  command.add_option("a", options->a, "The result to compare with (JSON)")->required()->type_name("FILE");
+  command.add_option("b", options->b, "The result to judge (JSON)")->required()->type_name("FILE");
+  command
+      .add_option("--tolerance", options->settings.tolerance,
+                  "How much lower a share of b may be than that of a, such as 0.02")
+      ->type_name("SHARE")
       ->capture_default_str();
   command
       .add_option("--time-tolerance", options->settings.timeTolerance,
-                  "By what share processor time may grow, such as 0.1; 0: only shown. Of runs on one machine")
+                  "By what share processor time may grow, such as 0.1; 0: only shown. For runs on one machine")
+      ->type_name("SHARE")
       ->capture_default_str();
   command.add_option("--tracker", options->settings.tracker, "Whose results: plugin or reference")
+      ->type_name("TRACKER")
       ->capture_default_str();
-  command.add_option("--seed", options->settings.seed, "Of the bootstrap")->capture_default_str();
+  command.add_option("--seed", options->settings.seed, "Of the bootstrap that gives the intervals")
+      ->type_name("N")
+      ->capture_default_str();
+  command.footer(helpFooter({"compare before.json after.json --tolerance 0.05"}, {{1, "b is worse than allowed"}}));
   command.callback([options, &status] { status = compare(*options); });
 }
 
 void addMergeCommand(CLI::App& app, int& status) {
   const auto options = std::make_shared<MergeOptions>();
-  CLI::App& command = *app.add_subcommand("merge", "Put shards of evaluate or of tune together");
-  command.add_option("parts", options->parts, "Results of the shards (JSON)")->required()->type_name("FILE...");
-  command.add_option("--json", options->json, "Write all of it; -: to standard output")->type_name("FILE");
+  CLI::App& command = *app.add_subcommand("merge", "Put the results of shards of 'evaluate' or of 'tune' together");
+  command.add_option("parts", options->parts, "Results of the shards (JSON)")->required()->type_name("FILE");
+  command.add_option("--json", options->json, "Write the whole as JSON; -: to standard output")->type_name("FILE");
   command.add_option("--html", options->html, "Of evaluate: write the result as a page")->type_name("FILE");
   command.add_option("--best", options->best, "Of tune: write the best configuration")->type_name("FILE");
   command.add_option("--report", options->report, "Of tune: write the report (Markdown)")->type_name("FILE");
+  command.footer(helpFooter({"merge 1.json 2.json --json all.json --html all.html",
+                             "merge search1/tuning.json search2/tuning.json --best best.json --report report.md"},
+                            {{6, "an output could not be written to its end"}}));
   command.callback([options, &status] { status = merge(*options); });
 }
 

@@ -8,6 +8,7 @@
 #include "config_check.h"
 #include "config_keys.h"
 #include "config_text.h"
+#include "help_footer.h"
 #include "host_error.h"
 #include "presets.h"
 
@@ -35,15 +36,17 @@ void addCheck(CLI::App& config, int& status) {
   const auto file = std::make_shared<std::string>();
   CLI::App& command = *config.add_subcommand("check", "Say what the plug-in would make of a file, typos included");
   command.add_option("file", *file, "The configuration")->required()->type_name("FILE");
-  command.footer("Exit status: 0 taken as it is written; 1 warnings; 2 not usable at all.");
+  command.footer(helpFooter({"config check mine.json"},
+                            {{0, "taken as it is written"}, {1, "warnings"}, {2, "not usable at all"}}));
   command.callback([file, &status] { status = check(*file); });
 }
 
 void addPreset(CLI::App& config) {
   const auto name = std::make_shared<std::string>();
   CLI::App& command =
-      *config.add_subcommand("preset", "Print a configuration that comes with the program; no name: list them");
+      *config.add_subcommand("preset", "Print a configuration that comes with the program; without a name: list them");
   command.add_option("name", *name, "Which one")->type_name("NAME");
+  command.footer(helpFooter({"config preset", "config preset robust > mine.json"}));
   command.callback([name] {
     if (!name->empty()) {
       std::fputs(presetText(*name).c_str(), stdout);
@@ -58,6 +61,7 @@ void addPreset(CLI::App& config) {
 void addConfigCommand(CLI::App& app, int& status) {
   CLI::App& config = *app.add_subcommand("config", "Look up, print and check configurations of the plug-in");
   config.require_subcommand(1);
+  config.footer(helpFooter({"config defaults > mine.json", "config check mine.json", "config preset robust"}));
   CLI::App& schema = *config.add_subcommand("schema", "Print the JSON Schema that the plug-in publishes");
   schema.callback([] { std::fputs(configSchemaText(), stdout); });
   CLI::App& defaults = *config.add_subcommand("defaults", "Print the values in force when nothing is configured");

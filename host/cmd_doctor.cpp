@@ -7,6 +7,7 @@
 
 #include "commands.h"
 #include "doctor_checks.h"
+#include "help_footer.h"
 #include "host_error.h"
 #include "plugin_library.h"
 
@@ -63,9 +64,11 @@ void addDoctorCommand(CLI::App& app, int& status) {
   command.add_option("--output", options->output, "Folder that output would go to")
       ->type_name("DIR")
       ->capture_default_str();
-  command.footer(
-      "Exit status: 0 all is well; 1 OpenCV does not fit; 4 the plug-in cannot be used; 6 output cannot be written.\n"
-      "Notes never change it.");
+  command.footer(helpFooter({"doctor", "doctor --plugin build/lib/libcsrt_tracking_plugin.so --output results"},
+                            {{0, "all is well; notes do not change it"},
+                             {1, "OpenCV does not fit"},
+                             {4, "the plug-in cannot be used"},
+                             {6, "output cannot be written"}}));
   command.callback([options, &status] { status = examine(*options); });
 }
 

@@ -6,6 +6,7 @@
 
 #include "commands.h"
 #include "drawn_scene.h"
+#include "help_footer.h"
 #include "host_error.h"
 
 namespace host {
@@ -31,10 +32,12 @@ int draw(const DrawOptions& options) {
 
 void addDrawSceneCommand(CLI::App& app, int& status) {
   const auto options = std::make_shared<DrawOptions>();
-  CLI::App& command =
-      *app.add_subcommand("draw-scene", "Write a small drawn video; its figure starts in 116,165,32,60");
+  CLI::App& command = *app.add_subcommand(
+      "draw-scene", "Write a small drawn video to try things on; its figure starts in 116,165,32,60");
   command.add_option("file", options->path, "The video to write, such as scene.avi")->required()->type_name("FILE");
-  command.add_option("--frames", options->frames, "Length")->type_name("N")->capture_default_str();
+  command.add_option("--frames", options->frames, "Length, frames")->type_name("N")->capture_default_str();
+  command.footer(helpFooter({"draw-scene scene.avi", "track scene.avi --box 116,165,32,60 --video out.mp4"},
+                            {{6, "the video could not be written to its end"}}));
   command.callback([options, &status] { status = draw(*options); });
 }
 

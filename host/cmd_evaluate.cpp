@@ -15,6 +15,7 @@
 #include "evaluation/results_view.h"
 #include "evaluation/sequence.h"
 #include "evaluation_options.h"
+#include "help_footer.h"
 #include "host_error.h"
 #include "interrupt.h"
 #include "plugin_library.h"
@@ -130,8 +131,15 @@ void run(const EvaluateOptions& options, const std::vector<Sequence>& sequences,
   if (!options.quiet) progress.end();
 }
 
-void warnAboutCutShort(const EvaluationResult& result) {
+/// Whatever makes a figure mean less than it seems.
+void warnAboutTargets(const EvaluationResult& result) {
   for (const TargetResult& t : result.targets) {
+    if (!t.samples.started) {
+      std::fprintf(stderr,
+                   "csrt-track: the %s did not start on the first mark of target '%s' in '%s'; it counts as "
+                   "missed throughout\n",
+                   t.tracker.c_str(), t.target.c_str(), t.sequence.c_str());
+    }
     if (t.complete) continue;
     std::fprintf(stderr, "csrt-track: '%s' ends before the truth of target '%s' does; only its part is judged\n",
                  t.sequence.c_str(), t.target.c_str());
@@ -155,7 +163,7 @@ int evaluate(const EvaluateOptions& options) {
   EvaluationResult result;
   result.facts = factsOf(options, configText, library, sequences);
   run(options, sequences, configText, library, result);
-  warnAboutCutShort(result);
+  warnAboutTargets(result);
   if (json) json->writeLine(toJson(result).dump());
   if (html) html->writeLine(htmlOf(result));
   if (options.json != "-" && !options.quiet) std::fputs(tableOf(result).c_str(), stdout);
@@ -170,12 +178,13 @@ void addEvaluateCommand(CLI::App& app, int& status) {
   options->sequences.addTo(command);
   addConfigOptions(command, options->config);
   command.add_flag("--reference{opencv}", options->reference,
-                   "Run cv::TrackerCSRT on the whole frame beside it, with OpenCV's own parameters; "
+                   "Run the bare cv::TrackerCSRT on the whole frame beside the plug-in, with OpenCV's own parameters; "
                    "--reference=plugin: with those of the configuration");
   command
       .add_option("--pace", options->pace,
                   "fast: as fast as possible; source: at the clip's rate; video: as fast as possible, with the "
                   "plug-in's clock following the clip, so that answers repeat exactly")
+      ->type_name("PACE")
       ->capture_default_str();
   command.add_option("--max-frames", options->maxFrames, "Use at most so many frames of each target")->type_name("N");
   command.add_option("--threads", options->threads, "Targets worked on at a time; times then disturb one another")
@@ -183,12 +192,16 @@ void addEvaluateCommand(CLI::App& app, int& status) {
       ->capture_default_str();
   command.add_option("--shard", options->shard, "Only the i-th of n parts; 'csrt-track merge' puts them together")
       ->type_name("I/N");
-  command.add_option("--json", options->json, "Write the result; -: to standard output, without the table")
+  command.add_option("--json", options->json, "Write the result as JSON; -: to standard output, without the table")
       ->type_name("FILE");
-  command.add_option("--html", options->html, "Write the result as a page")->type_name("FILE");
+  command.add_option("--html", options->html, "Write the result as a page with charts, such as result.html")
+      ->type_name("FILE");
   command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
       ->type_name("PATH");
   command.add_flag("--quiet", options->quiet, "No progress, no table");
+  command.footer(helpFooter({"evaluate sequences/street --reference --html street.html",
+                             "evaluate clip.avi --truth clip.csv --preset fast --json fast.json"},
+                            runExits()));
   command.callback([options, &status] { status = evaluate(*options); });
 }
 

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "commands.h"
+#include "help_footer.h"
 #include "host_error.h"
 #include "plugin_library.h"
 #include "saved_run.h"
@@ -82,9 +83,15 @@ void addReplayCommand(CLI::App& app, int& status) {
   command.add_option("folder", options->folder, "The folder that --save-run wrote")->required()->type_name("DIR");
   command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
       ->type_name("PATH");
-  command.add_option("--records", options->records, "Write the replay's records")->type_name("FILE");
-  command.footer(
-      "Exit status: 0 every record is the same, timings aside; 1 some differ; 3 the folder holds no saved run.");
+  command.add_option("--records", options->records, "Write the replay's records, one JSON line per call")
+      ->type_name("FILE");
+  command.footer(helpFooter({"track street.mp4 --box 412,230,64,48 --save-run problem", "replay problem"},
+                            {{0, "every record is the same, timings aside"},
+                             {1, "some records differ"},
+                             {3, "the folder holds no saved run, or a damaged one"},
+                             {4, "the plug-in cannot be loaded"},
+                             {6, "an output could not be written to its end"},
+                             {130, "interrupted (143: terminated)"}}));
   command.callback([options, &status] { status = replay(*options); });
 }
 

@@ -8,6 +8,7 @@
 
 #include "commands.h"
 #include "config_text.h"
+#include "help_footer.h"
 #include "host_error.h"
 #include "interrupt.h"
 #include "picture_output.h"
@@ -142,7 +143,8 @@ void addOutputs(CLI::App& command, SimulateOptions& options) {
   command.add_option("--records", options.records, "One JSON line per call, with truth and camera; -: standard output")
       ->type_name("FILE");
   command.add_option("--summary", options.summary, "The result as JSON; -: standard output")->type_name("FILE");
-  command.add_option("--video", options.video, "The annotated video, with the whole scene below it")->type_name("FILE");
+  command.add_option("--video", options.video, "The annotated video, with the whole scene below it, such as out.mp4")
+      ->type_name("FILE");
   command.add_option("--sheet", options.sheet, "One picture of the moments at which something changed")
       ->type_name("FILE");
   command.add_option("--clip", options.clip, "The plain video, as a camera would record it")->type_name("FILE");
@@ -161,23 +163,32 @@ void addSimulateCommand(CLI::App& app, int& status) {
   command.add_flag("--list", options->list, "List the shipped scenarios");
   command.add_option("--print", options->print, "Print a shipped scenario, to begin an own one with")
       ->type_name("NAME");
-  command.add_option("--seed", options->seed, "Another scene and other noise")->type_name("N");
+  command.add_option("--seed", options->seed, "Draws another scene and other noise than the scenario says")
+      ->type_name("N");
   command.add_option("--preset", options->config.preset, "A shipped configuration, over the scenario's own")
       ->type_name("NAME");
   command.add_option("--config", options->config.file, "Configuration file (JSON), over both")->type_name("FILE");
-  command.add_option("--set", options->config.sets, "One configuration value; may be repeated")
+  command.add_option("--set", options->config.sets, "One configuration value, over all of these; may be repeated")
       ->type_name("GROUP.KEY=VALUE")
       ->take_all()
       ->allow_extra_args(false);
   addOutputs(command, *options);
   command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
       ->type_name("PATH");
-  command.add_option("--clock", options->clock, "What the plug-in's rules in seconds follow: simulated, machine")
+  command
+      .add_option("--clock", options->clock,
+                  "What the plug-in's rules in seconds go by: simulated (the scene's time) or machine")
       ->type_name("WHICH")
       ->capture_default_str();
   command.add_flag("--debug", options->debug, "Show the plug-in's log lines on standard error");
   command.add_flag("--quiet", options->quiet, "No summary for people");
-  command.footer("Exit status 1 when the run misses one of the scenario's expectations.");
+  command.footer(helpFooter({"simulate --list", "simulate zoom-step --video out.mp4 --records out.jsonl",
+                             "simulate --print zoom-step > mine.json", "simulate mine.json --summary -"},
+                            {{1, "an expectation of the scenario is missed"},
+                             {4, "the plug-in cannot be loaded"},
+                             {5, "the plug-in refused the target"},
+                             {6, "an output could not be written to its end"},
+                             {130, "interrupted (143: terminated); what is written so far is complete"}}));
   command.callback([options, &status] { status = simulate(*options); });
 }
 

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "annotate.h"
@@ -13,6 +14,7 @@
 #include "config_text.h"
 #include "evaluation/truth.h"
 #include "frame_source.h"
+#include "help_footer.h"
 #include "host_error.h"
 #include "html_report.h"
 #include "interrupt.h"
@@ -203,7 +205,8 @@ void addTrackCommand(CLI::App& app, int& status) {
   addSourceOptions(command, options->source);
   command
       .add_option("--box", options->boxes,
-                  "Target on the first frame, pixels; may be repeated, with names: --box walker=412,230,64,48")
+                  "Target on the first frame: left, top, width, height in pixels; may be repeated, then with names: "
+                  "--box walker=412,230,64,48")
       ->type_name("[NAME=]X,Y,W,H")
       ->take_all()
       ->allow_extra_args(false);
@@ -211,8 +214,8 @@ void addTrackCommand(CLI::App& app, int& status) {
       .add_option("--preset", options->config.preset,
                   "A configuration that comes with the program; see 'config preset'")
       ->type_name("NAME");
-  command.add_option("--config", options->config.file, "Configuration file (JSON)")->type_name("FILE");
-  command.add_option("--set", options->config.sets, "One configuration value; may be repeated")
+  command.add_option("--config", options->config.file, "Configuration file (JSON), over the preset")->type_name("FILE");
+  command.add_option("--set", options->config.sets, "One configuration value, over preset and file; may be repeated")
       ->type_name("GROUP.KEY=VALUE")
       ->take_all()
       ->allow_extra_args(false);
@@ -222,7 +225,7 @@ void addTrackCommand(CLI::App& app, int& status) {
       ->type_name("FILE");
   command.add_option("--records", options->records, "Write one JSON line per call; -: to standard output")
       ->type_name("FILE");
-  command.add_option("--video", options->video, "Write the annotated video")->type_name("FILE");
+  command.add_option("--video", options->video, "Write the annotated video, such as out.mp4")->type_name("FILE");
   command.add_option("--still", options->still, "Write the last annotated frame, such as last.png")->type_name("FILE");
   command.add_option("--report", options->report, "Write a page with charts, events and pictures, such as report.html")
       ->type_name("FILE");
@@ -240,11 +243,17 @@ void addTrackCommand(CLI::App& app, int& status) {
                    "Open a window: space pauses, . steps, dragging starts over on a new box, q ends");
   command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
       ->type_name("PATH");
-  command.add_option("--threads", options->threads, "Threads that the targets share")
+  command.add_option("--threads", options->threads, "Threads that work on the targets")
       ->type_name("N")
       ->capture_default_str();
   command.add_flag("--debug", options->debug, "Show the plug-in's log lines on standard error");
   command.add_flag("--quiet", options->quiet, "No progress, no summary");
+  std::vector<ExitMeaning> exits = runExits();
+  exits.emplace_back(5, "tracking did not start; with several targets, of at least one");
+  command.footer(helpFooter(
+      {"track street.mp4 --box 412,230,64,48 --video out.mp4 --report out.html",
+       "track img/%04d.jpg --box walker=412,230,64,48 --box car=30,80,120,60 --records - --quiet", "track 0 --show"},
+      std::move(exits)));
   command.callback([options, &status] { status = track(*options); });
 }
 

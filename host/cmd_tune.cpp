@@ -17,6 +17,7 @@
 #include "evaluation/tune_scoring.h"
 #include "evaluation/tuning_result.h"
 #include "evaluation_options.h"
+#include "help_footer.h"
 #include "host_error.h"
 #include "interrupt.h"
 #include "plugin_library.h"
@@ -251,31 +252,39 @@ void addTuneCommand(CLI::App& app, int& status) {
   CLI::App& command = *app.add_subcommand("tune", "Search a configuration that follows marked targets better");
   options->sequences.addTo(command);
   addConfigOptions(command, options->config);
-  command.add_option("--budget", options->budget_min, "Time for the search; the final scoring comes on top")
+  command.add_option("--budget", options->budget_min, "Minutes for the search; the final scoring comes on top")
       ->required()
       ->type_name("MINUTES");
   command.add_option("--out", options->out, "Folder for log and results; an earlier search in it is taken up again")
       ->required()
       ->type_name("DIR");
   command
-      .add_option("--held-back", options->heldBack, "Targets to judge the result on; default: every second, by marks")
-      ->type_name("NAME,...")
+      .add_option("--held-back", options->heldBack,
+                  "Targets to judge the result on, comma-separated; default: every second, by marks")
+      ->type_name("NAME")
       ->delimiter(',');
   command.add_option("--goal", options->goal.name, "What to maximise: success, on-target or both")
+      ->type_name("GOAL")
       ->capture_default_str();
   command
       .add_option("--max-cost", options->goal.maxCost,
                   "Processor time per update that is allowed, in times of the defaults'; 0: any")
       ->type_name("RATIO");
-  command.add_option("--seed", options->seed, "The same seed and brackets give the same search")->capture_default_str();
-  command.add_option("--brackets", options->brackets, "End after so many rounds, whatever the time; 0: no limit");
-  command.add_option("--candidates", options->candidates, "Configurations a round begins with")->capture_default_str();
+  command.add_option("--seed", options->seed, "The same seed and number of rounds give the same search")
+      ->type_name("N")
+      ->capture_default_str();
+  command.add_option("--brackets", options->brackets, "End after so many rounds, whatever the time; 0: no limit")
+      ->type_name("N");
+  command.add_option("--candidates", options->candidates, "Configurations a round begins with")
+      ->type_name("N")
+      ->capture_default_str();
   command.add_option("--shard", options->shard, "Only the i-th of n parts; 'csrt-track merge' puts them together")
       ->type_name("I/N");
   command.add_option("--threads", options->threads, "Threads; default: all cores")->type_name("N");
   command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
       ->type_name("PATH");
   command.add_flag("--quiet", options->quiet, "No progress, no report on standard output");
+  command.footer(helpFooter({"tune clip.avi --truth clip.csv --goal both --budget 60 --out search"}, runExits()));
   command.callback([options, &status] { status = tune(*options); });
 }
 

@@ -1,23 +1,37 @@
 // csrt-track: a reference host for the tracking plug-in.
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
+#include <iostream>
+#include <memory>
 #include <opencv2/core/utils/logger.hpp>
 #include <string>
 #include <vector>
 
 #include "commands.h"
+#include "help_footer.h"
 #include "host_error.h"
 #include "interrupt.h"
 #include "log_capture.h"
 
 namespace {
 
-constexpr const char* kExitCodes =
-    "Exit status: 0 done; 1 findings (check, compare); 2 wrong usage; 3 the source cannot be opened or has no frame;\n"
-    "4 the plug-in cannot be loaded; 5 tracking did not start; 6 an output could not be written to its end;\n"
-    "130 or 143 interrupted (everything written so far is complete).";
+/// What most commands have; each says its own.
+std::string footer() {
+  return "'csrt-track COMMAND --help' tells a command's options. Results go to standard output, complaints to standard "
+         "error.\n\n" +
+         host::helpFooter({"doctor", "track street.mp4 --box 412,230,64,48 --video out.mp4 --report out.html",
+                           "track street.mp4 --box walker=412,230,64,48 --records -"},
+                          {{1, "findings: something differs, is worse or is not as expected"},
+                           {3, "the source cannot be opened or has no frame"},
+                           {4, "the plug-in cannot be loaded"},
+                           {5, "tracking did not start; with several targets, of at least one"},
+                           {6, "an output could not be written to its end; files end with the last whole record"},
+                           {130, "interrupted (143: terminated); what is written so far is complete"}});
+}
 
 int fail(const std::string& sentence, host::ExitCode code) {
   std::fprintf(stderr, "csrt-track: %s\n", sentence.c_str());
@@ -30,8 +44,28 @@ void silenceLibraries() {
   setenv("OPENCV_FFMPEG_LOGLEVEL", "-8", 0);
 }
 
+/// A terminal breaks long lines where it likes.
+class HelpFormat : public CLI::Formatter {
+ public:
+  std::string make_option_desc(const CLI::Option* option) const override {
+    constexpr std::size_t kDescriptionWidth = 70;  // behind 30 columns for the option itself
+    return host::wrapped(option->get_description(), kDescriptionWidth);
+  }
+};
+
+/// What stands in standard output's buffer may not fit on the disk, and nobody would know.
+int withOutput(int status) {
+  errno = 0;
+  std::cout.flush();
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0 && std::cout) return status;
+  if (status == static_cast<int>(host::ExitCode::Output)) return status;  // said already
+  // An earlier write may have failed, and its reason is gone.
+  const std::string reason = errno != 0 ? std::string(": ") + std::strerror(errno) : "; is the disk full?";
+  return fail("cannot write to standard output" + reason, host::ExitCode::Output);
+}
+
 int usageError(CLI::App& app, const CLI::ParseError& error) {
-  if (error.get_exit_code() == 0) return app.exit(error);  // --help, --version
+  if (error.get_exit_code() == 0) return withOutput(app.exit(error));  // --help, --version
   std::string help = "csrt-track";
   std::string sentence = error.what();
   for (const CLI::App* command = &app; command != nullptr;) {
@@ -55,21 +89,22 @@ int main(int argc, char** argv) {
   CLI::App app("Follows targets through a video with the tracking plug-in.", "csrt-track");
   app.set_version_flag("--version", CSRT_VERSION);
   app.require_subcommand(1);
-  app.footer(kExitCodes);
+  app.formatter(std::make_shared<HelpFormat>());
+  app.footer(footer());
   host::addTrackCommand(app, status);
-  host::addSimulateCommand(app, status);
-  host::addConfigCommand(app, status);
-  host::addDoctorCommand(app, status);
-  host::addDrawSceneCommand(app, status);
-  host::addReplayCommand(app, status);
-  host::addSchemaCommand(app, status);
   host::addEvaluateCommand(app, status);
   host::addCompareCommand(app, status);
-  host::addTuneCommand(app, status);
   host::addMergeCommand(app, status);
+  host::addTuneCommand(app, status);
+  host::addSimulateCommand(app, status);
+  host::addReplayCommand(app, status);
+  host::addConfigCommand(app, status);
+  host::addSchemaCommand(app, status);
+  host::addDoctorCommand(app, status);
+  host::addDrawSceneCommand(app, status);
   try {
     app.parse(argc, argv);
-    return status;
+    return withOutput(status);
   } catch (const CLI::ParseError& error) {
     return usageError(app, error);
   } catch (const host::HostError& error) {
