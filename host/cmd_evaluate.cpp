@@ -151,13 +151,14 @@ int evaluate(const EvaluateOptions& options) {
   const std::string configText = buildConfigText(options.config);
   const std::vector<Sequence> sequences = shardOf(openSequences(options.sequences.read()), parseShard(options.shard));
   paceOf(options.pace);
-  // Opened first: a result that cannot be written must not cost an hour.
+  PluginLibrary library(options.plugin);
+  checkSets(options.config.sets, library.create()->getConfigList());
+  // Opened before the run: a result that cannot be written must not cost an hour. Behind the other checks: an earlier
+  // result in the file is lost from here on.
   std::optional<TextOutput> json;
   std::optional<TextOutput> html;
   if (!options.json.empty()) json.emplace(options.json);
   if (!options.html.empty()) html.emplace(options.html);
-  PluginLibrary library(options.plugin);
-  checkSets(options.config.sets, library.create()->getConfigList());
   cv::setNumThreads(1);  // times per update then mean one thread
 
   EvaluationResult result;

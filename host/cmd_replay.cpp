@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "commands.h"
 #include "help_footer.h"
 #include "host_error.h"
+#include "interrupt.h"
 #include "plugin_library.h"
 #include "saved_run.h"
 #include "text_output.h"
@@ -64,11 +66,17 @@ bool compare(const std::vector<nlohmann::json>& saved, const std::vector<nlohman
 int replay(const ReplayOptions& options) {
   SavedRun saved = readSavedRun(options.folder);
   PluginLibrary library(options.plugin);
+  std::optional<TextOutput> output;
+  if (!options.records.empty()) output.emplace(options.records);
   RecordCollector collector;
   runTrack(*saved.frames, library, std::move(saved.run), {&collector});
-  if (!options.records.empty()) {
-    TextOutput output(options.records);
-    for (const nlohmann::json& record : collector.all) output.writeLine(record.dump());
+  if (output) {
+    for (const nlohmann::json& record : collector.all) output->writeLine(record.dump());
+  }
+  if (interruptSignal() != 0) {
+    std::fprintf(stderr, "csrt-track: interrupted after %zu of %zu records; nothing is compared\n",
+                 collector.all.size(), saved.records.size());
+    return 128 + interruptSignal();
   }
   noteVersions(saved.about);
   return static_cast<int>(compare(saved.records, collector.all) ? ExitCode::Done : ExitCode::Findings);

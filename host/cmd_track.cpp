@@ -171,14 +171,17 @@ int track(const TrackOptions& options) {
   RunSummary summary;
   Progress progress;
   PictureObserver pictures(options.video, options.still);
-  std::optional<RecordsObserver> records;
-  std::vector<RunObserver*> observers = {&summary};
-  if (!options.records.empty()) observers.push_back(&records.emplace(options.records));
-  if (!options.video.empty() || !options.still.empty()) observers.push_back(&pictures);
   std::optional<HtmlReport> report;
-  if (!options.report.empty()) observers.push_back(&report.emplace(options.report, truthOf(options)));
+  if (!options.report.empty()) report.emplace(options.report, truthOf(options));
   std::optional<RunSaver> saver;
-  if (!options.saveRun.empty()) observers.push_back(&saver.emplace(options.saveRun, run));
+  if (!options.saveRun.empty()) saver.emplace(options.saveRun, run);
+  std::optional<RecordsObserver> records;  // last: it empties its file, so nothing may be wrong any more
+  if (!options.records.empty()) records.emplace(options.records);
+  std::vector<RunObserver*> observers = {&summary};
+  if (records) observers.push_back(&*records);
+  if (!options.video.empty() || !options.still.empty()) observers.push_back(&pictures);
+  if (report) observers.push_back(&*report);
+  if (saver) observers.push_back(&*saver);
   if (!options.quiet) observers.push_back(&progress);
   const std::unique_ptr<RunSteering> window = options.show ? openLiveWindow("csrt-track") : nullptr;
   const TrackRunResult result = runTrack(*source, library, run, observers, window.get());

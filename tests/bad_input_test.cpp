@@ -184,6 +184,43 @@ TEST_F(BadInput, AnOutputThatFailsTakesNoOtherWithIt) {
   EXPECT_EQ(recordsOf(textOf(records)).size(), 10U);
 }
 
+TEST_F(BadInput, AMistakeElsewhereLeavesWhatAnEarlierRunWrote) {
+  const std::string records = file("earlier.jsonl");
+  writeText(records, "earlier\n");
+  writeText(file("bad.txt"), "1,2,3\n");
+  const std::vector<std::string> keep = {"--records", records};
+  const auto withRecords = [&keep](std::vector<std::string> more) {
+    more.insert(more.end(), keep.begin(), keep.end());
+    return more;
+  };
+  expectOneSentence(run(track(), withRecords({"--report", file("r.html"), "--truth", file("bad.txt")})), 2, "bad.txt");
+  expectOneSentence(run(track(), withRecords({"--report", file("a-file/r.html")})), 2, "a-file/r.html");
+  expectOneSentence(run(track(), withRecords({"--save-run", file("a-file/run")})), 2, "a-file/run");
+  expectOneSentence(run(track(), withRecords({"--still", file("a-file/s.png")})), 2, "a-file/s.png");
+  EXPECT_EQ(textOf(records), "earlier\n");
+  const std::string json = file("earlier.json");
+  writeText(json, "earlier\n");
+  expectOneSentence(runProgram({"evaluate", file("clip.avi"), "--truth", file("truth.csv"), "--plugin", file("none.so"),
+                                "--quiet", "--json", json}),
+                    4, "none.so");
+  EXPECT_EQ(textOf(json), "earlier\n");
+}
+
+TEST_F(BadInput, AnInterruptedReplaySaysSoInsteadOfADifference) {
+  const std::string saved = file("slow-run");
+  ASSERT_EQ(run(track(), {"--save-run", saved, "--fps", "0.1"}).status, 0);
+  std::string about = textOf(saved + "/run.json");  // saved at once, replayed at the clip's rate: a minute and a half
+  const std::string pace = "\"pace\": \"video\"";
+  ASSERT_NE(about.find(pace), std::string::npos) << about;
+  writeText(saved + "/run.json", about.replace(about.find(pace), pace.size(), "\"pace\": \"source\""));
+  Program program({"replay", saved, "--plugin", CSRT_FAKE_PLUGIN, "--records", file("replayed.jsonl")});
+  while (!fs::exists(file("replayed.jsonl")) && !program.ended()) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  program.signal(SIGINT);
+  expectOneSentence(program.wait(), 130, "interrupted after");
+}
+
 /// Waits for a running program to have written so many lines.
 void waitForLines(const Program& program, const std::string& path, std::size_t count) {
   while (linesOf(textOf(path)).size() < count && !program.ended()) {
@@ -195,7 +232,7 @@ TEST_F(BadInput, AnInterruptedRunLeavesAReportAndASavedRunThatReplays) {
   const std::string page = file("cut.html");
   const std::string saved = file("cut-run");
   Program program({"track", file("clip.avi"), "--box", "10,20,30,40", "--plugin", CSRT_FAKE_PLUGIN, "--quiet", "--pace",
-                   "source", "--fps", "20", "--report", page, "--save-run", saved});
+                   "source", "--fps", "2", "--report", page, "--save-run", saved});
   waitForLines(program, saved + "/records.jsonl", 3);
   program.signal(SIGINT);
   EXPECT_EQ(program.wait().status, 130);
