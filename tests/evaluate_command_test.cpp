@@ -156,7 +156,8 @@ TEST_F(ScriptedSequence, AnInterruptedRunWritesAWholeResult) {
   const std::string json = folder_.file("cut.json");
   Program program({"evaluate", folder_.file("walk"), "--plugin", CSRT_FAKE_PLUGIN, "--quiet", "--json", json, "--pace",
                    "source", "--fps", "1"});
-  while (!fs::exists(json)) std::this_thread::yield();  // opened before the first frame, after signals are caught
+  while (!fs::exists(json) && !program.ended())
+    std::this_thread::yield();  // opened before the first frame, after signals are caught
   program.signal(SIGINT);
   EXPECT_EQ(program.wait().status, 130);
   const Json result = Json::parse(textOf(json), nullptr, false);
