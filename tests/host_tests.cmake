@@ -79,3 +79,7 @@ add_test(NAME host_footprint
   COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/host_footprint.sh ${csrt_program} $<TARGET_FILE:csrt_tracking_plugin>)
 # Starts the program under another; skipped where that is not permitted.
 set_tests_properties(host_footprint PROPERTIES LABELS native SKIP_RETURN_CODE 77)
+
+add_test(NAME live_window COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/live_window.sh ${csrt_program}
+  $<TARGET_FILE:csrt_tracking_plugin>)
+set_tests_properties(live_window PROPERTIES LABELS native SKIP_RETURN_CODE 77)
