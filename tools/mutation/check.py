@@ -140,7 +140,8 @@ def report(mutants, killers, texts, least):
 def main():
     parser = argparse.ArgumentParser(description='Which mutations of the sources do the tests notice?')
     parser.add_argument('--jobs', type=int, default=1, help='processes at a time')
-    parser.add_argument('--only', type=int, nargs='*', help='numbers of the mutations to try; then no share is asked for')
+    parser.add_argument('--only', type=int, nargs='*',
+                        help='numbers of the mutations to try; then no share is asked for')
     options = parser.parse_args()
     mutants = mutant_list.read(LIST)
     texts = locate_all(mutants)

@@ -2,9 +2,9 @@
 """draw.py [COUNT [SEED]]: draws a new list of mutations and prints it.
 
 Every place where one of the kinds below fits is a candidate, whatever the tests say of it. Each file gets a share that
-grows with the root of its candidates, so that small files are not left out; in a file every kind has the same chance. A mutation that the
-compiler refuses gives way to the next one. Left out: log lines, whose texts are compared elsewhere, and the sources for
-a GPU, which are not built here.
+grows with the root of the number of its candidates, so that small files are not left out; in a file every kind has the
+same chance. Mutations that the compiler refuses give way to the next ones. Left out: log lines, whose texts have tests
+of their own, and the sources for a GPU, which are not built here.
 """
 import math
 import random
@@ -30,8 +30,14 @@ SWAPPED = {
     'truth': {'true': 'false', 'false': 'true'},
     'step': {'++': '--', '--': '++'},
 }
-KEYWORDS = r'(?:return|break|continue|using|typedef|throw|case|default|static|const|constexpr|auto|if|else|for|while|do|switch|struct|class|enum|template|typename|public|private|friend|explicit|virtual|delete)\b'
-STATEMENT = re.compile(rf'\s+(?!{KEYWORDS})(?:\+\+|--|\*)?[a-z_]\w*(?:(?:\.|->|::)\w+|\[[^\]]*\])*(?: [+*/|&-]?= .*| ?\(.*\)|\+\+|--)?;')
+KEYWORDS = (r'(?:return|break|continue|using|typedef|throw|case|default|static|const|constexpr|auto|if|else|for|while|do|'
+            r'switch|struct|class|enum|template|typename|public|private|friend|explicit|virtual|delete)\b')
+STATEMENT = re.compile(rf'\s+(?!{KEYWORDS})(?:\+\+|--|\*)?[a-z_]\w*(?:(?:\.|->|::)\w+|\[[^\]]*\])*'
+                       r'(?: [+*/|&-]?= .*| ?\(.*\)|\+\+|--)?;')
+OPERATOR = re.compile(r'std::(?:min|max)(?=[(<])|\b(?:true|false)\b|\+\+|--|'
+                      r'(?<= )(?:[<>=!]=|[-+*/]=?|&&|\|\||[<>])(?= )')
+CONSTANT = re.compile(r'(?<![\w.<])(\d+\.\d+|\d+)(F|U)?(?![\w.>])')
+CONDITION = re.compile(r'(\s*(?:if|while) \()([^;{}]*?)(\)(?: \{| (?:return|continue|break|throw|[a-z_+]).*;)?)')
 
 
 def in_log(code, i):
@@ -63,12 +69,12 @@ def is_statement(code, i):
 
 def token_mutations(line):
     for kind, swapped in SWAPPED.items():
-        for match in re.finditer(r'std::(?:min|max)(?=[(<])|\b(?:true|false)\b|\+\+|--|(?<= )(?:[<>=!]=|[-+*/]=?|&&|\|\||[<>])(?= )', line):
+        for match in OPERATOR.finditer(line):
             if match.group() in swapped:
                 yield kind, match.start(), match.end(), swapped[match.group()]
-    for match in re.finditer(r'(?<![\w.<])(\d+\.\d+|\d+)(F|U)?(?![\w.>])', line):
+    for match in CONSTANT.finditer(line):
         yield 'constant', match.start(), match.end(), other_constant(match[1]) + (match[2] or '')
-    match = re.fullmatch(r'(\s*(?:if|while) \()([^;{}]*?)(\)(?: \{| (?:return|continue|break|throw|[a-z_+]).*;)?)', line.rstrip())
+    match = CONDITION.fullmatch(line.rstrip())
     if match and match[2].count('(') == match[2].count(')') and ' = ' not in match[2]:
         yield 'negation', match.start(2), match.end(2), f'!({match[2]})'
 

@@ -98,7 +98,10 @@ def _chosen_in_place(mutant):
 
 
 def with_switches(text, mutants):
-    """The text with all the mutations in it; each must have been located. Raises ValueError for one that fits nowhere."""
+    """The text with all the mutations in it; each must have been located.
+
+    Raises ValueError for one that fits nowhere.
+    """
     code = blank_non_code(text)
     edits, of_body = [], {}
     bodies = function_bodies(code)
