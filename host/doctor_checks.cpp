@@ -81,6 +81,8 @@ std::string tryToUse(const std::string& path) {
   }
 }
 
+constexpr int kTried = 77;  // exit status of the child that came to the end; a library may end it with any other
+
 /// The same in a child process, so that a crash is an answer as well.
 std::string tryToUseApart(const std::string& path) {
   std::array<int, 2> channel{};
@@ -90,7 +92,7 @@ std::string tryToUseApart(const std::string& path) {
   if (child == 0) {
     const std::string problem = tryToUse(path);
     const bool written = write(channel[1], problem.data(), problem.size()) >= 0;
-    _exit(written ? 0 : 1);
+    _exit(written ? kTried : 1);
   }
   close(channel[1]);
   std::string problem;
@@ -103,6 +105,10 @@ std::string tryToUseApart(const std::string& path) {
   if (WIFSIGNALED(status)) {
     return fmt::format("loading '{}' crashes ({}); it was built against other libraries: install a matching version",
                        path, strsignal(WTERMSIG(status)));
+  }
+  if (problem.empty() && WEXITSTATUS(status) != kTried) {
+    return fmt::format("loading '{}' ends the program (status {}); it is no plug-in for this host", path,
+                       WEXITSTATUS(status));
   }
   return problem;
 }

@@ -1,6 +1,7 @@
 // One library, broken in the way that BROKEN_... says at compile time.
 #include <class_loader/class_loader.hpp>
 #include <csignal>
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 
@@ -11,6 +12,12 @@ namespace {
 struct CrashesOnLoad {
   CrashesOnLoad() { std::raise(SIGSEGV); }
 } crashesOnLoad;
+}  // namespace
+#elif defined(BROKEN_ENDS)
+namespace {
+struct EndsOnLoad {
+  EndsOnLoad() { std::_Exit(0); }
+} endsOnLoad;
 }  // namespace
 #elif defined(BROKEN_OTHER_BASE)
 class OtherBase {

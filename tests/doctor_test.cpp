@@ -127,6 +127,10 @@ TEST_F(Doctor, LoadingCrashes) {
   expectProblem(BROKEN_CRASHES, "crashes", "matching version");
 }
 
+TEST_F(Doctor, LoadingEndsTheProgram) {
+  expectProblem(BROKEN_ENDS, "ends the program", "no plug-in");
+}
+
 TEST_F(Doctor, OutputFolderIsMissing) {
   const ProgramResult result =
       runProgram({"doctor", "--plugin", CSRT_REAL_PLUGIN, "--output", folder_.file("no/such")});

@@ -50,7 +50,7 @@ csrt_add_host_test(track_command_test)
 csrt_add_host_test(worker_pool_test)
 
 # Plug-ins that are broken, for csrt-track doctor.
-foreach(kind MISSING NEEDS_MISSING OTHER_BASE OTHER_RECORDS THROWS CRASHES)
+foreach(kind MISSING NEEDS_MISSING OTHER_BASE OTHER_RECORDS THROWS CRASHES ENDS)
   string(TOLOWER broken_${kind} target)
   add_library(${target} SHARED broken_plugin.cpp)
   target_compile_definitions(${target} PRIVATE BROKEN_${kind})
@@ -62,13 +62,14 @@ set_target_properties(broken_missing PROPERTIES OUTPUT_NAME broken_missing_gone
   LIBRARY_OUTPUT_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR}/not_searched)
 set_target_properties(broken_needs_missing PROPERTIES SKIP_BUILD_RPATH ON)
 csrt_add_host_test(doctor_test)
-add_dependencies(doctor_test broken_needs_missing broken_other_base broken_other_records broken_throws broken_crashes)
+add_dependencies(doctor_test broken_needs_missing broken_other_base broken_other_records broken_throws broken_crashes broken_ends)
 target_compile_definitions(doctor_test PRIVATE
   BROKEN_NEEDS_MISSING="$<TARGET_FILE:broken_needs_missing>"
   BROKEN_OTHER_BASE="$<TARGET_FILE:broken_other_base>"
   BROKEN_OTHER_RECORDS="$<TARGET_FILE:broken_other_records>"
   BROKEN_THROWS="$<TARGET_FILE:broken_throws>"
-  BROKEN_CRASHES="$<TARGET_FILE:broken_crashes>")
+  BROKEN_CRASHES="$<TARGET_FILE:broken_crashes>"
+  BROKEN_ENDS="$<TARGET_FILE:broken_ends>")
 # A crash must end the process that is watched, not the sanitizer that is linked to it.
 set_tests_properties(doctor_test PROPERTIES ENVIRONMENT_MODIFICATION
   "ASAN_OPTIONS=string_append::handle_segv=0;TSAN_OPTIONS=string_append::handle_segv=0")
