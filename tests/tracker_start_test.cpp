@@ -280,7 +280,7 @@ TEST_F(TrackerStart, RefusesAPictureWithoutPixels) {
 
 TEST_F(TrackerStart, TakesPixelsThatComeOnTheSecondAsking) {
   const cv::Mat pixels = picture->getBGR();
-  picture->onBgr = [this, pixels, asked = 0]() mutable { return ++asked > 1 ? pixels : cv::Mat(); };
+  picture->onBgr = [pixels, asked = 0]() mutable { return ++asked > 1 ? pixels : cv::Mat(); };
   EXPECT_TRUE(start(target));
   EXPECT_EQ(algo.fullGrayGpu_.size(), cv::Size(200, 160));
 }
