@@ -40,7 +40,8 @@ drag() {  # drag X Y TO_X TO_Y
 }
 
 "$program" draw-scene "$room/scene.avi" --frames 200
-Xvfb -displayfd 3 -screen 0 1024x768x24 3>"$room/display" 2>/dev/null &
+# -noreset: without it the server starts over when its only client goes, and refuses the next one meanwhile.
+Xvfb -noreset -displayfd 3 -screen 0 1024x768x24 3>"$room/display" 2>/dev/null &
 pids+=($!)
 until_true test -s "$room/display"
 DISPLAY=:$(cat "$room/display")
