@@ -7,10 +7,10 @@
 namespace host {
 namespace {
 
-/// JSON inside a <script> element: nothing in it may look like the element's end.
+/// JSON inside a <script> element: nothing in it may look like the element's end, or like a comment's begin.
 std::string forScript(const nlohmann::ordered_json& json) {
   std::string text = json.dump();
-  for (std::size_t at = 0; (at = text.find("</", at)) != std::string::npos; at += 3) text.replace(at, 2, "<\\/");
+  for (std::size_t at = 0; (at = text.find('<', at)) != std::string::npos;) text.replace(at, 1, "\\u003c");
   return text;
 }
 

@@ -20,7 +20,7 @@ namespace {
 constexpr int kUpdates = 40;
 constexpr int kStarts = 10;
 constexpr int kSteps = 40;
-constexpr unsigned kSeeds[] = {2, 9, 12};  // of lives that lose and find their target within these steps
+constexpr unsigned kSeeds[] = {2, 5, 9};  // of lives that lose and find their target within these steps
 
 /// Threads that repeat what they are given until they are told to stop.
 class Busy {
@@ -126,12 +126,10 @@ TEST(Threads, SeveralObjectsSearchTogetherAsTheyDoAlone) {
   for (const auto& life : together) threads.emplace_back([&life] { life->live(); });
   for (std::thread& thread : threads) thread.join();
 
-  int finds = 0;  // of all: compilers draw a run's numbers in different order, so that one may have none
   for (std::size_t i = 0; i < together.size(); ++i) {
-    finds += static_cast<int>(together[i]->run.finds);
+    EXPECT_GT(together[i]->run.finds, 0) << "seed " << kSeeds[i];
     Life alone(kSeeds[i]);
     alone.live();
     EXPECT_EQ(together[i]->answers, alone.answers);
   }
-  EXPECT_GT(finds, 0);
 }

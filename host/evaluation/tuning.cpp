@@ -216,15 +216,23 @@ std::vector<KeyEffect> keyEffects(const SearchSpace& space, const std::vector<Tr
   return effects;
 }
 
+Json toJson(const TrialScore& s) {
+  return {{"score", s.score}, {"on_target", s.onTarget}, {"success_auc", s.successAuc}, {"cpu_ms", s.cpu_ms}};
+}
+
+TrialScore trialScoreOf(const Json& json) {
+  TrialScore s;
+  json.at("score").get_to(s.score);
+  json.at("on_target").get_to(s.onTarget);
+  json.at("success_auc").get_to(s.successAuc);
+  json.at("cpu_ms").get_to(s.cpu_ms);
+  return s;
+}
+
 Json toJson(const Trial& t) {
-  return {{"bracket", t.bracket},
-          {"candidate", t.candidate},
-          {"rung", t.rung},
-          {"config", t.config},
-          {"score", t.score.score},
-          {"on_target", t.score.onTarget},
-          {"success_auc", t.score.successAuc},
-          {"cpu_ms", t.score.cpu_ms}};
+  Json json = {{"bracket", t.bracket}, {"candidate", t.candidate}, {"rung", t.rung}, {"config", t.config}};
+  json.update(toJson(t.score));
+  return json;
 }
 
 Trial trialOf(const Json& json) {
@@ -233,10 +241,7 @@ Trial trialOf(const Json& json) {
   json.at("candidate").get_to(t.candidate);
   json.at("rung").get_to(t.rung);
   t.config = json.at("config");
-  json.at("score").get_to(t.score.score);
-  json.at("on_target").get_to(t.score.onTarget);
-  json.at("success_auc").get_to(t.score.successAuc);
-  json.at("cpu_ms").get_to(t.score.cpu_ms);
+  t.score = trialScoreOf(json);
   return t;
 }
 

@@ -80,6 +80,10 @@ struct KeyEffect {
 /// come first. Keys with fewer than four trials, or with one value only, are left out.
 std::vector<KeyEffect> keyEffects(const SearchSpace& space, const std::vector<Trial>& trials);
 
+nlohmann::json toJson(const TrialScore& score);
+/// @throws nlohmann::json::exception when it lacks a figure; other members do not matter
+TrialScore trialScoreOf(const nlohmann::json& json);
+
 nlohmann::json toJson(const Trial& trial);
 /// @throws nlohmann::json::exception when it is not a trial
 Trial trialOf(const nlohmann::json& json);

@@ -13,18 +13,11 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-Json scoreJson(const TrialScore& s) {
-  return {{"score", s.score}, {"on_target", s.onTarget}, {"success_auc", s.successAuc}, {"cpu_ms", s.cpu_ms}};
-}
-
 HeldBackScore heldBackOf(const nlohmann::json& json) {
   HeldBackScore h;
   json.at("what").get_to(h.what);
   h.config = json.at("config");
-  json.at("score").get_to(h.score.score);
-  json.at("on_target").get_to(h.score.onTarget);
-  json.at("success_auc").get_to(h.score.successAuc);
-  json.at("cpu_ms").get_to(h.score.cpu_ms);
+  h.score = trialScoreOf(json);
   return h;
 }
 
@@ -79,7 +72,7 @@ Json toJson(const TuningResult& result) {
   Json heldBack = Json::array();
   for (const HeldBackScore& h : result.heldBack) {
     Json entry = {{"what", h.what}, {"config", Json(h.config)}};
-    entry.update(scoreJson(h.score));
+    entry.update(Json(toJson(h.score)));
     heldBack.push_back(std::move(entry));
   }
   const Trial* best = bestOf(result.trials);

@@ -52,14 +52,18 @@ class LongRun {
     if (hidden_ > 0) --hidden_;
     if (hidden_ == 0 && chance(40)) hidden_ = within(2, 25);
     if (chance(60)) at_ = {within(0, kFrame.width - kTarget.width), within(0, kFrame.height - kTarget.height)};
-    at_ += cv::Point(within(-3, 3), within(-2, 2));  // may leave the frame in part
+    at_ += cv::Point{within(-3, 3), within(-2, 2)};  // may leave the frame in part; braces: drawn in this order
   }
 
   void reconfigure() {
-    algo.setConfig(R"({"csrt":{"padding":)" + std::to_string(within(2, 3)) + R"(},"roi":{"margin_factor":)" +
-                   std::to_string(within(0, 3)) + R"(,"freeze_input_size":)" + (chance(2) ? "true" : "false") +
-                   R"(,"min_size":)" + std::to_string(within(32, 200)) + R"(},"predict":{"bbox_smooth_enable":)" +
-                   (chance(2) ? "true" : "false") + "}}");
+    const std::string padding = std::to_string(within(2, 3));  // drawn one by one: in a sum the order is the compiler's
+    const std::string margin = std::to_string(within(0, 3));
+    const std::string freeze = chance(2) ? "true" : "false";
+    const std::string minSize = std::to_string(within(32, 200));
+    const std::string smooth = chance(2) ? "true" : "false";
+    algo.setConfig(R"({"csrt":{"padding":)" + padding + R"(},"roi":{"margin_factor":)" + margin +
+                   R"(,"freeze_input_size":)" + freeze + R"(,"min_size":)" + minSize +
+                   R"(},"predict":{"bbox_smooth_enable":)" + smooth + "}}");
   }
 
   void restart() {
