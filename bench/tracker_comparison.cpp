@@ -30,6 +30,7 @@
 #include "evaluation_options.h"
 #include "host_error.h"
 #include "interrupt.h"
+#include "plugin/plugin_choice.h"
 #include "plugin_library.h"
 #include "presets.h"
 #include "text_output.h"
@@ -51,7 +52,7 @@ struct Options {
   host::SequenceArguments sequences;
   std::vector<std::string> contestants;
   std::string json;
-  std::string plugin;
+  host::PluginChoice plugin;
   long maxFrames = 0;
   int drawn = 0;
 };
@@ -190,7 +191,7 @@ int compare(Options& options) {
   }
   std::unique_ptr<host::TextOutput> json;
   if (!options.json.empty()) json = std::make_unique<host::TextOutput>(options.json);
-  host::PluginLibrary library(options.plugin);
+  host::PluginLibrary library(host::pathOf(options.plugin));
   const std::vector<Contestant> contestants = chosenOf(allContestants(library), options.contestants);
   cv::setNumThreads(1);
   const auto results = follow(host::openSequences(options.sequences.read()), contestants, options.maxFrames);
@@ -217,7 +218,7 @@ int main(int argc, char** argv) {
       ->delimiter(',');
   app.add_option("--max-frames", options.maxFrames, "Use at most so many frames of each target");
   app.add_option("--json", options.json, "Write every judgement and time");
-  app.add_option("--plugin", options.plugin, "The plug-in library; default: beside this program");
+  host::addPluginOptions(app, options.plugin);
   CLI11_PARSE(app, argc, argv);
   try {
     if (options.sequences.sources.empty() == (options.drawn == 0)) {

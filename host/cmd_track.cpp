@@ -21,6 +21,7 @@
 #include "live_window.h"
 #include "metadata_file.h"
 #include "picture_output.h"
+#include "plugin/plugin_choice.h"
 #include "plugin_library.h"
 #include "progress.h"
 #include "run_summary.h"
@@ -39,7 +40,7 @@ struct TrackOptions {
   std::string records;
   std::string video;
   std::string still;
-  std::string plugin;
+  PluginChoice plugin;
   std::string pace = "video";
   std::string report;
   std::string truth;
@@ -164,7 +165,7 @@ int track(const TrackOptions& options) {
   run.logToStderr = options.debug || asksForDebug(run.configText);
   checkOptions(options);
   const std::unique_ptr<FrameSource> source = openFrameSource(options.source);
-  PluginLibrary library(options.plugin);
+  PluginLibrary library(pathOf(options.plugin));
   checkSets(options.config.sets, library.create()->getConfigList());
   noteUncheckedFile(options);
 
@@ -244,8 +245,7 @@ void addTrackCommand(CLI::App& app, int& status) {
       ->capture_default_str();
   command.add_flag("--show", options->show,
                    "Open a window: space pauses, . steps, dragging starts over on a new box, q ends");
-  command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
-      ->type_name("PATH");
+  addPluginOptions(command, options->plugin);
   command.add_option("--threads", options->threads, "Threads that work on the targets")
       ->type_name("N")
       ->capture_default_str();

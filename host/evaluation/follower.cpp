@@ -24,7 +24,7 @@ double rounded(double ms) {
 class PluginFollower : public Follower {
  public:
   PluginFollower(PluginLibrary& library, const std::string& configText, bool followFrameTime)
-      : session_(library.create(), "target") {
+      : session_(library.create(), "target", library.engine()) {
     session_.configure(configText);
     session_.keepPace(followFrameTime ? Pace::Video : Pace::Fast);
   }

@@ -114,7 +114,7 @@ void joinFacts(RunFacts& all, const RunFacts& part) {
 
 void checkSameKind(const RunFacts& first, const RunFacts& other, const std::string& firstName,
                    const std::string& otherName) {
-  for (const char* key : {"configuration", "pace", "reference"}) {
+  for (const char* key : {"configuration", "engine", "pace", "reference"}) {
     const std::string* a = factOf(first, key);
     const std::string* b = factOf(other, key);
     const bool same = (a == nullptr) == (b == nullptr) && (a == nullptr || *a == *b);
