@@ -1,4 +1,4 @@
-#include "engine_check.h"
+#include "plugin/engine_check.h"
 
 #include <fmt/format.h>
 #include <sys/wait.h>
@@ -13,9 +13,9 @@
 #include <system_error>
 #include <vector>
 
-#include "drawn_scene.h"
-#include "plugin_library.h"
-#include "target_session.h"
+#include "picture/drawn_scene.h"
+#include "plugin/plugin_library.h"
+#include "plugin/target_session.h"
 
 namespace host {
 namespace {

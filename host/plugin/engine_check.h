@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "doctor_checks.h"
+#include "plugin/doctor_checks.h"
 
 namespace host {
 

@@ -1,11 +1,11 @@
-#include "plugin_choice.h"
+#include "plugin/plugin_choice.h"
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
 #include <system_error>
 
-#include "host_error.h"
-#include "plugin_library.h"
+#include "base/host_error.h"
+#include "plugin/plugin_library.h"
 
 namespace host {
 
