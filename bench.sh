@@ -60,5 +60,6 @@ if [ "$short" = yes ]; then
   python3 bench/write_tables.py --check "$out"
 else
   python3 bench/write_tables.py "$out" docs/performance.md
+  python3 bench/engine_plots.py "$out/engine_bench.json" docs/pictures
   echo "The tables are in docs/performance.md, all figures in $out."
 fi

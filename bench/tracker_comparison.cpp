@@ -26,6 +26,7 @@
 #include "base/interrupt.h"
 #include "base/text_output.h"
 #include "commands/evaluation_options.h"
+#include "commands/plugin_choice.h"
 #include "config/config_text.h"
 #include "config/presets.h"
 #include "csrt_engine/csrt_engine.h"
@@ -34,7 +35,6 @@
 #include "evaluation/results.h"
 #include "evaluation/sequence.h"
 #include "picture/drawn_scene.h"
-#include "plugin/plugin_choice.h"
 #include "plugin/plugin_library.h"
 
 namespace {

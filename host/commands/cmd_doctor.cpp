@@ -8,9 +8,9 @@
 #include "base/host_error.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
+#include "commands/plugin_choice.h"
 #include "plugin/doctor_checks.h"
-#include "plugin/engine_check.h"
-#include "plugin/plugin_choice.h"
+#include "run/engine_check.h"
 
 namespace host {
 namespace {

@@ -14,12 +14,12 @@
 #include "commands/commands.h"
 #include "commands/evaluation_options.h"
 #include "commands/help_footer.h"
+#include "commands/plugin_choice.h"
 #include "config/config_text.h"
 #include "evaluation/evaluation_run.h"
 #include "evaluation/results.h"
 #include "evaluation/results_view.h"
 #include "evaluation/sequence.h"
-#include "plugin/plugin_choice.h"
 #include "plugin/plugin_library.h"
 #include "run/progress.h"
 

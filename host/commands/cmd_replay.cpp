@@ -13,7 +13,7 @@
 #include "base/text_output.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
-#include "plugin/plugin_choice.h"
+#include "commands/plugin_choice.h"
 #include "plugin/plugin_library.h"
 #include "run/saved_run.h"
 #include "run/track_run.h"

@@ -18,10 +18,10 @@
 #include "commands/commands.h"
 #include "commands/evaluation_options.h"
 #include "commands/help_footer.h"
+#include "commands/plugin_choice.h"
 #include "config/config_text.h"
 #include "evaluation/tune_scoring.h"
 #include "evaluation/tuning_result.h"
-#include "plugin/plugin_choice.h"
 #include "plugin/plugin_library.h"
 
 namespace host {

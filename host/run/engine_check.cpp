@@ -1,4 +1,4 @@
-#include "plugin/engine_check.h"
+#include "run/engine_check.h"
 
 #include <fmt/format.h>
 #include <sys/wait.h>

@@ -1,4 +1,4 @@
-#include "plugin/plugin_choice.h"
+#include "commands/plugin_choice.h"
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
