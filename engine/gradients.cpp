@@ -2,47 +2,13 @@
 
 #include <algorithm>
 #include <cmath>
-#include <vector>
 
 namespace csrt_engine {
 namespace {
 
-// Unit vectors of nine directions as the library has them, in units of 1/10000: whole numbers, so that comparing two
-// gradients' projections is exact.
-constexpr int kUnitX[9] = {10000, 9397, 7660, 5000, 1736, -1736, -5000, -7660, -9397};
-constexpr int kUnitY[9] = {0, 3420, 6428, 8660, 9848, 9848, 8660, 6428, 3420};
-
-uint8_t directionOf(int dx, int dy) {
-  int most = 0, best = 0;
-  for (int o = 0; o < 9; ++o) {
-    const int dot = kUnitX[o] * dx + kUnitY[o] * dy;
-    if (dot > most) {
-      most = dot;
-      best = o;
-    } else if (-dot > most) {
-      most = -dot;
-      best = o + 9;
-    }
-  }
-  return static_cast<uint8_t>(best);
-}
-
-std::vector<uint8_t> makeDirectionTable() {
-  std::vector<uint8_t> table;
-  table.reserve(511 * 511);
-  for (int dy = -255; dy <= 255; ++dy)
-    for (int dx = -255; dx <= 255; ++dx) table.push_back(directionOf(dx, dy));
-  return table;
-}
-
 constexpr float kTiny = 0.0001f;  // keeps flat cells from being divided by nothing
 
 }  // namespace
-
-const uint8_t* directionTable() {
-  static const std::vector<uint8_t> table = makeDirectionTable();
-  return table.data();
-}
 
 void GradientCells::compute(const Kernels& kernels, const Planes& patch, int cell) {
   columns_ = patch.width / cell;
@@ -58,7 +24,6 @@ void GradientCells::accumulate(const Kernels& kernels, const Planes& patch, int 
   const auto n = static_cast<std::size_t>(width);
   float* length = length_.reserve(n + kBlock);
   uint8_t* direction = direction_.reserve(n + kBlock);
-  int16_t* scratch = scratch_.reserve(4 * (n + kBlock));
   float* share = share_.reserve(n);
   int* cellOf = cellOf_.reserve(n);
   const auto cellAt = [cell](int i) { return (i + 0.5) / cell - 0.5; };
@@ -66,7 +31,6 @@ void GradientCells::accumulate(const Kernels& kernels, const Planes& patch, int 
     cellOf[x] = cvFloor(cellAt(x));
     share[x] = static_cast<float>(cellAt(x) - cellOf[x]);
   }
-  const uint8_t* directions = directionTable();
   for (int y = 1; y < height - 1; ++y) {
     const uint8_t *above[3], *row[3], *below[3];
     for (int c = 0; c < 3; ++c) {
@@ -74,8 +38,7 @@ void GradientCells::accumulate(const Kernels& kernels, const Planes& patch, int 
       above[c] = row[c] - patch.stride;
       below[c] = row[c] + patch.stride;
     }
-    // One pixel more than the cells cover when the patch has it: the last pixel needs its right neighbour.
-    kernels.gradientRow(above, row, below, width, directions, length, direction, scratch);
+    kernels.gradientRow(above, row, below, width, length, direction);
     const int cy = cvFloor(cellAt(y));
     const float lower = static_cast<float>(cellAt(y) - cy), upper = 1 - lower;
     float* upperCells = histogram(0, cy);

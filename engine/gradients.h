@@ -13,10 +13,6 @@ constexpr int kDirections = 18;        ///< signed directions, 20 degrees apart
 constexpr int kHistogramFloats = 24;   ///< floats of one cell's histogram: the directions and zeros after them
 constexpr int kHogChannels = 32;       ///< values of one cell
 
-/// Direction of the gradient (dx, dy), each -255 .. 255, at [(dy + 255) * 511 + dx + 255]. Among gradients of whole
-/// numbers only dx = 0 lies between two directions, and there the lower one is meant.
-const uint8_t* directionTable();
-
 /// Makes the cells' histograms and norms for a patch and answers each cell's 32 values.
 class GradientCells {
  public:
@@ -37,7 +33,6 @@ class GradientCells {
   AlignedArray<float> factors_;     // one over the norm of the four cells around each inner corner
   AlignedArray<float> energy_, length_, share_;
   AlignedArray<uint8_t> direction_;
-  AlignedArray<int16_t> scratch_;
   AlignedArray<int> cellOf_;
 };
 

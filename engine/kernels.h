@@ -63,6 +63,13 @@ inline long admmWorkFloats(int nu, int nv, int mu, int mv) {
   return kComplex * (half * nv + half * (mv + 1L) + 4L * nv + 4L * nu + 64) + kBlock * (static_cast<long>(mu) * mv + 64);
 }
 
+/// One sample of a row: two neighbouring pixels, as byte offsets into the picture's row, and their weights. Four bytes
+/// are read at each offset; `skip` says how many bits come before the pixel's own three bytes.
+struct PixelTap {
+  int first, firstSkip, second, secondSkip;
+  float firstWeight, secondWeight;
+};
+
 /// Everything that is compiled per instruction set. Each function: pure but for its outputs, any thread.
 struct Kernels {
   const char* name;
@@ -97,9 +104,15 @@ struct Kernels {
   void (*cubicColumn)(const float* const* rows, const int16_t* beta, int n, uint8_t* out);
 
   /// Strongest gradient of each pixel 1 .. n-2 of a row among the three channels: length (0 .. 1.42) and one of 18
-  /// directions. above, row, below: three plane pointers each. `directions`: see gradients.h. Scratch: 4 * n shorts.
+  /// directions. above, row, below: three plane pointers each. Reads and writes up to seven elements after the n-th.
   void (*gradientRow)(const uint8_t* const* above, const uint8_t* const* row, const uint8_t* const* below, int n,
-                      const uint8_t* directions, float* length, uint8_t* direction, int16_t* scratch);
+                      float* length, uint8_t* direction);
+  /// n BGR samples (a multiple of four), linearly between two rows of the picture; plane c starts at out + c * stride.
+  void (*sampleRow)(const uint8_t* upper, const uint8_t* lower, const PixelTap* taps, int n, float upperWeight,
+                    float lowerWeight, float* out, int stride);
+  /// As gradientRow, for samples: `row` is a row of three planes `plane` floats apart, `down` floats from row to row.
+  void (*sampleGradients)(const float* row, long plane, long down, int n, float* length, int32_t* direction);
+
   /// The 32 values of one cell from its histogram (24 floats, the last 6 are 0) and its four neighbourhood factors.
   void (*hogCell)(const float* histogram, const float* factors, float* out);
   /// out[b][0..7] = in[8 b + 0..7] * window, `blocks` times; out's blocks lie `stride` floats apart.

@@ -10,40 +10,32 @@ namespace {
 
 std::size_t index(int i) { return static_cast<std::size_t>(i); }
 
-struct Strongest {
-  float length;
-  int direction;
-};
+/// a * b + c as the library computes it: fused on arm64.
+float libraryMulAdd(float a, float b, float c) {
+#if defined(__aarch64__)
+  return std::fma(a, b, c);
+#else
+  return a * b + c;
+#endif
+}
 
-// The library's directions; the last digits matter, because resized pixels make near-ties.
-constexpr double kUnitX[9] = {1.000, 0.9397, 0.7660, 0.5000, 0.1736, -0.1736, -0.5000, -0.7660, -0.9397};
-constexpr double kUnitY[9] = {0.000, 0.3420, 0.6428, 0.8660, 0.9848, 0.9848, 0.8660, 0.6428, 0.3420};
-
-/// p: a BGR pixel as floats 0 .. 255; down: floats to the pixel below.
-Strongest strongestGradient(const float* p, std::ptrdiff_t down) {
-  constexpr double kUnit = 1.0 / 255.0;
-  double most = 0, bestX = 0, bestY = 0;
-  for (int c = 2; c >= 0; --c) {
-    const double dy = p[c + down] * kUnit - p[c - down] * kUnit, dx = p[c + 3] * kUnit - p[c - 3] * kUnit;
-    const double v = dx * dx + dy * dy;
-    if (c < 2 && !(v > most)) continue;
-    most = v;
-    bestX = dx;
-    bestY = dy;
+/// The taps of one row of samples, as offsets into the picture's rows.
+void pixelTaps(const Subwindow& from, const std::vector<LinearTap>& taps, std::vector<PixelTap>& out) {
+  const int last = from.image->cols - 1;
+  // Four bytes are read per pixel of three: all but the row's first pixel are read from one byte before them.
+  const auto place = [&](int column, int& offset, int& skip) {
+    const int x = std::clamp(from.x + column, 0, last);
+    offset = 3 * x - (x > 0 ? 1 : 0);
+    skip = x > 0 ? 8 : 0;
+  };
+  for (std::size_t i = 0; i < out.size(); ++i) {
+    const LinearTap& tap = taps[std::min(i, taps.size() - 1)];
+    PixelTap& to = out[i];
+    place(tap.first, to.first, to.firstSkip);
+    place(tap.second, to.second, to.secondSkip);
+    to.firstWeight = tap.weightFirst;
+    to.secondWeight = tap.weightSecond;
   }
-  double largest = 0;
-  int best = 0;
-  for (int o = 0; o < 9; ++o) {
-    const double dot = kUnitX[o] * bestX + kUnitY[o] * bestY;
-    if (dot > largest) {
-      largest = dot;
-      best = o;
-    } else if (-dot > largest) {
-      largest = -dot;
-      best = o + 9;
-    }
-  }
-  return {static_cast<float>(std::sqrt(most)), best};
 }
 
 }  // namespace
@@ -52,13 +44,17 @@ void ScaleCells::setup(cv::Size model) {
   model_ = model;
   columns_ = model.width / kCell;
   lines_ = model.height / kCell;
-  pixels_.resize(3 * index(columns_ * kCell) * index(lines_ * kCell));
+  stride_ = columns_ * kCell + kBlock;  // vectors reach beyond a row's end
+  taps_.resize(index(columns_ * kCell));
+  pixels_.assign(3 * planeFloats() + kBlock, 0.f);
   histograms_.resize(index(columns_ + 2) * index(lines_ + 2) * kHistogramFloats + kBlock);
+  energy_.resize(index(columns_) * index(lines_));
+  length_.resize(index(stride_) + kBlock);
+  direction_.resize(index(stride_) + kBlock);
 }
 
-void ScaleCells::sample(const Subwindow& from) {
-  linearTapsAlongRow(from.width, model_.width, alongRow_);
-  linearTapsAlongColumn(from.height, model_.height, alongColumn_);
+/// A picture with one channel or a single column is sampled pixel by pixel.
+void ScaleCells::sampleSlowly(const Subwindow& from) {
   const int width = columns_ * kCell, height = lines_ * kCell;
   for (int y = 0; y < height; ++y) {
     const LinearTap& ty = alongColumn_[index(y)];
@@ -67,59 +63,76 @@ void ScaleCells::sample(const Subwindow& from) {
       const Bgr a = pixelAt(from, tx.first, ty.first), b = pixelAt(from, tx.second, ty.first);
       const Bgr c = pixelAt(from, tx.first, ty.second), d = pixelAt(from, tx.second, ty.second);
       const auto mix = [&](uint8_t pa, uint8_t pb, uint8_t pc, uint8_t pd) {
-        const float upper = pa * tx.weightFirst + pb * tx.weightSecond;
-        const float lower = pc * tx.weightFirst + pd * tx.weightSecond;
-        return upper * ty.weightFirst + lower * ty.weightSecond;
+        const float upper = libraryMulAdd(pa, tx.weightFirst, pb * tx.weightSecond);
+        const float lower = libraryMulAdd(pc, tx.weightFirst, pd * tx.weightSecond);
+        return libraryMulAdd(upper, ty.weightFirst, lower * ty.weightSecond);
       };
-      float* out = &pixels_[3 * (index(y) * index(width) + index(x))];
+      float* out = &pixels_[index(y) * index(stride_) + index(x)];
       out[0] = mix(a.b, b.b, c.b, d.b);
-      out[1] = mix(a.g, b.g, c.g, d.g);
-      out[2] = mix(a.r, b.r, c.r, d.r);
+      out[planeFloats()] = mix(a.g, b.g, c.g, d.g);
+      out[2 * planeFloats()] = mix(a.r, b.r, c.r, d.r);
     }
   }
 }
 
-void ScaleCells::accumulate() {
+void ScaleCells::sample(const Kernels& kernels, const Subwindow& from) {
+  linearTapsAlongRow(from.width, model_.width, alongRow_);
+  linearTapsAlongColumn(from.height, model_.height, alongColumn_);
+  if (from.image->channels() != 3 || from.image->cols < 2) return sampleSlowly(from);
+  pixelTaps(from, alongRow_, taps_);
+  const auto rowAt = [&](int row) { return from.image->ptr<uint8_t>(std::clamp(from.y + row, 0, from.image->rows - 1)); };
+  for (int y = 0; y < lines_ * kCell; ++y) {
+    const LinearTap& t = alongColumn_[index(y)];
+    kernels.sampleRow(rowAt(t.first), rowAt(t.second), taps_.data(), columns_ * kCell, t.weightFirst, t.weightSecond,
+                      &pixels_[index(y) * index(stride_)], static_cast<int>(planeFloats()));
+  }
+}
+
+void ScaleCells::accumulate(const Kernels& kernels) {
   std::fill(histograms_.begin(), histograms_.end(), 0.f);
   const int width = columns_ * kCell, height = lines_ * kCell;
-  const auto cellAt = [](int i) { return (static_cast<float>(i) + 0.5f) / kCell - 0.5f; };  // exact: quarters
+  const auto cellAt = [](int i) { return (static_cast<float>(i) + 0.5f) / kCell - 0.5f; };  // exact: eighths
   for (int y = 1; y < height - 1; ++y) {
+    kernels.sampleGradients(&pixels_[index(y) * index(stride_)], static_cast<long>(planeFloats()), stride_, width,
+                            length_.data(), direction_.data());
     const int cy = cvFloor(cellAt(y));
     const float lower = cellAt(y) - static_cast<float>(cy), upper = 1 - lower;
     float* row = &histograms_[index(cy + 1) * index(columns_ + 2) * kHistogramFloats];
     for (int x = 1; x < width - 1; ++x) {
-      const Strongest g = strongestGradient(&pixels_[3 * (index(y) * index(width) + index(x))], 3 * width);
-      const int cx = cvFloor(cellAt(x));
-      const float right = cellAt(x) - static_cast<float>(cx), left = 1 - right;
-      float* cell = row + (cx + 1) * kHistogramFloats + g.direction;
+      constexpr float kShare[kCell] = {0.625f, 0.875f, 0.125f, 0.375f};  // how far a pixel is on its way to the next cell
+      const int cx = (x + kCell / 2) / kCell;  // one cell more on each side
+      const float right = kShare[x % kCell] * length_[index(x)], left = length_[index(x)] - right;
+      float* cell = row + cx * kHistogramFloats + direction_[index(x)];
       float* below = cell + (columns_ + 2) * kHistogramFloats;
-      cell[0] += upper * left * g.length;
-      cell[kHistogramFloats] += upper * right * g.length;
-      below[0] += lower * left * g.length;
-      below[kHistogramFloats] += lower * right * g.length;
+      cell[0] += upper * left;
+      cell[kHistogramFloats] += upper * right;
+      below[0] += lower * left;
+      below[kHistogramFloats] += lower * right;
     }
   }
 }
 
 void ScaleCells::compute(const Kernels& kernels, const Subwindow& from, float* out) {
-  sample(from);
-  accumulate();
+  sample(kernels, from);
+  accumulate(kernels);
   const auto cell = [&](int x, int y) {
     return &histograms_[(index(y + 1) * index(columns_ + 2) + index(x + 1)) * kHistogramFloats];
   };
-  const auto energy = [&](int x, int y) {
-    const float* h = cell(x, y);
-    float sum = 0;
-    for (int o = 0; o < 9; ++o) sum += (h[o] + h[o + 9]) * (h[o] + h[o + 9]);
-    return sum;
-  };
+  for (int y = 0; y < lines_; ++y)
+    for (int x = 0; x < columns_; ++x) {
+      const float* h = cell(x, y);
+      float sum = 0;
+      for (int o = 0; o < 9; ++o) sum += (h[o] + h[o + 9]) * (h[o] + h[o + 9]);
+      energy_[index(y) * index(columns_) + index(x)] = sum;
+    }
   const auto factor = [&](int x, int y) {
-    return 1.0f / std::sqrt(energy(x, y) + energy(x + 1, y) + energy(x, y + 1) + energy(x + 1, y + 1) + 0.0001f);
+    const float *e = &energy_[index(y) * index(columns_) + index(x)], *below = e + columns_;
+    return 1.0f / std::sqrt(e[0] + e[1] + below[0] + below[1] + 0.0001f);
   };
   for (int y = 1; y < lines_ - 1; ++y)
     for (int x = 1; x < columns_ - 1; ++x) {
       const float factors[4] = {factor(x, y), factor(x, y - 1), factor(x - 1, y), factor(x - 1, y - 1)};
-      float values[kHogChannels];
+      alignas(32) float values[kHogChannels];
       kernels.hogCell(cell(x, y), factors, values);
       out = std::copy_n(values, kValues, out);
     }

@@ -1,6 +1,7 @@
 // Gradient features of the target at one size, for the scale search.
 #pragma once
 
+#include <algorithm>
 #include <vector>
 
 #include "aligned_array.h"
@@ -25,13 +26,18 @@ class ScaleCells {
   void compute(const Kernels& kernels, const Subwindow& from, float* out);
 
  private:
-  void sample(const Subwindow& from);
-  void accumulate();
+  void sample(const Kernels& kernels, const Subwindow& from);
+  void sampleSlowly(const Subwindow& from);
+  void accumulate(const Kernels& kernels);
+  std::size_t planeFloats() const { return static_cast<std::size_t>(stride_) * static_cast<std::size_t>(lines_ * kCell); }
 
   cv::Size model_;
   int columns_ = 0, lines_ = 0;
   std::vector<LinearTap> alongRow_, alongColumn_;
-  std::vector<float> pixels_, histograms_;
+  std::vector<PixelTap> taps_;
+  int stride_ = 0;
+  std::vector<float> pixels_, histograms_, energy_, length_;
+  std::vector<int32_t> direction_;
 };
 
 }  // namespace csrt_engine

@@ -6,7 +6,8 @@
 #include "pixels.h"
 #include "planes.h"
 #include "scale.h"
+#include "scale_pixels.h"
 
 static const Kernels kTable = {kName,           forwardPlanes,    peaksOfResponse, admmFilter, blendFloats, responsePlane,
                                packedRowSpectra, scaleSums,        scaleUpdate,
-                               cubicRowBytes,   cubicColumnBytes, gradientsOfRow,  hogOfCell,  storeCellBlocks};
+                               cubicRowBytes,   cubicColumnBytes, gradientsOfRow,  sampleRowOfPixels, gradientsOfSamples, hogOfCell,  storeCellBlocks};
