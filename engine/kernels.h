@@ -113,8 +113,19 @@ struct Kernels {
   /// As gradientRow, for samples: `row` is a row of three planes `plane` floats apart, `down` floats from row to row.
   void (*sampleGradients)(const float* row, long plane, long down, int n, float* length, int32_t* direction);
 
+  /// Histogram bins of a row of n BGR pixels, `bins` steps of hue, saturation and value each. Reads up to 24 bytes and
+  /// writes up to 7 bins after the last one.
+  void (*binsOfRow)(const uint8_t* row, int n, int bins, int32_t* out);
+  /// Brightness of a row of three planes. Reads and writes up to 7 elements after the n-th.
+  void (*brightness)(const uint8_t* blue, const uint8_t* green, const uint8_t* red, int n, uint8_t* out);
+  /// As cubicRow, for one channel; whole numbers.
+  void (*cubicRowOfOne)(const uint8_t* row, const int* tap, const int16_t* alpha, int n, int32_t* out);
+  /// Ten figures from four table rows: (rows[0] left + rows[1] right) upper + (rows[2] left + rows[3] right) lower.
+  void (*mixNames)(const float* const* rows, float left, float right, float upper, float lower, float* out);
+
   /// The 32 values of one cell from its histogram (24 floats, the last 6 are 0) and its four neighbourhood factors.
-  void (*hogCell)(const float* histogram, const float* factors, float* out);
+  /// Only the first `count` are sure to be written; out has room for 32.
+  void (*hogCell)(const float* histogram, const float* factors, int count, float* out);
   /// out[b][0..7] = in[8 b + 0..7] * window, `blocks` times; out's blocks lie `stride` floats apart.
   void (*storeCell)(const float* in, float window, int blocks, long stride, float* out);
 };

@@ -133,7 +133,7 @@ void ScaleCells::compute(const Kernels& kernels, const Subwindow& from, float* o
     for (int x = 1; x < columns_ - 1; ++x) {
       const float factors[4] = {factor(x, y), factor(x, y - 1), factor(x - 1, y), factor(x - 1, y - 1)};
       alignas(32) float values[kHogChannels];
-      kernels.hogCell(cell(x, y), factors, values);
+      kernels.hogCell(cell(x, y), factors, kHogChannels, values);
       out = std::copy_n(values, kValues, out);
     }
 }

@@ -102,7 +102,7 @@ cv::Mat EngineTracker::usableMask(const cv::Mat& segmented) {
 
 cv::Mat EngineTracker::firstMask(const cv::Mat& image) {
   if (!params_.use_segmentation) return defaultMask_;
-  colors_.init(image, box_, params_);
+  colors_.init(kernels_, image, box_, params_);
   const ColorModel::Window window = colorWindow();
   if (!presetMask_.data) {
     colors_.segment(image, window, cells_, segmented_);
@@ -119,7 +119,7 @@ cv::Mat EngineTracker::firstMask(const cv::Mat& image) {
 
 cv::Mat EngineTracker::nextMask(const cv::Mat& image) {
   if (!params_.use_segmentation) return defaultMask_;
-  colors_.learn(image, box_);
+  colors_.learn(kernels_, image, box_);
   colors_.segment(image, colorWindow(), cells_, segmented_);
   return usableMask(segmented_);
 }

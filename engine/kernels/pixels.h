@@ -144,6 +144,7 @@ CSRT_INLINE void sumOfProducts(Shorts a, Shorts p, Shorts b, Shorts q, Words& lo
 CSRT_INLINE void storeLength(float* out, Words v, float unit) {
   _mm_storeu_ps(out, _mm_mul_ps(_mm_sqrt_ps(_mm_cvtepi32_ps(v)), _mm_set1_ps(unit)));
 }
+CSRT_INLINE Words shiftRight15(Words a, Words b) { return _mm_srai_epi32(_mm_add_epi32(a, b), 15); }
 #elif defined(__aarch64__)
 typedef int16x8_t Shorts;
 typedef int32x4_t Words;
@@ -170,6 +171,7 @@ CSRT_INLINE void sumOfProducts(Shorts a, Shorts p, Shorts b, Shorts q, Words& lo
 CSRT_INLINE void storeLength(float* out, Words v, float unit) {
   vst1q_f32(out, vmulq_n_f32(vsqrtq_f32(vcvtq_f32_s32(v)), unit));
 }
+CSRT_INLINE Words shiftRight15(Words a, Words b) { return vshrq_n_s32(vaddq_s32(a, b), 15); }
 #endif
 
 /// Between direction j and j + 1 of the first quadrant the larger projection changes where dy * kRise[j] = dx * kRun[j]:

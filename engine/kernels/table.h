@@ -3,6 +3,7 @@
 
 #include "admm.h"
 #include "cells.h"
+#include "colors.h"
 #include "pixels.h"
 #include "planes.h"
 #include "scale.h"
@@ -10,4 +11,4 @@
 
 static const Kernels kTable = {kName,           forwardPlanes,    peaksOfResponse, admmFilter, blendFloats, responsePlane,
                                packedRowSpectra, scaleSums,        scaleUpdate,
-                               cubicRowBytes,   cubicColumnBytes, gradientsOfRow,  sampleRowOfPixels, gradientsOfSamples, hogOfCell,  storeCellBlocks};
+                               cubicRowBytes,   cubicColumnBytes, gradientsOfRow,  sampleRowOfPixels, gradientsOfSamples, binsOfRow, brightnessOfRow, cubicRowOfOne, mixNames, hogOfCell,  storeCellBlocks};
