@@ -8,12 +8,18 @@
 namespace csrt_engine {
 namespace {
 
-std::size_t index(int i) { return static_cast<std::size_t>(i); }
+std::size_t index(int i) {
+  return static_cast<std::size_t>(i);
+}
 
 /// Peak 1 - x of a paraboloid, cut off at 0; x: squared distance.
-double epanechnikov(double x, double height) { return x <= 1 ? height * (1 - x) : 0; }
+double epanechnikov(double x, double height) {
+  return x <= 1 ? height * (1 - x) : 0;
+}
 
-double square(double x) { return x * x; }
+double square(double x) {
+  return x * x;
+}
 
 constexpr std::size_t kRowSlack = 32;  // vectors read and write whole lanes
 
@@ -28,7 +34,8 @@ std::size_t ColorModel::binOf(int h, int s, int v) const {
   return (level_[index(h)] * bins + level_[index(s)]) * bins + level_[index(v)];
 }
 
-void ColorModel::init(const Kernels& kernels, const cv::Mat& image, const cv::Rect& region, const cv::tracking::TrackerCSRT::Params& params) {
+void ColorModel::init(const Kernels& kernels, const cv::Mat& image, const cv::Rect& region,
+                      const cv::tracking::TrackerCSRT::Params& params) {
   bins_ = params.histogram_bins;
   backgroundRatio_ = params.background_ratio;
   rate_ = params.histogram_lr;
@@ -49,8 +56,8 @@ void ColorModel::extract(const Kernels& kernels, const cv::Mat& image, const cv:
   const int offsetX = (x2 - x1 + 1) / backgroundRatio_, offsetY = (y2 - y1 + 1) / backgroundRatio_;
   const int outerY1 = std::max(0, y1 - offsetY), outerY2 = std::min(image.rows, y2 + offsetY + 1);
   const int outerX1 = std::max(0, x1 - offsetX), outerX2 = std::min(image.cols, x2 + offsetX + 1);
-  backgroundShare_ = 1.0 - ((x2 - x1 + 1) * (y2 - y1 + 1)) /
-                               (static_cast<double>(outerX2 - outerX1 + 1) * (outerY2 - outerY1 + 1));
+  backgroundShare_ =
+      1.0 - ((x2 - x1 + 1) * (y2 - y1 + 1)) / (static_cast<double>(outerX2 - outerX1 + 1) * (outerY2 - outerY1 + 1));
   const double cx = x1 + (x2 - x1) / 2., cy = y1 + (y2 - y1) / 2.;
   const double kernelX = 1.0 / (0.5 * (x2 - x1) * 1.4142 + 1), kernelY = 1.0 / (0.5 * (y2 - y1) * 1.4142 + 1);
   std::fill(newForeground_.begin(), newForeground_.end(), 0.0);
@@ -145,7 +152,7 @@ void ColorModel::priors(const Subwindow& window, const cv::Size2f& target) {
 /// A colour that neither histogram knows makes 0 / 0. In the library that value spreads over the whole small picture
 /// while it is smoothed, and the mask ends up empty: so this says false at the first one.
 bool ColorModel::posteriors(const Subwindow& window, const cv::Size2f& target) {
-  const double factor = std::min(1.0, std::sqrt(1000.0 / (window.width * window.height)));
+  const double factor = std::min(1.0, std::sqrt(1000.0 / (static_cast<double>(window.width) * window.height)));
   small_ = {cvFloor(window.width * factor), cvFloor(window.height * factor)};
   linearTapsAlongRow(window.width, small_.width, shrinkX_);
   linearTapsAlongColumn(window.height, small_.height, shrinkY_);
@@ -194,7 +201,8 @@ void ColorModel::segment(const cv::Mat& image, const Window& place, cv::Size siz
   const double stepY = 1. / (static_cast<double>(size.height) / window.height);
   for (int y = 0; y < size.height; ++y)
     for (int x = 0; x < size.width; ++x) {
-      const cv::Point from(std::min(cvFloor(x * stepX), window.width - 1), std::min(cvFloor(y * stepY), window.height - 1));
+      const cv::Point from(std::min(cvFloor(x * stepX), window.width - 1),
+                           std::min(cvFloor(y * stepY), window.height - 1));
       if (window.valid.contains(from) && at(from.x, from.y) > threshold) mask.at<float>(y, x) = 1.f;
     }
 }

@@ -22,7 +22,8 @@ class ColorModel {
   };
 
   /// Forgets everything and learns `region` (pixels of `image`; may hang over the edge).
-  void init(const Kernels& kernels, const cv::Mat& image, const cv::Rect& region, const cv::tracking::TrackerCSRT::Params& params);
+  void init(const Kernels& kernels, const cv::Mat& image, const cv::Rect& region,
+            const cv::tracking::TrackerCSRT::Params& params);
   /// Learns a little of `region`.
   void learn(const Kernels& kernels, const cv::Mat& image, const cv::Rect& region);
   /// The target's mask (0 or 1, CV_32F) in the search window, taken at size.area() places. An empty mask (all 0) when

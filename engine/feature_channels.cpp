@@ -10,7 +10,9 @@ namespace {
 
 constexpr int kGrayPad = 2;  // a cubic tap reaches two pixels over the edge
 
-std::size_t index(int i) { return static_cast<std::size_t>(i); }
+std::size_t index(int i) {
+  return static_cast<std::size_t>(i);
+}
 
 void cubicTaps(int from, int to, std::vector<int>& first, std::vector<int16_t>& weights) {
   first.resize(index(to));
@@ -29,8 +31,8 @@ const float* namesOf(const Planes& patch, int x, int y) {
 
 }  // namespace
 
-void FeatureMaker::setup(const cv::tracking::TrackerCSRT::Params& params, cv::Size patch, int cell, const cv::Mat& window,
-                         bool columnsFirst) {
+void FeatureMaker::setup(const cv::tracking::TrackerCSRT::Params& params, cv::Size patch, int cell,
+                         const cv::Mat& window, bool columnsFirst) {
   hog_ = params.use_hog ? params.num_hog_channels_used : 0;
   names_ = params.use_color_names;
   gray_ = params.use_gray;
@@ -63,7 +65,8 @@ void FeatureMaker::grayCells(const Kernels& kernels, const Planes& patch) {
     kernels.brightness(patch.plane[0] + at, patch.plane[1] + at, patch.plane[2] + at, patch.width, line);
     std::fill_n(grayLine_.data(), kGrayPad, line[0]);
     std::fill_n(line + patch.width, kGrayPad, line[patch.width - 1]);
-    kernels.cubicRowOfOne(line, grayColumn_.data(), grayColumnWeights_.data(), width, &grayRows_[index(y) * index(width)]);
+    kernels.cubicRowOfOne(line, grayColumn_.data(), grayColumnWeights_.data(), width,
+                          &grayRows_[index(y) * index(width)]);
   }
   constexpr float kScale = 1.0f / (2048.0f * 2048.0f);
   for (int y = 0; y < cells_.height; ++y) {
@@ -106,7 +109,8 @@ void FeatureMaker::colorMeans(const Planes& patch) {
   }
 }
 
-void FeatureMaker::appendNames(const Kernels& kernels, const Planes& patch, const LinearTap& tx, const LinearTap& ty, float* out) const {
+void FeatureMaker::appendNames(const Kernels& kernels, const Planes& patch, const LinearTap& tx, const LinearTap& ty,
+                               float* out) const {
   const float* rows[4] = {namesOf(patch, tx.first, ty.first), namesOf(patch, tx.second, ty.first),
                           namesOf(patch, tx.first, ty.second), namesOf(patch, tx.second, ty.second)};
   kernels.mixNames(rows, tx.weightFirst, tx.weightSecond, ty.weightFirst, ty.weightSecond, out);
@@ -136,12 +140,14 @@ const float* FeatureMaker::compute(const Kernels& kernels, const Planes& patch) 
       const std::ptrdiff_t inner = static_cast<std::ptrdiff_t>(y) * cells_.width + x;
       int next = 0;
       if (hog_ > 0) gradients_.cellValues(kernels, x, y, hog_, cell), next = hog_;
-      if (names_) appendNames(kernels, patch, alongRow_[index(x)], alongColumn_[index(y)], cell + next), next += kColorNames;
+      if (names_)
+        appendNames(kernels, patch, alongRow_[index(x)], alongColumn_[index(y)], cell + next), next += kColorNames;
       if (gray_) cell[next++] = grayValues_[static_cast<std::size_t>(inner)];
       if (rgb_) appendColors(patch, alongRow_[index(x)], alongColumn_[index(y)], cell + next), next += 3;
       for (; next % kBlock != 0; ++next) cell[next] = 0;
       const std::ptrdiff_t place = columnsFirst_ ? static_cast<std::ptrdiff_t>(x) * cells_.height + y : inner;
-      kernels.storeCell(cell, window_[static_cast<std::size_t>(inner)], blocks(), stride, planes_.data() + kBlock * place);
+      kernels.storeCell(cell, window_[static_cast<std::size_t>(inner)], blocks(), stride,
+                        planes_.data() + kBlock * place);
     }
   return planes_.data();
 }

@@ -33,9 +33,9 @@ class FeatureMaker {
   cv::Size patch_, cells_;
   std::vector<float> window_, grayValues_;
   std::vector<LinearTap> alongRow_, alongColumn_;
-  std::vector<int> grayColumn_, grayRow_;              // first of four taps
+  std::vector<int> grayColumn_, grayRow_;  // first of four taps
   std::vector<int16_t> grayColumnWeights_, grayRowWeights_;
-  std::vector<int> grayRows_;                          // resized rows of brightness
+  std::vector<int> grayRows_;  // resized rows of brightness
   std::vector<uint8_t> grayLine_;
   float colorMean_[3] = {};
   GradientCells gradients_;

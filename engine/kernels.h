@@ -46,21 +46,22 @@ struct DirectTable {
 /// What one block's filter is computed from; see kernels/admm.h.
 struct AdmmInput {
   const Grid* grid;
-  const float* features;    ///< spectrum of a block: half() x nv complex elements
-  const float* labels;      ///< (cos, sin)-like pairs per spectrum element: conjugated labels, moved to the mask's centre
-  const float* back;        ///< pairs per spectrum element: moves a filter back from the mask's centre
-  const float* mask;        ///< mv x mu: the mask inside its bounding box, v outermost
-  int mu, mv;               ///< size of the mask's bounding box
+  const float* features;  ///< spectrum of a block: half() x nv complex elements
+  const float* labels;    ///< (cos, sin)-like pairs per spectrum element: conjugated labels, moved to the mask's centre
+  const float* back;      ///< pairs per spectrum element: moves a filter back from the mask's centre
+  const float* mask;      ///< mv x mu: the mask inside its bounding box, v outermost
+  int mu, mv;             ///< size of the mask's bounding box
   DirectTable tableU, tableV;
   int iterations;
-  float* filter;            ///< result: half() x nv complex elements
-  float* work;              ///< at least admmWorkFloats()
+  float* filter;  ///< result: half() x nv complex elements
+  float* work;    ///< at least admmWorkFloats()
 };
 
 /// Floats of work space for AdmmInput::work.
 inline long admmWorkFloats(int nu, int nv, int mu, int mv) {
   const long half = nu / 2 + 1;
-  return kComplex * (half * nv + half * (mv + 1L) + 4L * nv + 4L * nu + 64) + kBlock * (static_cast<long>(mu) * mv + 64);
+  return kComplex * (half * nv + half * (mv + 1L) + 4L * nv + 4L * nu + 64) +
+         kBlock * (static_cast<long>(mu) * mv + 64);
 }
 
 /// One sample of a row: two neighbouring pixels, as byte offsets into the picture's row, and their weights. Four bytes
@@ -82,7 +83,8 @@ struct Kernels {
   void (*admm)(const AdmmInput& in);
   /// filter = (1 - rate) * filter + rate * update, for n floats.
   void (*blend)(float* filter, const float* update, float rate, long n);
-  /// Weighted sum over all channels of features times conjugated filter, turned back into a plane of nv rows, nu columns.
+  /// Weighted sum over all channels of features times conjugated filter, turned back into a plane of nv rows, nu
+  /// columns.
   void (*response)(const Grid& grid, const float* features, const float* filter, const float* weights, int blocks,
                    float* work, float* plane);
 

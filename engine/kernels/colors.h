@@ -3,7 +3,9 @@
 
 #include "scale_pixels.h"
 
-CSRT_INLINE VecInt pickInt(VecInt mask, VecInt a, VecInt b) { return (a & mask) | (b & ~mask); }
+CSRT_INLINE VecInt pickInt(VecInt mask, VecInt a, VecInt b) {
+  return (a & mask) | (b & ~mask);
+}
 
 /// Histogram bins of colours given as planes of whole floats: hue (stretched to 0 .. 255), saturation and value, each
 /// in `bins` steps. The library divides with tables in units of 1/4096; a float's quotient rounds to the same entries.

@@ -9,6 +9,23 @@
 #include "scale.h"
 #include "scale_pixels.h"
 
-static const Kernels kTable = {kName,           forwardPlanes,    peaksOfResponse, admmFilter, blendFloats, responsePlane,
-                               packedRowSpectra, scaleSums,        scaleUpdate,
-                               cubicRowBytes,   cubicColumnBytes, gradientsOfRow,  sampleRowOfPixels, gradientsOfSamples, binsOfRow, brightnessOfRow, cubicRowOfOne, mixNames, hogOfCell,  storeCellBlocks};
+static const Kernels kTable = {kName,
+                               forwardPlanes,
+                               peaksOfResponse,
+                               admmFilter,
+                               blendFloats,
+                               responsePlane,
+                               packedRowSpectra,
+                               scaleSums,
+                               scaleUpdate,
+                               cubicRowBytes,
+                               cubicColumnBytes,
+                               gradientsOfRow,
+                               sampleRowOfPixels,
+                               gradientsOfSamples,
+                               binsOfRow,
+                               brightnessOfRow,
+                               cubicRowOfOne,
+                               mixNames,
+                               hogOfCell,
+                               storeCellBlocks};
