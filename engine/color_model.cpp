@@ -8,21 +8,20 @@
 namespace csrt_engine {
 namespace {
 
-std::size_t index(int i) { return static_cast<std::size_t>(i); }
+std::size_t index(int i) {
+  return static_cast<std::size_t>(i);
+}
 
 /// Peak 1 - x of a paraboloid, cut off at 0; x: squared distance.
-double epanechnikov(double x, double height) { return x <= 1 ? height * (1 - x) : 0; }
-
-double square(double x) { return x * x; }
-
-Bgr imagePixel(const cv::Mat& image, int x, int y) {
-  if (image.channels() == 1) {
-    const uint8_t v = image.ptr<uint8_t>(y)[x];
-    return {v, v, v};
-  }
-  const uint8_t* p = image.ptr<uint8_t>(y) + 3 * static_cast<std::ptrdiff_t>(x);
-  return {p[0], p[1], p[2]};
+double epanechnikov(double x, double height) {
+  return x <= 1 ? height * (1 - x) : 0;
 }
+
+double square(double x) {
+  return x * x;
+}
+
+constexpr std::size_t kRowSlack = 32;  // vectors read and write whole lanes
 
 void scale(std::vector<double>& values, double factor) {
   for (double& v : values) v *= factor;
@@ -35,7 +34,8 @@ std::size_t ColorModel::binOf(int h, int s, int v) const {
   return (level_[index(h)] * bins + level_[index(s)]) * bins + level_[index(v)];
 }
 
-void ColorModel::init(const cv::Mat& image, const cv::Rect& region, const cv::tracking::TrackerCSRT::Params& params) {
+void ColorModel::init(const Kernels& kernels, const cv::Mat& image, const cv::Rect& region,
+                      const cv::tracking::TrackerCSRT::Params& params) {
   bins_ = params.histogram_bins;
   backgroundRatio_ = params.background_ratio;
   rate_ = params.histogram_lr;
@@ -44,47 +44,62 @@ void ColorModel::init(const cv::Mat& image, const cv::Rect& region, const cv::tr
   const std::size_t size = index(bins_) * index(bins_) * index(bins_);
   newForeground_.resize(size);
   newBackground_.resize(size);
-  extract(image, region);
+  extract(kernels, image, region);
   foreground_ = newForeground_;
   background_ = newBackground_;
 }
 
-void ColorModel::extract(const cv::Mat& image, const cv::Rect& region) {
+void ColorModel::extract(const Kernels& kernels, const cv::Mat& image, const cv::Rect& region) {
   const int x1 = std::min(std::max(0, region.x), image.cols - 1), y1 = std::min(std::max(0, region.y), image.rows - 1);
   const int x2 = std::min(std::max(0, region.x + region.width), image.cols - 1);
   const int y2 = std::min(std::max(0, region.y + region.height), image.rows - 1);
   const int offsetX = (x2 - x1 + 1) / backgroundRatio_, offsetY = (y2 - y1 + 1) / backgroundRatio_;
   const int outerY1 = std::max(0, y1 - offsetY), outerY2 = std::min(image.rows, y2 + offsetY + 1);
   const int outerX1 = std::max(0, x1 - offsetX), outerX2 = std::min(image.cols, x2 + offsetX + 1);
-  backgroundShare_ = 1.0 - ((x2 - x1 + 1) * (y2 - y1 + 1)) /
-                               (static_cast<double>(outerX2 - outerX1 + 1) * (outerY2 - outerY1 + 1));
+  backgroundShare_ =
+      1.0 - ((x2 - x1 + 1) * (y2 - y1 + 1)) / (static_cast<double>(outerX2 - outerX1 + 1) * (outerY2 - outerY1 + 1));
   const double cx = x1 + (x2 - x1) / 2., cy = y1 + (y2 - y1) / 2.;
   const double kernelX = 1.0 / (0.5 * (x2 - x1) * 1.4142 + 1), kernelY = 1.0 / (0.5 * (y2 - y1) * 1.4142 + 1);
   std::fill(newForeground_.begin(), newForeground_.end(), 0.0);
   std::fill(newBackground_.begin(), newBackground_.end(), 0.0);
+  distance_.resize(index(x2 - x1 + 1));
+  for (int x = x1; x <= x2; ++x) distance_[index(x - x1)] = square((cx - x) * kernelX);
+
+  // One pass over everything that counts for either histogram.
+  const int firstX = std::min(x1, outerX1), lastX = std::max(x2, outerX2 - 1), width = lastX - firstX + 1;
+  row_.resize(3 * index(width) + kRowSlack);
+  binOfRow_.resize(index(width) + kRowSlack);
   double frontSum = 0, backSum = 0;
-  const auto binAt = [&](int x, int y) {
-    const Hsv hsv = hsvOf(imagePixel(image, x, y));
-    return binOf(hsv.h, hsv.s, hsv.v);
-  };
-  for (int y = y1; y <= y2; ++y)
-    for (int x = x1; x <= x2; ++x) {
-      const double weight = epanechnikov(square((cx - x) * kernelX) + square((cy - y) * kernelY), 2.0 / CV_PI);
-      newForeground_[binAt(x, y)] += weight;
-      frontSum += weight;
+  for (int y = std::min(y1, outerY1); y <= std::max(y2, outerY2 - 1); ++y) {
+    copyPixels(image, firstX, y, width, row_.data());
+    kernels.binsOfRow(row_.data(), width, bins_, binOfRow_.data());
+    const bool middle = y >= y1 && y <= y2;
+    if (middle) {
+      const double distance = square((cy - y) * kernelY);
+      for (int x = x1; x <= x2; ++x) {
+        const double weight = epanechnikov(distance_[index(x - x1)] + distance, 2.0 / CV_PI);
+        newForeground_[index(binOfRow_[index(x - firstX)])] += weight;
+        frontSum += weight;
+      }
     }
-  for (int y = outerY1; y < outerY2; ++y)
-    for (int x = outerX1; x < outerX2; ++x) {
-      if (x >= x1 && x <= x2 && y >= y1 && y <= y2) continue;
-      newBackground_[binAt(x, y)] += 1.0;
-      backSum += 1.0;
+    if (y < outerY1 || y >= outerY2) continue;
+    const auto count = [&](int from, int to) {
+      for (int x = from; x < to; ++x) newBackground_[index(binOfRow_[index(x - firstX)])] += 1.0;
+      backSum += std::max(to - from, 0);
+    };
+    if (middle) {
+      count(outerX1, std::min(x1, outerX2));
+      count(std::max(x2 + 1, outerX1), outerX2);
+    } else {
+      count(outerX1, outerX2);
     }
+  }
   scale(newForeground_, 1. / frontSum);
   scale(newBackground_, 1. / backSum);
 }
 
-void ColorModel::learn(const cv::Mat& image, const cv::Rect& region) {
-  extract(image, region);
+void ColorModel::learn(const Kernels& kernels, const cv::Mat& image, const cv::Rect& region) {
+  extract(kernels, image, region);
   const float keep = 1 - rate_;
   for (std::size_t i = 0; i < foreground_.size(); ++i) {
     foreground_[i] = keep * foreground_[i] + rate_ * newForeground_[i];
@@ -137,7 +152,7 @@ void ColorModel::priors(const Subwindow& window, const cv::Size2f& target) {
 /// A colour that neither histogram knows makes 0 / 0. In the library that value spreads over the whole small picture
 /// while it is smoothed, and the mask ends up empty: so this says false at the first one.
 bool ColorModel::posteriors(const Subwindow& window, const cv::Size2f& target) {
-  const double factor = std::min(1.0, std::sqrt(1000.0 / (window.width * window.height)));
+  const double factor = std::min(1.0, std::sqrt(1000.0 / (static_cast<double>(window.width) * window.height)));
   small_ = {cvFloor(window.width * factor), cvFloor(window.height * factor)};
   linearTapsAlongRow(window.width, small_.width, shrinkX_);
   linearTapsAlongColumn(window.height, small_.height, shrinkY_);
@@ -186,7 +201,8 @@ void ColorModel::segment(const cv::Mat& image, const Window& place, cv::Size siz
   const double stepY = 1. / (static_cast<double>(size.height) / window.height);
   for (int y = 0; y < size.height; ++y)
     for (int x = 0; x < size.width; ++x) {
-      const cv::Point from(std::min(cvFloor(x * stepX), window.width - 1), std::min(cvFloor(y * stepY), window.height - 1));
+      const cv::Point from(std::min(cvFloor(x * stepX), window.width - 1),
+                           std::min(cvFloor(y * stepY), window.height - 1));
       if (window.valid.contains(from) && at(from.x, from.y) > threshold) mask.at<float>(y, x) = 1.f;
     }
 }

@@ -4,6 +4,7 @@
 #include <opencv2/tracking.hpp>
 #include <vector>
 
+#include "kernels.h"
 #include "resampling.h"
 #include "smoothing.h"
 #include "subwindow.h"
@@ -21,15 +22,16 @@ class ColorModel {
   };
 
   /// Forgets everything and learns `region` (pixels of `image`; may hang over the edge).
-  void init(const cv::Mat& image, const cv::Rect& region, const cv::tracking::TrackerCSRT::Params& params);
+  void init(const Kernels& kernels, const cv::Mat& image, const cv::Rect& region,
+            const cv::tracking::TrackerCSRT::Params& params);
   /// Learns a little of `region`.
-  void learn(const cv::Mat& image, const cv::Rect& region);
+  void learn(const Kernels& kernels, const cv::Mat& image, const cv::Rect& region);
   /// The target's mask (0 or 1, CV_32F) in the search window, taken at size.area() places. An empty mask (all 0) when
   /// the histograms do not know one of the window's colours: see posteriors().
   void segment(const cv::Mat& image, const Window& window, cv::Size size, cv::Mat& mask);
 
  private:
-  void extract(const cv::Mat& image, const cv::Rect& region);
+  void extract(const Kernels& kernels, const cv::Mat& image, const cv::Rect& region);
   bool posteriors(const Subwindow& window, const cv::Size2f& target);
   void priors(const Subwindow& window, const cv::Size2f& target);
   double largestIn(const Subwindow& window) const;
@@ -42,6 +44,9 @@ class ColorModel {
   double backgroundShare_ = 0;
   std::vector<std::size_t> level_;  // the bin of a byte
   std::vector<double> foreground_, background_, newForeground_, newBackground_;
+  std::vector<double> distance_;
+  std::vector<uint8_t> row_;
+  std::vector<int32_t> binOfRow_;
   // The segmentation works on a small picture of the window, about 1000 pixels.
   cv::Size small_;
   std::vector<LinearTap> shrinkX_, shrinkY_, growX_, growY_;

@@ -5,7 +5,9 @@
 namespace csrt_engine {
 namespace {
 
-std::size_t index(int i) { return static_cast<std::size_t>(i); }
+std::size_t index(int i) {
+  return static_cast<std::size_t>(i);
+}
 
 }  // namespace
 
@@ -13,7 +15,8 @@ void CorrelationFilter::setup(const Kernels& kernels, const cv::Mat& labels, con
   kernels_ = &kernels;
   settings_ = settings;
   blocks_ = (settings.channels + kBlock - 1) / kBlock;
-  const int nu = settings.columnsFirst ? labels.rows : labels.cols, nv = settings.columnsFirst ? labels.cols : labels.rows;
+  const int nu = settings.columnsFirst ? labels.rows : labels.cols,
+            nv = settings.columnsFirst ? labels.cols : labels.rows;
   if (nu != grid_.nu || nv != grid_.nv) {
     tablesU_ = FftTables(nu);
     tablesV_ = FftTables(nv);

@@ -17,9 +17,9 @@ class CorrelationFilter {
   struct Settings {
     int channels = 0;
     int iterations = 4;
-    bool weighted = true;        ///< weigh the channels by how well each answers
+    bool weighted = true;  ///< weigh the channels by how well each answers
     float filterRate = 0, weightRate = 0;
-    bool columnsFirst = false;   ///< planes run downwards first
+    bool columnsFirst = false;  ///< planes run downwards first
   };
   /// labels: spectrum of the wanted answer (CV_32FC2, at least 1 x 1).
   void setup(const Kernels& kernels, const cv::Mat& labels, const Settings& settings);
@@ -44,9 +44,9 @@ class CorrelationFilter {
   Grid grid_;
   FftTables tablesU_, tablesV_;
   DirectTables directU_, directV_;
-  std::vector<float> rootsU_, rootsV_;    // of twice the length: the mask's centre may lie between two elements
-  std::vector<float> labels_;             // conjugated, pairs, spectrum order
-  std::vector<float> centered_, back_;    // labels at the mask's centre, and the way back
+  std::vector<float> rootsU_, rootsV_;  // of twice the length: the mask's centre may lie between two elements
+  std::vector<float> labels_;           // conjugated, pairs, spectrum order
+  std::vector<float> centered_, back_;  // labels at the mask's centre, and the way back
   std::vector<float> maskBox_;
   int maskU_ = 0, maskV_ = 0, twiceU_ = -1, twiceV_ = -1;
   AlignedArray<float> features_, filter_, next_, work_;

@@ -8,7 +8,11 @@
 namespace csrt_engine {
 namespace {
 
-std::size_t index(int i) { return static_cast<std::size_t>(i); }
+constexpr int kGrayPad = 2;  // a cubic tap reaches two pixels over the edge
+
+std::size_t index(int i) {
+  return static_cast<std::size_t>(i);
+}
 
 void cubicTaps(int from, int to, std::vector<int>& first, std::vector<int16_t>& weights) {
   first.resize(index(to));
@@ -25,13 +29,10 @@ const float* namesOf(const Planes& patch, int x, int y) {
   return kColorNameTable[(patch.plane[2][at] >> 3) + 32 * (patch.plane[1][at] >> 3) + 1024 * (patch.plane[0][at] >> 3)];
 }
 
-/// Brightness of a pixel as the library computes it, in units of 1/32768.
-uint8_t brightness(int b, int g, int r) { return static_cast<uint8_t>((b * 3735 + g * 19235 + r * 9798 + (1 << 14)) >> 15); }
-
 }  // namespace
 
-void FeatureMaker::setup(const cv::tracking::TrackerCSRT::Params& params, cv::Size patch, int cell, const cv::Mat& window,
-                         bool columnsFirst) {
+void FeatureMaker::setup(const cv::tracking::TrackerCSRT::Params& params, cv::Size patch, int cell,
+                         const cv::Mat& window, bool columnsFirst) {
   hog_ = params.use_hog ? params.num_hog_channels_used : 0;
   names_ = params.use_color_names;
   gray_ = params.use_gray;
@@ -49,26 +50,23 @@ void FeatureMaker::setup(const cv::tracking::TrackerCSRT::Params& params, cv::Si
     cubicTaps(patch.height, cells_.height, grayRow_, grayRowWeights_);
     grayValues_.resize(window.total());
     grayRows_.resize(index(patch.height) * index(cells_.width));
-    grayLine_.resize(index(patch.width));
+    grayLine_.resize(index(patch.width) + 2 * kGrayPad + kBlock);
   }
   const std::size_t floats = index(blocks()) * kBlock * window.total();
   std::fill_n(planes_.reserve(floats), floats, 0.f);
 }
 
 /// Brightness of all cells: cubic resizing of bytes, whose last few values of a row are computed in integers.
-void FeatureMaker::grayCells(const Planes& patch) {
+void FeatureMaker::grayCells(const Kernels& kernels, const Planes& patch) {
   const int width = cells_.width;
+  uint8_t* const line = grayLine_.data() + kGrayPad;
   for (int y = 0; y < patch.height; ++y) {
     const std::ptrdiff_t at = static_cast<std::ptrdiff_t>(patch.stride) * y;
-    const uint8_t *b = patch.plane[0] + at, *g = patch.plane[1] + at, *r = patch.plane[2] + at;
-    for (int x = 0; x < patch.width; ++x) grayLine_[index(x)] = brightness(b[x], g[x], r[x]);
-    for (int x = 0; x < width; ++x) {
-      int sum = 0;
-      for (int k = 0; k < 4; ++k)
-        sum += grayLine_[index(std::clamp(grayColumn_[index(x)] + k, 0, patch.width - 1))] *
-               grayColumnWeights_[4 * index(x) + index(k)];
-      grayRows_[index(y) * index(width) + index(x)] = sum;
-    }
+    kernels.brightness(patch.plane[0] + at, patch.plane[1] + at, patch.plane[2] + at, patch.width, line);
+    std::fill_n(grayLine_.data(), kGrayPad, line[0]);
+    std::fill_n(line + patch.width, kGrayPad, line[patch.width - 1]);
+    kernels.cubicRowOfOne(line, grayColumn_.data(), grayColumnWeights_.data(), width,
+                          &grayRows_[index(y) * index(width)]);
   }
   constexpr float kScale = 1.0f / (2048.0f * 2048.0f);
   for (int y = 0; y < cells_.height; ++y) {
@@ -111,12 +109,11 @@ void FeatureMaker::colorMeans(const Planes& patch) {
   }
 }
 
-void FeatureMaker::appendNames(const Planes& patch, const LinearTap& tx, const LinearTap& ty, float* out) const {
-  const float *a = namesOf(patch, tx.first, ty.first), *b = namesOf(patch, tx.second, ty.first);
-  const float *c = namesOf(patch, tx.first, ty.second), *d = namesOf(patch, tx.second, ty.second);
-  for (int k = 0; k < kColorNames; ++k)
-    out[k] = (a[k] * tx.weightFirst + b[k] * tx.weightSecond) * ty.weightFirst +
-             (c[k] * tx.weightFirst + d[k] * tx.weightSecond) * ty.weightSecond;
+void FeatureMaker::appendNames(const Kernels& kernels, const Planes& patch, const LinearTap& tx, const LinearTap& ty,
+                               float* out) const {
+  const float* rows[4] = {namesOf(patch, tx.first, ty.first), namesOf(patch, tx.second, ty.first),
+                          namesOf(patch, tx.first, ty.second), namesOf(patch, tx.second, ty.second)};
+  kernels.mixNames(rows, tx.weightFirst, tx.weightSecond, ty.weightFirst, ty.weightSecond, out);
 }
 
 void FeatureMaker::appendColors(const Planes& patch, const LinearTap& tx, const LinearTap& ty, float* out) const {
@@ -134,7 +131,7 @@ void FeatureMaker::appendColors(const Planes& patch, const LinearTap& tx, const 
 
 const float* FeatureMaker::compute(const Kernels& kernels, const Planes& patch) {
   if (hog_ > 0) gradients_.compute(kernels, patch, cell_);
-  if (gray_) grayCells(patch);
+  if (gray_) grayCells(kernels, patch);
   if (rgb_) colorMeans(patch);
   const std::ptrdiff_t stride = static_cast<std::ptrdiff_t>(kBlock) * cells_.area();
   alignas(64) float cell[kHogChannels + kColorNames + 4 + kBlock] = {};
@@ -142,13 +139,15 @@ const float* FeatureMaker::compute(const Kernels& kernels, const Planes& patch) 
     for (int x = 0; x < cells_.width; ++x) {
       const std::ptrdiff_t inner = static_cast<std::ptrdiff_t>(y) * cells_.width + x;
       int next = 0;
-      if (hog_ > 0) gradients_.cellValues(kernels, x, y, cell), next = hog_;
-      if (names_) appendNames(patch, alongRow_[index(x)], alongColumn_[index(y)], cell + next), next += kColorNames;
+      if (hog_ > 0) gradients_.cellValues(kernels, x, y, hog_, cell), next = hog_;
+      if (names_)
+        appendNames(kernels, patch, alongRow_[index(x)], alongColumn_[index(y)], cell + next), next += kColorNames;
       if (gray_) cell[next++] = grayValues_[static_cast<std::size_t>(inner)];
       if (rgb_) appendColors(patch, alongRow_[index(x)], alongColumn_[index(y)], cell + next), next += 3;
       for (; next % kBlock != 0; ++next) cell[next] = 0;
       const std::ptrdiff_t place = columnsFirst_ ? static_cast<std::ptrdiff_t>(x) * cells_.height + y : inner;
-      kernels.storeCell(cell, window_[static_cast<std::size_t>(inner)], blocks(), stride, planes_.data() + kBlock * place);
+      kernels.storeCell(cell, window_[static_cast<std::size_t>(inner)], blocks(), stride,
+                        planes_.data() + kBlock * place);
     }
   return planes_.data();
 }

@@ -22,9 +22,10 @@ class FeatureMaker {
   const float* compute(const Kernels& kernels, const Planes& patch);
 
  private:
-  void grayCells(const Planes& patch);
+  void grayCells(const Kernels& kernels, const Planes& patch);
   void colorMeans(const Planes& patch);
-  void appendNames(const Planes& patch, const LinearTap& tx, const LinearTap& ty, float* out) const;
+  void appendNames(const Kernels& kernels, const Planes& patch, const LinearTap& tx, const LinearTap& ty,
+                   float* out) const;
   void appendColors(const Planes& patch, const LinearTap& tx, const LinearTap& ty, float* out) const;
 
   int hog_ = 0, channels_ = 0, cell_ = 1;
@@ -32,9 +33,9 @@ class FeatureMaker {
   cv::Size patch_, cells_;
   std::vector<float> window_, grayValues_;
   std::vector<LinearTap> alongRow_, alongColumn_;
-  std::vector<int> grayColumn_, grayRow_;              // first of four taps, clamped one by one
+  std::vector<int> grayColumn_, grayRow_;  // first of four taps
   std::vector<int16_t> grayColumnWeights_, grayRowWeights_;
-  std::vector<int> grayRows_;                          // resized rows of brightness
+  std::vector<int> grayRows_;  // resized rows of brightness
   std::vector<uint8_t> grayLine_;
   float colorMean_[3] = {};
   GradientCells gradients_;

@@ -72,7 +72,7 @@ void GradientCells::normalise() {
     }
 }
 
-void GradientCells::cellValues(const Kernels& kernels, int x, int y, float* out) const {
+void GradientCells::cellValues(const Kernels& kernels, int x, int y, int count, float* out) const {
   if (x == 0 || y == 0 || x >= columns_ - 1 || y >= lines_ - 1) {
     std::fill_n(out, kHogChannels, 0.f);
     out[kHogChannels - 1] = 1.f;
@@ -80,7 +80,7 @@ void GradientCells::cellValues(const Kernels& kernels, int x, int y, float* out)
   }
   const float* f = factors_.data() + static_cast<std::ptrdiff_t>(y) * columns_ + x;
   const float around[4] = {f[0], f[-columns_], f[-1], f[-columns_ - 1]};
-  kernels.hogCell(histogram(x, y), around, out);
+  kernels.hogCell(histogram(x, y), around, count, out);
 }
 
 }  // namespace csrt_engine

@@ -9,17 +9,18 @@
 
 namespace csrt_engine {
 
-constexpr int kDirections = 18;        ///< signed directions, 20 degrees apart
-constexpr int kHistogramFloats = 24;   ///< floats of one cell's histogram: the directions and zeros after them
-constexpr int kHogChannels = 32;       ///< values of one cell
+constexpr int kDirections = 18;       ///< signed directions, 20 degrees apart
+constexpr int kHistogramFloats = 24;  ///< floats of one cell's histogram: the directions and zeros after them
+constexpr int kHogChannels = 32;      ///< values of one cell
 
 /// Makes the cells' histograms and norms for a patch and answers each cell's 32 values.
 class GradientCells {
  public:
   /// cell: pixels of a cell's side, 1 .. 4; the patch has at least 2 x 2 cells.
   void compute(const Kernels& kernels, const Planes& patch, int cell);
-  /// Values of cell (x, y), to 32 floats; cells at the border have none, and a 1 in the last place to say so.
-  void cellValues(const Kernels& kernels, int x, int y, float* out) const;
+  /// The first `count` values of cell (x, y), out has room for 32; cells at the border have none, and a 1 in the last
+  /// place to say so.
+  void cellValues(const Kernels& kernels, int x, int y, int count, float* out) const;
 
  private:
   float* histogram(int x, int y) const {

@@ -46,21 +46,22 @@ struct DirectTable {
 /// What one block's filter is computed from; see kernels/admm.h.
 struct AdmmInput {
   const Grid* grid;
-  const float* features;    ///< spectrum of a block: half() x nv complex elements
-  const float* labels;      ///< (cos, sin)-like pairs per spectrum element: conjugated labels, moved to the mask's centre
-  const float* back;        ///< pairs per spectrum element: moves a filter back from the mask's centre
-  const float* mask;        ///< mv x mu: the mask inside its bounding box, v outermost
-  int mu, mv;               ///< size of the mask's bounding box
+  const float* features;  ///< spectrum of a block: half() x nv complex elements
+  const float* labels;    ///< (cos, sin)-like pairs per spectrum element: conjugated labels, moved to the mask's centre
+  const float* back;      ///< pairs per spectrum element: moves a filter back from the mask's centre
+  const float* mask;      ///< mv x mu: the mask inside its bounding box, v outermost
+  int mu, mv;             ///< size of the mask's bounding box
   DirectTable tableU, tableV;
   int iterations;
-  float* filter;            ///< result: half() x nv complex elements
-  float* work;              ///< at least admmWorkFloats()
+  float* filter;  ///< result: half() x nv complex elements
+  float* work;    ///< at least admmWorkFloats()
 };
 
 /// Floats of work space for AdmmInput::work.
 inline long admmWorkFloats(int nu, int nv, int mu, int mv) {
   const long half = nu / 2 + 1;
-  return kComplex * (half * nv + half * (mv + 1L) + 4L * nv + 4L * nu + 64) + kBlock * (static_cast<long>(mu) * mv + 64);
+  return kComplex * (half * nv + half * (mv + 1L) + 4L * nv + 4L * nu + 64) +
+         kBlock * (static_cast<long>(mu) * mv + 64);
 }
 
 /// One sample of a row: two neighbouring pixels, as byte offsets into the picture's row, and their weights. Four bytes
@@ -82,7 +83,8 @@ struct Kernels {
   void (*admm)(const AdmmInput& in);
   /// filter = (1 - rate) * filter + rate * update, for n floats.
   void (*blend)(float* filter, const float* update, float rate, long n);
-  /// Weighted sum over all channels of features times conjugated filter, turned back into a plane of nv rows, nu columns.
+  /// Weighted sum over all channels of features times conjugated filter, turned back into a plane of nv rows, nu
+  /// columns.
   void (*response)(const Grid& grid, const float* features, const float* filter, const float* weights, int blocks,
                    float* work, float* plane);
 
@@ -113,8 +115,19 @@ struct Kernels {
   /// As gradientRow, for samples: `row` is a row of three planes `plane` floats apart, `down` floats from row to row.
   void (*sampleGradients)(const float* row, long plane, long down, int n, float* length, int32_t* direction);
 
+  /// Histogram bins of a row of n BGR pixels, `bins` steps of hue, saturation and value each. Reads up to 24 bytes and
+  /// writes up to 7 bins after the last one.
+  void (*binsOfRow)(const uint8_t* row, int n, int bins, int32_t* out);
+  /// Brightness of a row of three planes. Reads and writes up to 7 elements after the n-th.
+  void (*brightness)(const uint8_t* blue, const uint8_t* green, const uint8_t* red, int n, uint8_t* out);
+  /// As cubicRow, for one channel; whole numbers.
+  void (*cubicRowOfOne)(const uint8_t* row, const int* tap, const int16_t* alpha, int n, int32_t* out);
+  /// Ten figures from four table rows: (rows[0] left + rows[1] right) upper + (rows[2] left + rows[3] right) lower.
+  void (*mixNames)(const float* const* rows, float left, float right, float upper, float lower, float* out);
+
   /// The 32 values of one cell from its histogram (24 floats, the last 6 are 0) and its four neighbourhood factors.
-  void (*hogCell)(const float* histogram, const float* factors, float* out);
+  /// Only the first `count` are sure to be written; out has room for 32.
+  void (*hogCell)(const float* histogram, const float* factors, int count, float* out);
   /// out[b][0..7] = in[8 b + 0..7] * window, `blocks` times; out's blocks lie `stride` floats apart.
   void (*storeCell)(const float* in, float window, int blocks, long stride, float* out);
 };

@@ -9,6 +9,8 @@ constexpr char kName[] = "avx2";
 #include "kernels/table.h"
 }  // namespace
 
-const Kernels& avx2Kernels() { return kTable; }
+const Kernels& avx2Kernels() {
+  return kTable;
+}
 
 }  // namespace csrt_engine

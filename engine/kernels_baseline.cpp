@@ -15,6 +15,8 @@ constexpr char kName[] = "scalar";
 #include "kernels/table.h"
 }  // namespace
 
-const Kernels& baselineKernels() { return kTable; }
+const Kernels& baselineKernels() {
+  return kTable;
+}
 
 }  // namespace csrt_engine

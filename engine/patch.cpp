@@ -7,8 +7,8 @@
 
 namespace csrt_engine {
 namespace {
-constexpr int kPad = 2;      // a cubic tap reaches two pixels over the edge
-constexpr int kSlack = 64;   // vectors read and write whole lanes
+constexpr int kPad = 2;     // a cubic tap reaches two pixels over the edge
+constexpr int kSlack = 64;  // vectors read and write whole lanes
 }  // namespace
 
 void PatchMaker::prepare(const Subwindow& from, cv::Size to) {

@@ -28,11 +28,11 @@ class PatchMaker {
   void finishRow(const float* const* rows, const int16_t* weights, int y);
 
   cv::Size fromSize_, toSize_;
-  int rowStride_ = 0;                             // floats of one plane of a resized row
+  int rowStride_ = 0;  // floats of one plane of a resized row
   std::vector<int> tap_, rowBefore_;
   std::vector<int16_t> columnWeights_, rowWeights_;
   AlignedArray<uint8_t> source_, result_;
-  AlignedArray<float> rows_;                      // four resized rows of three planes each
+  AlignedArray<float> rows_;  // four resized rows of three planes each
   int rowHeld_[4] = {-1, -1, -1, -1};
   Planes planes_;
 };

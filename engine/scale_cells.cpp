@@ -8,7 +8,9 @@
 namespace csrt_engine {
 namespace {
 
-std::size_t index(int i) { return static_cast<std::size_t>(i); }
+std::size_t index(int i) {
+  return static_cast<std::size_t>(i);
+}
 
 /// a * b + c as the library computes it: fused on arm64.
 float libraryMulAdd(float a, float b, float c) {
@@ -80,7 +82,9 @@ void ScaleCells::sample(const Kernels& kernels, const Subwindow& from) {
   linearTapsAlongColumn(from.height, model_.height, alongColumn_);
   if (from.image->channels() != 3 || from.image->cols < 2) return sampleSlowly(from);
   pixelTaps(from, alongRow_, taps_);
-  const auto rowAt = [&](int row) { return from.image->ptr<uint8_t>(std::clamp(from.y + row, 0, from.image->rows - 1)); };
+  const auto rowAt = [&](int row) {
+    return from.image->ptr<uint8_t>(std::clamp(from.y + row, 0, from.image->rows - 1));
+  };
   for (int y = 0; y < lines_ * kCell; ++y) {
     const LinearTap& t = alongColumn_[index(y)];
     kernels.sampleRow(rowAt(t.first), rowAt(t.second), taps_.data(), columns_ * kCell, t.weightFirst, t.weightSecond,
@@ -99,8 +103,9 @@ void ScaleCells::accumulate(const Kernels& kernels) {
     const float lower = cellAt(y) - static_cast<float>(cy), upper = 1 - lower;
     float* row = &histograms_[index(cy + 1) * index(columns_ + 2) * kHistogramFloats];
     for (int x = 1; x < width - 1; ++x) {
-      constexpr float kShare[kCell] = {0.625f, 0.875f, 0.125f, 0.375f};  // how far a pixel is on its way to the next cell
-      const int cx = (x + kCell / 2) / kCell;  // one cell more on each side
+      constexpr float kShare[kCell] = {0.625f, 0.875f, 0.125f,
+                                       0.375f};  // how far a pixel is on its way to the next cell
+      const int cx = (x + kCell / 2) / kCell;    // one cell more on each side
       const float right = kShare[x % kCell] * length_[index(x)], left = length_[index(x)] - right;
       float* cell = row + cx * kHistogramFloats + direction_[index(x)];
       float* below = cell + (columns_ + 2) * kHistogramFloats;
@@ -133,7 +138,7 @@ void ScaleCells::compute(const Kernels& kernels, const Subwindow& from, float* o
     for (int x = 1; x < columns_ - 1; ++x) {
       const float factors[4] = {factor(x, y), factor(x, y - 1), factor(x - 1, y), factor(x - 1, y - 1)};
       alignas(32) float values[kHogChannels];
-      kernels.hogCell(cell(x, y), factors, values);
+      kernels.hogCell(cell(x, y), factors, kHogChannels, values);
       out = std::copy_n(values, kValues, out);
     }
 }

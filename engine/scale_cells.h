@@ -14,8 +14,8 @@ namespace csrt_engine {
 /// Samples a subwindow down to the scale model's size and answers its cells' gradient values.
 class ScaleCells {
  public:
-  static constexpr int kCell = 4;      ///< pixels of a cell's side
-  static constexpr int kValues = 31;   ///< values of an inner cell
+  static constexpr int kCell = 4;     ///< pixels of a cell's side
+  static constexpr int kValues = 31;  ///< values of an inner cell
 
   /// model: pixels, at least two cells wide and high.
   void setup(cv::Size model);
@@ -29,7 +29,9 @@ class ScaleCells {
   void sample(const Kernels& kernels, const Subwindow& from);
   void sampleSlowly(const Subwindow& from);
   void accumulate(const Kernels& kernels);
-  std::size_t planeFloats() const { return static_cast<std::size_t>(stride_) * static_cast<std::size_t>(lines_ * kCell); }
+  std::size_t planeFloats() const {
+    return static_cast<std::size_t>(stride_) * static_cast<std::size_t>(lines_ * kCell);
+  }
 
   cv::Size model_;
   int columns_ = 0, lines_ = 0;

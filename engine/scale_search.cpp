@@ -6,7 +6,9 @@
 namespace csrt_engine {
 namespace {
 
-std::size_t index(int i) { return static_cast<std::size_t>(i); }
+std::size_t index(int i) {
+  return static_cast<std::size_t>(i);
+}
 
 std::vector<float> hann(int n) {
   std::vector<float> window(index(n), 1.f);
@@ -24,8 +26,8 @@ cv::Size ScaleSearch::modelSize(const cv::Size2f& t, float maxArea) {
   return {cvFloor(t.width * factor), cvFloor(t.height * factor)};
 }
 
-void ScaleSearch::init(const Kernels& kernels, const cv::Mat& image, const cv::Rect2f& box, const cv::Size2f& templateSize,
-                       const cv::tracking::TrackerCSRT::Params& params) {
+void ScaleSearch::init(const Kernels& kernels, const cv::Mat& image, const cv::Rect2f& box,
+                       const cv::Size2f& templateSize, const cv::tracking::TrackerCSRT::Params& params) {
   target_ = box.size();
   count_ = params.number_of_scales % 2 == 0 ? params.number_of_scales + 1 : params.number_of_scales;
   half_ = count_ / 2 + 1;
@@ -35,9 +37,9 @@ void ScaleSearch::init(const Kernels& kernels, const cv::Mat& image, const cv::R
   const float sigma = static_cast<float>(std::sqrt(count_) * params.scale_sigma_factor);
   smallest_ = static_cast<float>(
       std::pow(step, cvCeil(std::log(std::max(5.0 / templateSize.width, 5.0 / templateSize.height)) / std::log(step))));
-  largest_ = static_cast<float>(
-      std::pow(step, cvFloor(std::log(std::min(static_cast<float>(image.rows) / box.width,
-                                               static_cast<float>(image.cols) / box.height)) / std::log(step))));
+  largest_ = static_cast<float>(std::pow(step, cvFloor(std::log(std::min(static_cast<float>(image.rows) / box.width,
+                                                                         static_cast<float>(image.cols) / box.height)) /
+                                                       std::log(step))));
   const int middle = cvCeil(static_cast<float>(count_) / 2.0f);
   factors_.resize(index(count_));
   roots_ = unitRoots(count_);
@@ -65,7 +67,8 @@ void ScaleSearch::init(const Kernels& kernels, const cv::Mat& image, const cv::R
   pairs_ = padded_ / (2 * kBlock);
   newPicture();
   // Half the size in whole pixels: half a pixel beside the tracker's own centre when the size is odd.
-  computeSpectra(kernels, image, {box.x + static_cast<float>(target_.width / 2), box.y + static_cast<float>(target_.height / 2)});
+  computeSpectra(kernels, image,
+                 {box.x + static_cast<float>(target_.width / 2), box.y + static_cast<float>(target_.height / 2)});
 
   const std::size_t floats = index(pairs_) * 2 * kComplex * index(half_);
   float* numerator = numerator_.reserve(floats);
@@ -74,7 +77,8 @@ void ScaleSearch::init(const Kernels& kernels, const cv::Mat& image, const cv::R
   blend(kernels, 1);
 }
 
-const float* ScaleSearch::valuesAt(const Kernels& kernels, const cv::Mat& image, const cv::Point2f& center, cv::Size size) {
+const float* ScaleSearch::valuesAt(const Kernels& kernels, const cv::Mat& image, const cv::Point2f& center,
+                                   cv::Size size) {
   for (const Known& k : known_)
     if (k.size == size) return slots_.data() + index(k.slot) * index(padded_);
   const int slot = static_cast<int>(known_.size());
@@ -106,8 +110,8 @@ void ScaleSearch::computeSpectra(const Kernels& kernels, const cv::Mat& image, c
   float* work = work_.reserve(index(3 * count_) * rowFloats);
   float* spectra = spectra_.reserve(index(pairs_) * 2 * rowFloats * index(half_));
   for (int p = 0; p < pairs_; ++p)
-    kernels.packedRow(tables_.plan(), rows + index(p) * index(count_) * rowFloats, spectra + index(p) * 2 * rowFloats * index(half_),
-                      work);
+    kernels.packedRow(tables_.plan(), rows + index(p) * index(count_) * rowFloats,
+                      spectra + index(p) * 2 * rowFloats * index(half_), work);
 }
 
 float ScaleSearch::estimate(const Kernels& kernels, const cv::Mat& image, const cv::Point2f& center) {

@@ -35,15 +35,15 @@ class ScaleSearch {
     int slot;
   };
   ScaleCells cells_;
-  std::vector<Known> known_;         // sizes whose values were computed for this picture
+  std::vector<Known> known_;  // sizes whose values were computed for this picture
   cv::Point2f knownCenter_;
-  AlignedArray<float> slots_;        // their values, padded_ floats each
-  int padded_ = 0, pairs_ = 0;       // floats of one size's values; blocks of 2 x 8 values
-  int count_ = 0, half_ = 0;         // sizes, frequencies
+  AlignedArray<float> slots_;   // their values, padded_ floats each
+  int padded_ = 0, pairs_ = 0;  // floats of one size's values; blocks of 2 x 8 values
+  int count_ = 0, half_ = 0;    // sizes, frequencies
   cv::Size target_;
   float current_ = 1, smallest_ = 0, largest_ = 0, rate_ = 0;
   std::vector<float> factors_, window_, roots_;
-  std::vector<float> labels_;        // spectrum of the wanted answer: pairs
+  std::vector<float> labels_;  // spectrum of the wanted answer: pairs
   FftTables tables_;
   AlignedArray<float> rows_, work_, spectra_, numerator_;
   std::vector<float> denominator_, response_;

@@ -7,7 +7,9 @@
 namespace csrt_engine {
 namespace {
 
-std::size_t index(int i) { return static_cast<std::size_t>(i); }
+std::size_t index(int i) {
+  return static_cast<std::size_t>(i);
+}
 
 /// Position i of n mirrored at the borders, the border's element twice: cba|abc|cba.
 int mirrored(int i, int n) {
@@ -57,7 +59,8 @@ void Smoothing::filter(const std::vector<double>& in, std::vector<double>& out, 
   const int width = size_.width, height = size_.height, stride = width + 2 * radius_, side = 2 * radius_ + 1;
   for (int y = -radius_; y < height + radius_; ++y)
     for (int x = -radius_; x < width + radius_; ++x)
-      padded_[index((y + radius_) * stride + x + radius_)] = in[index(mirrored(y, height) * width + mirrored(x, width))];
+      padded_[index((y + radius_) * stride + x + radius_)] =
+          in[index(mirrored(y, height) * width + mirrored(x, width))];
   for (int y = 0; y < height; ++y) {
     double* row = &out[index(y * width)];
     std::fill_n(row, width, 0.0);

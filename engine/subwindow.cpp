@@ -53,6 +53,11 @@ void copyRow(const Subwindow& from, int row, int pad, uint8_t* out) {
   repeat(first + 3 * (end - 1), from.width - end + pad, first + 3 * end);
 }
 
+void copyPixels(const cv::Mat& image, int x, int y, int n, uint8_t* out) {
+  const int channels = image.channels();
+  expand(image.ptr<uint8_t>(y) + static_cast<std::ptrdiff_t>(channels) * x, channels, n, out);
+}
+
 Bgr pixelAt(const Subwindow& from, int column, int row) {
   const int x = std::clamp(from.x + std::clamp(column, 0, from.width - 1), 0, from.image->cols - 1);
   const int y = std::clamp(from.y + std::clamp(row, 0, from.height - 1), 0, from.image->rows - 1);

@@ -21,6 +21,9 @@ Subwindow subwindowAround(const cv::Mat& image, const cv::Point2f& center, int w
 /// out: 3 * (width + 2 * pad) bytes.
 void copyRow(const Subwindow& from, int row, int pad, uint8_t* out);
 
+/// Copies n pixels of the picture from (x, y) on as BGR; all of them lie inside.
+void copyPixels(const cv::Mat& image, int x, int y, int n, uint8_t* out);
+
 /// The BGR pixel at (column, row) of the subwindow, both clamped to its size.
 struct Bgr {
   uint8_t b, g, r;

@@ -12,9 +12,27 @@ namespace {
 constexpr int kLargestSide = 1 << 14;
 constexpr int kSmallestCells = 2;
 
-float area(const cv::Size2f& size) { return size.width * size.height; }
+/// Settings that make OpenCV's tracker read where nothing is.
+void refuseUnusable(const EngineTracker::Params& p) {
+  if (!p.use_hog && !p.use_color_names && !p.use_gray && !p.use_rgb)
+    CV_Error(cv::Error::StsBadArg, "no feature is switched on");
+  if (p.use_hog && (p.num_hog_channels_used < 0 || p.num_hog_channels_used > kHogChannels))
+    CV_Error(cv::Error::StsOutOfRange, "num_hog_channels_used must lie between 0 and 32");
+  if (p.use_hog && p.num_hog_channels_used == 0 && !p.use_color_names && !p.use_gray && !p.use_rgb)
+    CV_Error(cv::Error::StsBadArg, "no feature is switched on");
+  if (p.use_segmentation && p.histogram_bins < 1)
+    CV_Error(cv::Error::StsOutOfRange, "histogram_bins must be at least 1");
+  if (p.use_segmentation && p.background_ratio == 0)
+    CV_Error(cv::Error::StsOutOfRange, "background_ratio must not be 0");
+}
 
-int wrapped(int i, int n) { return (i % n + n) % n; }
+float area(const cv::Size2f& size) {
+  return size.width * size.height;
+}
+
+int wrapped(int i, int n) {
+  return (i % n + n) % n;
+}
 
 /// How far the peak of a parabola through three neighbours lies from the middle one.
 float parabolaPeak(float before, float middle, float after) {
@@ -36,13 +54,17 @@ void grow(const cv::Mat& in, cv::Mat& out) {
 
 }  // namespace
 
-void EngineTracker::setInitialMask(cv::InputArray mask) { presetMask_ = mask.getMat(); }
+void EngineTracker::setInitialMask(cv::InputArray mask) {
+  presetMask_ = mask.getMat();
+}
 
 bool EngineTracker::ownCase(const cv::Mat& image, const cv::Rect& box) const {
   if (image.empty() || (image.type() != CV_8UC1 && image.type() != CV_8UC3)) return false;
   if (box.width < 1 || box.height < 1 || box.width > kLargestSide || box.height > kLargestSide) return false;
   if (std::abs(static_cast<long long>(box.x)) > kLargestSide || std::abs(static_cast<long long>(box.y)) > kLargestSide)
     return false;
+  const cv::Size model = ScaleSearch::modelSize(templateSize_, params_.scale_model_max_area);
+  if (std::min(model.width, model.height) < 2 * ScaleCells::kCell) return false;
   return std::max(templateSize_.width, templateSize_.height) <= kLargestSide &&
          std::min(cells_.width, cells_.height) >= kSmallestCells && patchSize_.width / cellSize_ == cells_.width;
 }
@@ -81,7 +103,8 @@ cv::Mat EngineTracker::makeWindow() const {
 void EngineTracker::makeDefaultMask() {
   const cv::Size size(cvFloor(targetSize_.width * shrink_ / static_cast<float>(cellSize_)),
                       cvFloor(targetSize_.height * shrink_ / static_cast<float>(cellSize_)));
-  const int x = std::max((cells_.width - size.width) / 2 - 1, 0), y = std::max((cells_.height - size.height) / 2 - 1, 0);
+  const int x = std::max((cells_.width - size.width) / 2 - 1, 0),
+            y = std::max((cells_.height - size.height) / 2 - 1, 0);
   defaultMask_ = cv::Mat::zeros(cells_, CV_32FC1);
   defaultMask_(cv::Rect(x, y, size.width, size.height)) = 1.0f;
   defaultMaskArea_ = static_cast<float>(cv::sum(defaultMask_)[0]);
@@ -102,7 +125,7 @@ cv::Mat EngineTracker::usableMask(const cv::Mat& segmented) {
 
 cv::Mat EngineTracker::firstMask(const cv::Mat& image) {
   if (!params_.use_segmentation) return defaultMask_;
-  colors_.init(image, box_, params_);
+  colors_.init(kernels_, image, box_, params_);
   const ColorModel::Window window = colorWindow();
   if (!presetMask_.data) {
     colors_.segment(image, window, cells_, segmented_);
@@ -119,19 +142,20 @@ cv::Mat EngineTracker::firstMask(const cv::Mat& image) {
 
 cv::Mat EngineTracker::nextMask(const cv::Mat& image) {
   if (!params_.use_segmentation) return defaultMask_;
-  colors_.learn(image, box_);
+  colors_.learn(kernels_, image, box_);
   colors_.segment(image, colorWindow(), cells_, segmented_);
   return usableMask(segmented_);
 }
 
 const float* EngineTracker::featuresAt(const cv::Mat& image) {
-  const Subwindow window = subwindowAround(image, center_, cvFloor(scale_ * templateSize_.width),
-                                           cvFloor(scale_ * templateSize_.height));
+  const Subwindow window =
+      subwindowAround(image, center_, cvFloor(scale_ * templateSize_.width), cvFloor(scale_ * templateSize_.height));
   return features_.compute(kernels_, patch_.make(kernels_, window, patchSize_));
 }
 
 void EngineTracker::init(cv::InputArray input, const cv::Rect& boundingBox) {
   who_ = Who::Nobody;
+  refuseUnusable(params_);
   const cv::Mat image = input.getMat();
   chooseSizes(boundingBox);
   if (!ownCase(image, boundingBox)) return initOpenCv(input, boundingBox);
@@ -164,7 +188,8 @@ cv::Point2f EngineTracker::estimatePosition(const cv::Mat& image) {
   if (most < params_.psr_threshold) return {-1, -1};
   const auto value = [&](int x, int y) { return answer.at<float>(wrapped(y, answer.rows), wrapped(x, answer.cols)); };
   const float middle = value(peak.x, peak.y);
-  float column = static_cast<float>(peak.x) + parabolaPeak(value(peak.x - 1, peak.y), middle, value(peak.x + 1, peak.y));
+  float column =
+      static_cast<float>(peak.x) + parabolaPeak(value(peak.x - 1, peak.y), middle, value(peak.x + 1, peak.y));
   float row = static_cast<float>(peak.y) + parabolaPeak(value(peak.x, peak.y - 1), middle, value(peak.x, peak.y + 1));
   const auto columns = static_cast<float>(answer.cols), rows = static_cast<float>(answer.rows);
   if (row + 1 > rows / 2.0f) row = row - rows;

@@ -9,7 +9,9 @@ namespace {
 
 using Profile = std::vector<float>;
 
-std::size_t index(int i) { return static_cast<std::size_t>(i); }
+std::size_t index(int i) {
+  return static_cast<std::size_t>(i);
+}
 
 cv::Mat product(const Profile& down, const Profile& across) {
   cv::Mat plane(static_cast<int>(down.size()), static_cast<int>(across.size()), CV_32FC1);
@@ -73,9 +75,13 @@ Profile chebyshev(int n, float attenuation) {
 
 }  // namespace
 
-cv::Mat hannWindow(cv::Size size) { return product(hann(size.height), hann(size.width)); }
+cv::Mat hannWindow(cv::Size size) {
+  return product(hann(size.height), hann(size.width));
+}
 
-cv::Mat kaiserWindow(cv::Size size, float alpha) { return product(kaiser(size.height, alpha), kaiser(size.width, alpha)); }
+cv::Mat kaiserWindow(cv::Size size, float alpha) {
+  return product(kaiser(size.height, alpha), kaiser(size.width, alpha));
+}
 
 cv::Mat chebyshevWindow(cv::Size size, float attenuation) {
   return product(chebyshev(size.height, attenuation), chebyshev(size.width, attenuation));

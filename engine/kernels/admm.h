@@ -138,8 +138,7 @@ CSRT_INLINE Vec energy(const float* f) {
 /// The first guess: labels divided by features.
 CSRT_INLINE void startColumn(const AdmmInput& in, int u, float lambda, float* sum) {
   const Grid& grid = *in.grid;
-  for (int v = 0; v < grid.nv; ++v)
-    CSRT_FOR_LANES(lane) {
+  for (int v = 0; v < grid.nv; ++v) CSRT_FOR_LANES(lane) {
       const float* f = in.features + at(grid, u, v) + lane;
       const Cpx cross = crossSpectrum(f, in.labels + 2L * (static_cast<long>(u) * grid.nv + v));
       const Vec factor = 1.0f / (energy(f) + lambda);
@@ -150,10 +149,10 @@ CSRT_INLINE void startColumn(const AdmmInput& in, int u, float lambda, float* su
 
 /// With H the masked filter of the last round, T = mu G + L what it came from and mu the old penalty, the multiplier is
 /// L = T - mu H; the next G = (S + mu' H - L) / (energy + mu'), and T' = mu' G + L replaces T.
-CSRT_INLINE void nextColumn(const AdmmInput& in, int u, bool first, float mu, float next, const float* masked, float* sum) {
+CSRT_INLINE void nextColumn(const AdmmInput& in, int u, bool first, float mu, float next, const float* masked,
+                            float* sum) {
   const Grid& grid = *in.grid;
-  for (int v = 0; v < grid.nv; ++v)
-    CSRT_FOR_LANES(lane) {
+  for (int v = 0; v < grid.nv; ++v) CSRT_FOR_LANES(lane) {
       const float* f = in.features + at(grid, u, v) + lane;
       const Cpx cross = crossSpectrum(f, in.labels + 2L * (static_cast<long>(u) * grid.nv + v));
       const Vec factor = next / (energy(f) + next);
@@ -168,8 +167,7 @@ CSRT_INLINE void nextColumn(const AdmmInput& in, int u, bool first, float mu, fl
 /// The filter of the last round, moved back from the mask's centre.
 CSRT_INLINE void finishColumn(const AdmmInput& in, int u, const float* masked) {
   const Grid& grid = *in.grid;
-  for (int v = 0; v < grid.nv; ++v)
-    CSRT_FOR_LANES(lane) {
+  for (int v = 0; v < grid.nv; ++v) CSRT_FOR_LANES(lane) {
       const float* b = in.back + 2L * (static_cast<long>(u) * grid.nv + v);
       const Vec hr = load(masked + kComplex * v + lane), hi = load(masked + kComplex * v + kBlock + lane);
       float* out = in.filter + at(grid, u, v) + lane;
@@ -182,9 +180,9 @@ static void admmFilter(const AdmmInput& in) {
   const Grid& grid = *in.grid;
   const int half = grid.half();
   const long rowStride = static_cast<long>(kComplex) * half;
-  float* const sums = in.work;                                                       // T: half x nv
-  float* const rows = sums + static_cast<long>(kComplex) * half * grid.nv;           // mask rows: mv x half
-  float* const pairs = rows + rowStride * (in.mv + 1);                               // scratch of the direct transforms
+  float* const sums = in.work;                                              // T: half x nv
+  float* const rows = sums + static_cast<long>(kComplex) * half * grid.nv;  // mask rows: mv x half
+  float* const pairs = rows + rowStride * (in.mv + 1);                      // scratch of the direct transforms
   float* const masked = pairs + 2L * kComplex * ((grid.nv > grid.nu ? grid.nv : grid.nu) / 2 + 2);  // one column of H
   const float lambda = 5.0f / 100.0f, most = 20.0f, growth = 3.0f;
   const float whole = 1.0f / (static_cast<float>(grid.nu) * static_cast<float>(grid.nv));
@@ -199,7 +197,8 @@ static void admmFilter(const AdmmInput& in) {
   }
   float mu = 5.0f, scale = whole, before = 0;
   for (int round = 0;; ++round) {
-    for (int v = 0; v < in.mv; ++v) maskRow(in, rows + rowStride * v, in.mask + static_cast<long>(v) * in.mu, scale, pairs);
+    for (int v = 0; v < in.mv; ++v)
+      maskRow(in, rows + rowStride * v, in.mask + static_cast<long>(v) * in.mu, scale, pairs);
     const bool last = round >= in.iterations;
     for (int u = 0; u < half; ++u) {
       float* sum = sums + at(grid, u, 0);

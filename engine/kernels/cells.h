@@ -6,11 +6,9 @@
 
 /// The 32 values of a cell: 18 signed directions, 9 unsigned ones, 4 sums (texture), and one that is 0 here.
 /// histogram: 18 floats followed by at least 6 zeros.
-static void hogOfCell(const float* histogram, const float* factors, float* out) {
+static void hogOfCell(const float* histogram, const float* factors, int count, float* out) {
   constexpr int kSigned = 18, kUnsigned = 9;
-  alignas(32) float sums[kBlock * 2] = {};
   alignas(32) float texture[4][kBlock] = {};
-  for (int i = 0; i < kUnsigned; ++i) sums[i] = histogram[i] + histogram[i + kUnsigned];
   const Vec limit = splat(0.2f);
   for (int i = 0; i < kBlock * 3; i += kLanes) {
     const Vec h = load(histogram + i);
@@ -18,12 +16,15 @@ static void hogOfCell(const float* histogram, const float* factors, float* out) 
     for (int k = 0; k < 4; ++k) {
       const Vec part = smaller(h * factors[k], limit);
       total += part;
+      if (count <= kSigned) continue;
       float* t = texture[k] + i % kBlock;
       store(t, load(t) + part);
     }
     store(out + i, total * 0.5f);
   }
-  alignas(32) float unsignedPart[kBlock * 2];
+  if (count <= kSigned) return;
+  alignas(32) float sums[kBlock * 2] = {}, unsignedPart[kBlock * 2];
+  for (int i = 0; i < kUnsigned; ++i) sums[i] = histogram[i] + histogram[i + kUnsigned];
   for (int i = 0; i < kBlock * 2; i += kLanes) {
     const Vec h = load(sums + i);
     Vec total = Vec{};

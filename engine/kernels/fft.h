@@ -9,13 +9,23 @@ struct Cpx {
   Vec re, im;
 };
 
-CSRT_INLINE Cpx add(Cpx a, Cpx b) { return {a.re + b.re, a.im + b.im}; }
-CSRT_INLINE Cpx sub(Cpx a, Cpx b) { return {a.re - b.re, a.im - b.im}; }
-CSRT_INLINE Cpx scaled(Cpx a, float s) { return {a.re * s, a.im * s}; }
+CSRT_INLINE Cpx add(Cpx a, Cpx b) {
+  return {a.re + b.re, a.im + b.im};
+}
+CSRT_INLINE Cpx sub(Cpx a, Cpx b) {
+  return {a.re - b.re, a.im - b.im};
+}
+CSRT_INLINE Cpx scaled(Cpx a, float s) {
+  return {a.re * s, a.im * s};
+}
 /// -i * a
-CSRT_INLINE Cpx turned(Cpx a) { return {a.im, -a.re}; }
+CSRT_INLINE Cpx turned(Cpx a) {
+  return {a.im, -a.re};
+}
 /// a * (c - i s)
-CSRT_INLINE Cpx rotated(Cpx a, float c, float s) { return {a.re * c + a.im * s, a.im * c - a.re * s}; }
+CSRT_INLINE Cpx rotated(Cpx a, float c, float s) {
+  return {a.re * c + a.im * s, a.im * c - a.re * s};
+}
 
 template <int R>
 struct Butterfly;
@@ -139,11 +149,21 @@ static void fftLanes(const FftPlan& plan, const float* in, float* out, float* wo
     const bool last = i + 1 == plan.stages && (plan.stages > 1 || in != out);
     float* const to = last ? out : buffer[i % 2];
     switch (plan.stage[i].radix) {
-      case 2: stageOf<2>(plan.stage[i], from, to, re, im); break;
-      case 3: stageOf<3>(plan.stage[i], from, to, re, im); break;
-      case 4: stageOf<4>(plan.stage[i], from, to, re, im); break;
-      case 5: stageOf<5>(plan.stage[i], from, to, re, im); break;
-      default: anyRadixStage(plan.stage[i], from, to, re, im); break;
+      case 2:
+        stageOf<2>(plan.stage[i], from, to, re, im);
+        break;
+      case 3:
+        stageOf<3>(plan.stage[i], from, to, re, im);
+        break;
+      case 4:
+        stageOf<4>(plan.stage[i], from, to, re, im);
+        break;
+      case 5:
+        stageOf<5>(plan.stage[i], from, to, re, im);
+        break;
+      default:
+        anyRadixStage(plan.stage[i], from, to, re, im);
+        break;
     }
     from = to;
   }

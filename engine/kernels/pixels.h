@@ -119,23 +119,51 @@ typedef __m128i Words;   // four of them
 CSRT_INLINE Shorts loadBytes(const uint8_t* p) {
   return _mm_unpacklo_epi8(_mm_loadl_epi64((const __m128i*)p), _mm_setzero_si128());
 }
-CSRT_INLINE void storeLow(uint8_t* p, Shorts v) { _mm_storel_epi64((__m128i*)p, _mm_packus_epi16(v, v)); }
-CSRT_INLINE void storeShorts(int16_t* p, Shorts v) { _mm_storeu_si128((__m128i*)p, v); }
-CSRT_INLINE Shorts minus(Shorts a, Shorts b) { return _mm_sub_epi16(a, b); }
-CSRT_INLINE Shorts plus(Shorts a, Shorts b) { return _mm_add_epi16(a, b); }
-CSRT_INLINE Shorts both(Shorts a, Shorts b) { return _mm_and_si128(a, b); }
-CSRT_INLINE Shorts either(Shorts a, Shorts b) { return _mm_or_si128(a, b); }
-CSRT_INLINE Shorts butNot(Shorts a, Shorts b) { return _mm_andnot_si128(b, a); }
-CSRT_INLINE Shorts equal(Shorts a, Shorts b) { return _mm_cmpeq_epi16(a, b); }
-CSRT_INLINE Shorts greater(Shorts a, Shorts b) { return _mm_cmpgt_epi16(a, b); }
-CSRT_INLINE Shorts shorts(int v) { return _mm_set1_epi16((int16_t)v); }
-CSRT_INLINE Words equalWords(Words a, Words b) { return _mm_cmpeq_epi32(a, b); }
-CSRT_INLINE Words greaterWords(Words a, Words b) { return _mm_cmpgt_epi32(a, b); }
+CSRT_INLINE void storeLow(uint8_t* p, Shorts v) {
+  _mm_storel_epi64((__m128i*)p, _mm_packus_epi16(v, v));
+}
+CSRT_INLINE void storeShorts(int16_t* p, Shorts v) {
+  _mm_storeu_si128((__m128i*)p, v);
+}
+CSRT_INLINE Shorts minus(Shorts a, Shorts b) {
+  return _mm_sub_epi16(a, b);
+}
+CSRT_INLINE Shorts plus(Shorts a, Shorts b) {
+  return _mm_add_epi16(a, b);
+}
+CSRT_INLINE Shorts both(Shorts a, Shorts b) {
+  return _mm_and_si128(a, b);
+}
+CSRT_INLINE Shorts either(Shorts a, Shorts b) {
+  return _mm_or_si128(a, b);
+}
+CSRT_INLINE Shorts butNot(Shorts a, Shorts b) {
+  return _mm_andnot_si128(b, a);
+}
+CSRT_INLINE Shorts equal(Shorts a, Shorts b) {
+  return _mm_cmpeq_epi16(a, b);
+}
+CSRT_INLINE Shorts greater(Shorts a, Shorts b) {
+  return _mm_cmpgt_epi16(a, b);
+}
+CSRT_INLINE Shorts shorts(int v) {
+  return _mm_set1_epi16((int16_t)v);
+}
+CSRT_INLINE Words equalWords(Words a, Words b) {
+  return _mm_cmpeq_epi32(a, b);
+}
+CSRT_INLINE Words greaterWords(Words a, Words b) {
+  return _mm_cmpgt_epi32(a, b);
+}
 CSRT_INLINE Words pickWords(Words mask, Words a, Words b) {
   return _mm_or_si128(_mm_and_si128(mask, a), _mm_andnot_si128(mask, b));
 }
-CSRT_INLINE Shorts narrow(Words low, Words high) { return _mm_packs_epi32(low, high); }
-CSRT_INLINE bool any(Shorts v) { return _mm_movemask_epi8(v) != 0; }
+CSRT_INLINE Shorts narrow(Words low, Words high) {
+  return _mm_packs_epi32(low, high);
+}
+CSRT_INLINE bool any(Shorts v) {
+  return _mm_movemask_epi8(v) != 0;
+}
 /// a * p + b * q of each lane, in 32 bits.
 CSRT_INLINE void sumOfProducts(Shorts a, Shorts p, Shorts b, Shorts q, Words& low, Words& high) {
   low = _mm_madd_epi16(_mm_unpacklo_epi16(a, b), _mm_unpacklo_epi16(p, q));
@@ -144,25 +172,60 @@ CSRT_INLINE void sumOfProducts(Shorts a, Shorts p, Shorts b, Shorts q, Words& lo
 CSRT_INLINE void storeLength(float* out, Words v, float unit) {
   _mm_storeu_ps(out, _mm_mul_ps(_mm_sqrt_ps(_mm_cvtepi32_ps(v)), _mm_set1_ps(unit)));
 }
+CSRT_INLINE Words shiftRight15(Words a, Words b) {
+  return _mm_srai_epi32(_mm_add_epi32(a, b), 15);
+}
 #elif defined(__aarch64__)
 typedef int16x8_t Shorts;
 typedef int32x4_t Words;
-CSRT_INLINE Shorts loadBytes(const uint8_t* p) { return vreinterpretq_s16_u16(vmovl_u8(vld1_u8(p))); }
-CSRT_INLINE void storeLow(uint8_t* p, Shorts v) { vst1_u8(p, vqmovun_s16(v)); }
-CSRT_INLINE void storeShorts(int16_t* p, Shorts v) { vst1q_s16(p, v); }
-CSRT_INLINE Shorts minus(Shorts a, Shorts b) { return vsubq_s16(a, b); }
-CSRT_INLINE Shorts plus(Shorts a, Shorts b) { return vaddq_s16(a, b); }
-CSRT_INLINE Shorts both(Shorts a, Shorts b) { return vandq_s16(a, b); }
-CSRT_INLINE Shorts either(Shorts a, Shorts b) { return vorrq_s16(a, b); }
-CSRT_INLINE Shorts butNot(Shorts a, Shorts b) { return vbicq_s16(a, b); }
-CSRT_INLINE Shorts equal(Shorts a, Shorts b) { return vreinterpretq_s16_u16(vceqq_s16(a, b)); }
-CSRT_INLINE Shorts greater(Shorts a, Shorts b) { return vreinterpretq_s16_u16(vcgtq_s16(a, b)); }
-CSRT_INLINE Shorts shorts(int v) { return vdupq_n_s16((int16_t)v); }
-CSRT_INLINE Words equalWords(Words a, Words b) { return vreinterpretq_s32_u32(vceqq_s32(a, b)); }
-CSRT_INLINE Words greaterWords(Words a, Words b) { return vreinterpretq_s32_u32(vcgtq_s32(a, b)); }
-CSRT_INLINE Words pickWords(Words mask, Words a, Words b) { return vbslq_s32(vreinterpretq_u32_s32(mask), a, b); }
-CSRT_INLINE Shorts narrow(Words low, Words high) { return vcombine_s16(vqmovn_s32(low), vqmovn_s32(high)); }
-CSRT_INLINE bool any(Shorts v) { return vmaxvq_u16(vreinterpretq_u16_s16(v)) != 0; }
+CSRT_INLINE Shorts loadBytes(const uint8_t* p) {
+  return vreinterpretq_s16_u16(vmovl_u8(vld1_u8(p)));
+}
+CSRT_INLINE void storeLow(uint8_t* p, Shorts v) {
+  vst1_u8(p, vqmovun_s16(v));
+}
+CSRT_INLINE void storeShorts(int16_t* p, Shorts v) {
+  vst1q_s16(p, v);
+}
+CSRT_INLINE Shorts minus(Shorts a, Shorts b) {
+  return vsubq_s16(a, b);
+}
+CSRT_INLINE Shorts plus(Shorts a, Shorts b) {
+  return vaddq_s16(a, b);
+}
+CSRT_INLINE Shorts both(Shorts a, Shorts b) {
+  return vandq_s16(a, b);
+}
+CSRT_INLINE Shorts either(Shorts a, Shorts b) {
+  return vorrq_s16(a, b);
+}
+CSRT_INLINE Shorts butNot(Shorts a, Shorts b) {
+  return vbicq_s16(a, b);
+}
+CSRT_INLINE Shorts equal(Shorts a, Shorts b) {
+  return vreinterpretq_s16_u16(vceqq_s16(a, b));
+}
+CSRT_INLINE Shorts greater(Shorts a, Shorts b) {
+  return vreinterpretq_s16_u16(vcgtq_s16(a, b));
+}
+CSRT_INLINE Shorts shorts(int v) {
+  return vdupq_n_s16((int16_t)v);
+}
+CSRT_INLINE Words equalWords(Words a, Words b) {
+  return vreinterpretq_s32_u32(vceqq_s32(a, b));
+}
+CSRT_INLINE Words greaterWords(Words a, Words b) {
+  return vreinterpretq_s32_u32(vcgtq_s32(a, b));
+}
+CSRT_INLINE Words pickWords(Words mask, Words a, Words b) {
+  return vbslq_s32(vreinterpretq_u32_s32(mask), a, b);
+}
+CSRT_INLINE Shorts narrow(Words low, Words high) {
+  return vcombine_s16(vqmovn_s32(low), vqmovn_s32(high));
+}
+CSRT_INLINE bool any(Shorts v) {
+  return vmaxvq_u16(vreinterpretq_u16_s16(v)) != 0;
+}
 CSRT_INLINE void sumOfProducts(Shorts a, Shorts p, Shorts b, Shorts q, Words& low, Words& high) {
   low = vmlal_s16(vmull_s16(vget_low_s16(a), vget_low_s16(p)), vget_low_s16(b), vget_low_s16(q));
   high = vmlal_s16(vmull_s16(vget_high_s16(a), vget_high_s16(p)), vget_high_s16(b), vget_high_s16(q));
@@ -170,10 +233,13 @@ CSRT_INLINE void sumOfProducts(Shorts a, Shorts p, Shorts b, Shorts q, Words& lo
 CSRT_INLINE void storeLength(float* out, Words v, float unit) {
   vst1q_f32(out, vmulq_n_f32(vsqrtq_f32(vcvtq_f32_s32(v)), unit));
 }
+CSRT_INLINE Words shiftRight15(Words a, Words b) {
+  return vshrq_n_s32(vaddq_s32(a, b), 15);
+}
 #endif
 
-/// Between direction j and j + 1 of the first quadrant the larger projection changes where dy * kRise[j] = dx * kRun[j]:
-/// differences of the library's unit vectors, in units of 1/10000. Whole gradients meet none of these exactly.
+/// Between direction j and j + 1 of the first quadrant the larger projection changes where dy * kRise[j] = dx *
+/// kRun[j]: differences of the library's unit vectors, in units of 1/10000. Whole gradients meet none of these exactly.
 constexpr int kRise[4] = {3420, 3008, 2232, 1188}, kRun[4] = {603, 1737, 2660, 3264};
 
 /// Direction 0 .. 17 of gradients up to 255 long each way. What lies exactly upwards or downwards counts as 4 or 13.

@@ -4,7 +4,9 @@
 
 #include "fft.h"
 
-CSRT_INLINE long at(const Grid& grid, int u, int v) { return static_cast<long>(kComplex) * (static_cast<long>(u) * grid.nv + v); }
+CSRT_INLINE long at(const Grid& grid, int u, int v) {
+  return static_cast<long>(kComplex) * (static_cast<long>(u) * grid.nv + v);
+}
 
 /// Splits the transform z of two rows packed as one into columns v and v + 1 of the spectrum.
 CSRT_INLINE void unpackRows(const Grid& grid, const float* z, int v, bool both, float* spectrum) {
@@ -55,8 +57,7 @@ static void forwardPlanes(const Grid& grid, const float* planes, float* spectrum
     const bool both = v + 1 < grid.nv;
     const float* first = planes + static_cast<long>(kBlock) * v * grid.nu;
     const float* second = first + static_cast<long>(kBlock) * grid.nu;
-    for (int u = 0; u < grid.nu; ++u)
-      CSRT_FOR_LANES(lane) {
+    for (int u = 0; u < grid.nu; ++u) CSRT_FOR_LANES(lane) {
         store(z + kComplex * u + lane, load(first + kBlock * u + lane));
         store(z + kComplex * u + kBlock + lane, both ? load(second + kBlock * u + lane) : Vec{});
       }
@@ -76,8 +77,7 @@ static void peaksOfResponse(const Grid& grid, const float* features, const float
   float* const rest = z + static_cast<long>(kComplex) * grid.nu;
   for (int u = 0; u < grid.half(); ++u) {
     float* column = spectrum + at(grid, u, 0);
-    for (long i = at(grid, u, 0), end = at(grid, u + 1, 0); i < end; i += kComplex)
-      CSRT_FOR_LANES(lane) {
+    for (long i = at(grid, u, 0), end = at(grid, u + 1, 0); i < end; i += kComplex) CSRT_FOR_LANES(lane) {
         const Vec fr = load(features + i + lane), fi = load(features + i + kBlock + lane);
         const Vec hr = load(filter + i + lane), hi = load(filter + i + kBlock + lane);
         store(spectrum + i + lane, fr * hr + fi * hi);
@@ -105,8 +105,8 @@ static void peaksOfResponse(const Grid& grid, const float* features, const float
 
 /// One plane is turned back with the lanes running over neighbouring columns, then over neighbouring pairs of rows.
 /// Work space: (half() / 8 + 1) * nv + 4 * max(nu, nv) complex elements.
-static void responsePlane(const Grid& grid, const float* features, const float* filter, const float* weights, int blocks,
-                          float* work, float* plane) {
+static void responsePlane(const Grid& grid, const float* features, const float* filter, const float* weights,
+                          int blocks, float* work, float* plane) {
   const int nu = grid.nu, nv = grid.nv, half = grid.half(), groups = (half + kBlock - 1) / kBlock;
   const long blockFloats = static_cast<long>(kComplex) * half * nv;
   float* const sums = work;  // groups x nv elements; lane: u within the group
@@ -163,7 +163,8 @@ static void responsePlane(const Grid& grid, const float* features, const float* 
       for (int row = 0; row < 2; ++row) {
         const int v = first + 2 * lane + row;
         if (v >= nv) break;
-        for (int u = 0; u < nu; ++u) plane[static_cast<long>(v) * nu + u] = z[kComplex * u + kBlock * row + lane] * scale;
+        for (int u = 0; u < nu; ++u)
+          plane[static_cast<long>(v) * nu + u] = z[kComplex * u + kBlock * row + lane] * scale;
       }
   }
 }

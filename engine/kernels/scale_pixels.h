@@ -11,7 +11,9 @@ CSRT_INLINE Quad loadPixel(const uint8_t* p, int skip) {
   const __m128i zero = _mm_setzero_si128(), four = _mm_srl_epi32(_mm_cvtsi32_si128(bytes), _mm_cvtsi32_si128(skip));
   return _mm_cvtepi32_ps(_mm_unpacklo_epi16(_mm_unpacklo_epi8(four, zero), zero));
 }
-CSRT_INLINE Quad quadOf(float v) { return _mm_set1_ps(v); }
+CSRT_INLINE Quad quadOf(float v) {
+  return _mm_set1_ps(v);
+}
 CSRT_INLINE void storeTransposed(Quad a, Quad b, Quad c, Quad d, float* blue, float* green, float* red) {
   _MM_TRANSPOSE4_PS(a, b, c, d);
   _mm_storeu_ps(blue, a);
@@ -19,8 +21,12 @@ CSRT_INLINE void storeTransposed(Quad a, Quad b, Quad c, Quad d, float* blue, fl
   _mm_storeu_ps(red, c);
 }
 /// a * b + c as the library's vector code computes it.
-CSRT_INLINE Quad quadMulAdd(Quad a, Quad b, Quad c) { return _mm_add_ps(_mm_mul_ps(a, b), c); }
-CSRT_INLINE Quad quadMul(Quad a, Quad b) { return _mm_mul_ps(a, b); }
+CSRT_INLINE Quad quadMulAdd(Quad a, Quad b, Quad c) {
+  return _mm_add_ps(_mm_mul_ps(a, b), c);
+}
+CSRT_INLINE Quad quadMul(Quad a, Quad b) {
+  return _mm_mul_ps(a, b);
+}
 #elif defined(__aarch64__)
 typedef float32x4_t Quad;
 CSRT_INLINE Quad loadPixel(const uint8_t* p, int skip) {
@@ -29,7 +35,9 @@ CSRT_INLINE Quad loadPixel(const uint8_t* p, int skip) {
   const uint16x8_t wide = vmovl_u8(vreinterpret_u8_u32(vdup_n_u32(bytes >> skip)));
   return vcvtq_f32_u32(vmovl_u16(vget_low_u16(wide)));
 }
-CSRT_INLINE Quad quadOf(float v) { return vdupq_n_f32(v); }
+CSRT_INLINE Quad quadOf(float v) {
+  return vdupq_n_f32(v);
+}
 CSRT_INLINE void storeTransposed(Quad a, Quad b, Quad c, Quad d, float* blue, float* green, float* red) {
   const float32x4x2_t ac = vzipq_f32(a, c), bd = vzipq_f32(b, d);
   const float32x4x2_t low = vzipq_f32(ac.val[0], bd.val[0]), high = vzipq_f32(ac.val[1], bd.val[1]);
@@ -37,13 +45,17 @@ CSRT_INLINE void storeTransposed(Quad a, Quad b, Quad c, Quad d, float* blue, fl
   vst1q_f32(green, low.val[1]);
   vst1q_f32(red, high.val[0]);
 }
-CSRT_INLINE Quad quadMulAdd(Quad a, Quad b, Quad c) { return vfmaq_f32(c, a, b); }
-CSRT_INLINE Quad quadMul(Quad a, Quad b) { return vmulq_f32(a, b); }
+CSRT_INLINE Quad quadMulAdd(Quad a, Quad b, Quad c) {
+  return vfmaq_f32(c, a, b);
+}
+CSRT_INLINE Quad quadMul(Quad a, Quad b) {
+  return vmulq_f32(a, b);
+}
 #endif
 
 /// One row of samples, each from two neighbours on two rows. n is rounded up to a multiple of four: the taps too.
-static void sampleRowOfPixels(const uint8_t* upper, const uint8_t* lower, const PixelTap* taps, int n, float upperWeight,
-                              float lowerWeight, float* out, int stride) {
+static void sampleRowOfPixels(const uint8_t* upper, const uint8_t* lower, const PixelTap* taps, int n,
+                              float upperWeight, float lowerWeight, float* out, int stride) {
   const Quad wu = quadOf(upperWeight), wl = quadOf(lowerWeight);
   for (int x = 0; x < n; x += 4) {
     Quad four[4];

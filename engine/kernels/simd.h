@@ -21,11 +21,21 @@ CSRT_INLINE Vec load(const float* p) {
   std::memcpy(&v, p, sizeof v);
   return v;
 }
-CSRT_INLINE void store(float* p, Vec v) { std::memcpy(p, &v, sizeof v); }
-CSRT_INLINE Vec splat(float x) { return x - Vec{}; }  // x - 0 is x for every x, and -0 stays -0
-CSRT_INLINE Vec pick(VecInt mask, Vec a, Vec b) { return (Vec)(((VecInt)a & mask) | ((VecInt)b & ~mask)); }
-CSRT_INLINE Vec smaller(Vec a, Vec b) { return pick(b < a, b, a); }
-CSRT_INLINE Vec larger(Vec a, Vec b) { return pick(a < b, b, a); }
+CSRT_INLINE void store(float* p, Vec v) {
+  std::memcpy(p, &v, sizeof v);
+}
+CSRT_INLINE Vec splat(float x) {
+  return x - Vec{};
+}  // x - 0 is x for every x, and -0 stays -0
+CSRT_INLINE Vec pick(VecInt mask, Vec a, Vec b) {
+  return (Vec)(((VecInt)a & mask) | ((VecInt)b & ~mask));
+}
+CSRT_INLINE Vec smaller(Vec a, Vec b) {
+  return pick(b < a, b, a);
+}
+CSRT_INLINE Vec larger(Vec a, Vec b) {
+  return pick(a < b, b, a);
+}
 
 CSRT_INLINE Vec root(Vec a) {
 #if defined(__AVX2__)

@@ -3,11 +3,29 @@
 
 #include "admm.h"
 #include "cells.h"
+#include "colors.h"
 #include "pixels.h"
 #include "planes.h"
 #include "scale.h"
 #include "scale_pixels.h"
 
-static const Kernels kTable = {kName,           forwardPlanes,    peaksOfResponse, admmFilter, blendFloats, responsePlane,
-                               packedRowSpectra, scaleSums,        scaleUpdate,
-                               cubicRowBytes,   cubicColumnBytes, gradientsOfRow,  sampleRowOfPixels, gradientsOfSamples, hogOfCell,  storeCellBlocks};
+static const Kernels kTable = {kName,
+                               forwardPlanes,
+                               peaksOfResponse,
+                               admmFilter,
+                               blendFloats,
+                               responsePlane,
+                               packedRowSpectra,
+                               scaleSums,
+                               scaleUpdate,
+                               cubicRowBytes,
+                               cubicColumnBytes,
+                               gradientsOfRow,
+                               sampleRowOfPixels,
+                               gradientsOfSamples,
+                               binsOfRow,
+                               brightnessOfRow,
+                               cubicRowOfOne,
+                               mixNames,
+                               hogOfCell,
+                               storeCellBlocks};

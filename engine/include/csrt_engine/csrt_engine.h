@@ -9,11 +9,14 @@ namespace csrt_engine {
 /// Makes a tracker that answers as cv::tracking::TrackerCSRT::create(params) would, faster. Never null.
 /// It takes and gives what OpenCV's does: init(picture, box), setInitialMask(), update(picture, box) on 8-bit pictures
 /// of one or three channels (BGR); boxes are whole pixels of the picture and may hang over its edge. update() answers
-/// false, and leaves the box empty, when the target is lost.
-/// Parameters that the engine cannot do the same get OpenCV's own tracker: see handling().
-/// Threads: one tracker belongs to one thread at a time; different trackers share nothing that changes. Uses no threads.
-/// Failure: what OpenCV's tracker throws (cv::Exception), with the same cause; update() before a successful init()
-/// throws cv::Exception too.
+/// false, and leaves the box as it was, when the target is lost.
+/// What the engine cannot do the same gets OpenCV's own tracker: parameters, see handling(); at init() pictures of
+/// other types, boxes of a few pixels or many thousands. Whoever did init() does the updates after it.
+/// Threads: one tracker belongs to one thread at a time; different trackers share nothing that changes. Uses no
+/// threads. Failure: what OpenCV's tracker throws (cv::Exception), with the same cause. Where OpenCV's would crash this
+/// throws cv::Exception too: update() before a successful init(); init() with no feature switched on, with histograms
+/// of less than one bin, a background ratio of 0, or gradient channels outside 0 .. 32. update() with a picture of more
+/// than 8 bits throws; OpenCV's may answer "lost" first.
 cv::Ptr<cv::tracking::TrackerCSRT> create(
     const cv::tracking::TrackerCSRT::Params& params = cv::tracking::TrackerCSRT::Params());
 
@@ -26,8 +29,8 @@ struct Handling {
 /// What create() does with `params`. Pure, any thread.
 Handling handling(const cv::tracking::TrackerCSRT::Params& params);
 
-/// Instruction set in use: "sse2", "avx2" or "neon"; the answers are the same with each. Chosen once, when first asked.
-/// The environment variable CSRT_ENGINE_ISA=baseline forces the processor family's smallest set, for checks.
+/// The instruction set in use: "sse2", "avx2" or "neon"; the answers are the same with each. Chosen once, when first
+/// asked. The environment variable CSRT_ENGINE_ISA=baseline forces the processor family's smallest set, for checks.
 const char* instructionSet();
 
 }  // namespace csrt_engine
