@@ -57,12 +57,12 @@ DirectTables::DirectTables(int n) : n_(n) {
         for (int k = 0; k < columns; ++k) {
           const long long step = static_cast<long long>(k) * (2 * d + (odd ? 0 : 1));  // in halves of an element
           const double angle = kPi * static_cast<double>(step % (2LL * n)) / n;
-          numbers_.push_back(static_cast<float>(sine ? std::sin(angle) : std::cos(angle)));
+          numbers_.insert(numbers_.end(), kTableWidth, static_cast<float>(sine ? std::sin(angle) : std::cos(angle)));
         }
 }
 
 DirectTable DirectTables::forWidth(int width) const {
-  const std::size_t size = static_cast<std::size_t>(n_ / 2 + 1) * static_cast<std::size_t>(n_ / 2 + 1);
+  const std::size_t size = kTableWidth * static_cast<std::size_t>(n_ / 2 + 1) * static_cast<std::size_t>(n_ / 2 + 1);
   const float* first = numbers_.data() + (width % 2 ? 0 : 2 * size);
   return {n_, n_ / 2 + 1, first, first + size};
 }

@@ -35,8 +35,10 @@ struct Grid {
   FftPlan planU, planV;
 };
 
+constexpr int kTableWidth = 4;  ///< each number of a direct transform's table stands there four times
+
 /// Cosines and sines of a direct transform around the mask's centre: row d, column k holds the value for
-/// 2 pi k (d + offset) / n, offset 0 or 0.5.
+/// 2 pi k (d + offset) / n, offset 0 or 0.5, kTableWidth times.
 struct DirectTable {
   int n = 0, columns = 0;  ///< columns: n / 2 + 1
   const float* cosine = nullptr;

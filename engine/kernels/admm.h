@@ -24,35 +24,96 @@ CSRT_INLINE void foldFrequencies(const float* column, int n, int lane, float* pa
   }
 }
 
-/// From one column of the spectrum to the mask's rows v: `out` has mv complex elements, `stride` floats apart.
-CSRT_INLINE void columnToMask(const AdmmInput& in, const float* column, float* pairs, float* out, long stride) {
+/// A number of a direct transform's table for all lanes: it stands there four times.
+CSRT_INLINE Vec tableValue(const float* p) {
+#if defined(__AVX2__)
+  return splat(*p);
+#else
+  return load(p);
+#endif
+}
+
+/// COUNT distances from the mask's centre, `first` and on, of columnToMask().
+template <int COUNT>
+CSRT_INLINE void columnToRows(const AdmmInput& in, const float* pairs, int first, int lane, float* out, long stride) {
   const DirectTable& table = in.tableV;
   const int mv = in.mv, middle = mv / 2;  // element `middle` lies at the centre (mv odd) or half a step after it
-  CSRT_FOR_LANES(lane) {
-    foldFrequencies(column, table.n, lane, pairs);
-    for (int d = 0; middle + d < mv; ++d) {
-      const float* c = table.cosine + static_cast<long>(d) * table.columns;
-      const float* s = table.sine + static_cast<long>(d) * table.columns;
-      Cpx even = {load(pairs), load(pairs + kBlock)}, odd = {Vec{}, Vec{}};
-      for (int k = 1; k < table.columns; ++k) {
-        const float* p = pairs + 2L * kComplex * k;
-        even = add(even, scaled({load(p), load(p + kBlock)}, c[k]));
-        odd = add(odd, scaled({load(p + kComplex), load(p + kComplex + kBlock)}, s[k]));
-      }
-      float* after = out + stride * (middle + d) + lane;
-      float* before = out + stride * (mv - 1 - middle - d) + lane;
-      store(before, even.re + odd.im);
-      store(before + kBlock, even.im - odd.re);
-      store(after, even.re - odd.im);
-      store(after + kBlock, even.im + odd.re);
+  const long line = kTableWidth * static_cast<long>(table.columns);
+  const float* c = table.cosine + line * first;
+  const float* s = table.sine + line * first;
+  Cpx even[COUNT], odd[COUNT];
+  for (int i = 0; i < COUNT; ++i) {
+    even[i] = {load(pairs), load(pairs + kBlock)};
+    odd[i] = {Vec{}, Vec{}};
+  }
+  for (int k = 1; k < table.columns; ++k) {
+    const float* p = pairs + 2L * kComplex * k;
+    const Vec er = load(p), ei = load(p + kBlock), dr = load(p + kComplex), di = load(p + kComplex + kBlock);
+    for (int i = 0; i < COUNT; ++i) {
+      const Vec cosine = tableValue(c + line * i + kTableWidth * k), sine = tableValue(s + line * i + kTableWidth * k);
+      even[i].re += er * cosine;
+      even[i].im += ei * cosine;
+      odd[i].re += dr * sine;
+      odd[i].im += di * sine;
     }
+  }
+  for (int i = 0; i < COUNT; ++i) {
+    float* after = out + stride * (middle + first + i) + lane;
+    float* before = out + stride * (mv - 1 - middle - first - i) + lane;
+    store(before, even[i].re + odd[i].im);
+    store(before + kBlock, even[i].im - odd[i].re);
+    store(after, even[i].re - odd[i].im);
+    store(after + kBlock, even[i].im + odd[i].re);
+  }
+}
+
+/// From one column of the spectrum to the mask's rows v: `out` has mv complex elements, `stride` floats apart.
+CSRT_INLINE void columnToMask(const AdmmInput& in, const float* column, float* pairs, float* out, long stride) {
+  const int count = in.mv - in.mv / 2;
+  CSRT_FOR_LANES(lane) {
+    foldFrequencies(column, in.tableV.n, lane, pairs);
+    int d = 0;
+    for (; d + 2 <= count; d += 2) columnToRows<2>(in, pairs, d, lane, out, stride);
+    if (d < count) columnToRows<1>(in, pairs, d, lane, out, stride);
+  }
+}
+
+/// COUNT frequencies, `first` and on, of maskToColumn().
+template <int COUNT>
+CSRT_INLINE void rowsToColumn(const DirectTable& table, const float* pairs, int count, int first, int lane,
+                              float* column) {
+  const long line = kTableWidth * static_cast<long>(table.columns);
+  Cpx even[COUNT], odd[COUNT];
+  for (int i = 0; i < COUNT; ++i) even[i] = odd[i] = {Vec{}, Vec{}};
+  for (int d = 0; d < count; ++d) {
+    const float* p = pairs + 2L * kComplex * d;
+    const Vec er = load(p), ei = load(p + kBlock), dr = load(p + kComplex), di = load(p + kComplex + kBlock);
+    const float* c = table.cosine + line * d + kTableWidth * first;
+    const float* s = table.sine + line * d + kTableWidth * first;
+    for (int i = 0; i < COUNT; ++i) {
+      const Vec cosine = tableValue(c + kTableWidth * i), sine = tableValue(s + kTableWidth * i);
+      even[i].re += er * cosine;
+      even[i].im += ei * cosine;
+      odd[i].re += dr * sine;
+      odd[i].im += di * sine;
+    }
+  }
+  for (int i = 0; i < COUNT; ++i) {
+    const int k = first + i;
+    const Cpx plus = add(even[i], turned(odd[i])), minus = sub(even[i], turned(odd[i]));
+    float* front = column + kComplex * k + lane;
+    store(front, plus.re);
+    store(front + kBlock, plus.im);
+    if (k == 0 || 2 * k == table.n) continue;
+    float* back = column + kComplex * (table.n - k) + lane;
+    store(back, minus.re);
+    store(back + kBlock, minus.im);
   }
 }
 
 /// From the mask's rows back to one column of the spectrum; the reverse of columnToMask().
 CSRT_INLINE void maskToColumn(const AdmmInput& in, const float* rows, long stride, float* pairs, float* column) {
-  const DirectTable& table = in.tableV;
-  const int mv = in.mv, middle = mv / 2, count = mv - middle, n = table.n;
+  const int mv = in.mv, middle = mv / 2, count = mv - middle;
   CSRT_FOR_LANES(lane) {
     for (int d = 0; d < count; ++d) {
       const float* a = rows + stride * (middle + d) + lane;
@@ -65,62 +126,77 @@ CSRT_INLINE void maskToColumn(const AdmmInput& in, const float* rows, long strid
       store(out + kComplex, ar - br);
       store(out + kComplex + kBlock, ai - bi);
     }
-    for (int k = 0; k < table.columns; ++k) {
-      Cpx even = {Vec{}, Vec{}}, odd = {Vec{}, Vec{}};
-      for (int d = 0; d < count; ++d) {
-        const float* p = pairs + 2L * kComplex * d;
-        const long where = static_cast<long>(d) * table.columns + k;
-        even = add(even, scaled({load(p), load(p + kBlock)}, table.cosine[where]));
-        odd = add(odd, scaled({load(p + kComplex), load(p + kComplex + kBlock)}, table.sine[where]));
-      }
-      const Cpx plus = add(even, turned(odd)), minus = sub(even, turned(odd));
-      float* front = column + kComplex * k + lane;
-      store(front, plus.re);
-      store(front + kBlock, plus.im);
-      if (k == 0 || 2 * k == n) continue;
-      float* back = column + kComplex * (n - k) + lane;
-      store(back, minus.re);
-      store(back + kBlock, minus.im);
+    int k = 0;
+    for (; k + 2 <= in.tableV.columns; k += 2) rowsToColumn<2>(in.tableV, pairs, count, k, lane, column);
+    if (k < in.tableV.columns) rowsToColumn<1>(in.tableV, pairs, count, k, lane, column);
+  }
+}
+
+/// COUNT distances of a mask row's real values, masked and scaled: sums and differences of opposite ones to `pairs`.
+template <int COUNT>
+CSRT_INLINE void rowToMask(const AdmmInput& in, const float* row, const float* mask, float scale, int first, int lane,
+                           float* pairs) {
+  const DirectTable& table = in.tableU;
+  const int mu = in.mu, middle = mu / 2, n = table.n;
+  const long line = kTableWidth * static_cast<long>(table.columns);
+  const float* c = table.cosine + line * first;
+  const float* s = table.sine + line * first;
+  Vec even[COUNT], odd[COUNT];
+  for (int i = 0; i < COUNT; ++i) even[i] = odd[i] = Vec{};
+  for (int k = 1; 2 * k < n; ++k) {
+    const Vec re = load(row + kComplex * k + lane), im = load(row + kComplex * k + kBlock + lane);
+    for (int i = 0; i < COUNT; ++i) {
+      even[i] += re * tableValue(c + line * i + kTableWidth * k);
+      odd[i] += im * tableValue(s + line * i + kTableWidth * k);
     }
+  }
+  for (int i = 0; i < COUNT; ++i) {
+    Vec e = (even[i] + even[i]) + load(row + lane), o = odd[i] + odd[i];
+    if (n % 2 == 0) {
+      const long where = line * i + kTableWidth * static_cast<long>(n / 2);
+      e += load(row + kComplex * (n / 2) + lane) * tableValue(c + where);
+      o += load(row + kComplex * (n / 2) + kBlock + lane) * tableValue(s + where);
+    }
+    const int after = middle + first + i, before = mu - 1 - after;
+    const Vec a = (e - o) * (mask[after] * scale), b = (e + o) * (mask[before] * scale);
+    float* out = pairs + static_cast<long>(kComplex) * (first + i) + lane;
+    store(out, after == before ? a : a + b);
+    store(out + kBlock, after == before ? Vec{} : a - b);
+  }
+}
+
+/// COUNT frequencies of a mask row from its sums and differences.
+template <int COUNT>
+CSRT_INLINE void maskToRow(const DirectTable& table, const float* pairs, int count, int first, int lane, float* row) {
+  const long line = kTableWidth * static_cast<long>(table.columns);
+  Vec re[COUNT], im[COUNT];
+  for (int i = 0; i < COUNT; ++i) re[i] = im[i] = Vec{};
+  for (int d = 0; d < count; ++d) {
+    const float* p = pairs + static_cast<long>(kComplex) * d + lane;
+    const Vec even = load(p), odd = load(p + kBlock);
+    const float* c = table.cosine + line * d + kTableWidth * first;
+    const float* s = table.sine + line * d + kTableWidth * first;
+    for (int i = 0; i < COUNT; ++i) {
+      re[i] += even * tableValue(c + kTableWidth * i);
+      im[i] -= odd * tableValue(s + kTableWidth * i);
+    }
+  }
+  for (int i = 0; i < COUNT; ++i) {
+    store(row + kComplex * (first + i) + lane, re[i]);
+    store(row + kComplex * (first + i) + kBlock + lane, im[i]);
   }
 }
 
 /// One mask row: from half a spectrum to real values, masked and scaled, and forward again, in place.
 CSRT_INLINE void maskRow(const AdmmInput& in, float* row, const float* mask, float scale, float* pairs) {
-  const DirectTable& table = in.tableU;
-  const int mu = in.mu, middle = mu / 2, count = mu - middle, n = table.n;
+  const int count = in.mu - in.mu / 2;
   CSRT_FOR_LANES(lane) {
-    for (int d = 0; d < count; ++d) {
-      const float* c = table.cosine + static_cast<long>(d) * table.columns;
-      const float* s = table.sine + static_cast<long>(d) * table.columns;
-      Vec even = Vec{}, odd = Vec{};
-      for (int k = 1; 2 * k < n; ++k) {
-        even += load(row + kComplex * k + lane) * c[k];
-        odd += load(row + kComplex * k + kBlock + lane) * s[k];
-      }
-      even = (even + even) + load(row + lane);
-      odd = odd + odd;
-      if (n % 2 == 0) {
-        even += load(row + kComplex * (n / 2) + lane) * c[n / 2];
-        odd += load(row + kComplex * (n / 2) + kBlock + lane) * s[n / 2];
-      }
-      const int after = middle + d, before = mu - 1 - after;
-      const Vec a = (even - odd) * (mask[after] * scale), b = (even + odd) * (mask[before] * scale);
-      float* out = pairs + static_cast<long>(kComplex) * d + lane;
-      store(out, after == before ? a : a + b);
-      store(out + kBlock, a - b);
-      if (after == before) store(out + kBlock, Vec{});
-    }
-    for (int k = 0; k < table.columns; ++k) {
-      Vec re = Vec{}, im = Vec{};
-      for (int d = 0; d < count; ++d) {
-        const long where = static_cast<long>(d) * table.columns + k;
-        re += load(pairs + static_cast<long>(kComplex) * d + lane) * table.cosine[where];
-        im -= load(pairs + static_cast<long>(kComplex) * d + kBlock + lane) * table.sine[where];
-      }
-      store(row + kComplex * k + lane, re);
-      store(row + kComplex * k + kBlock + lane, im);
-    }
+    int d = 0;
+    for (; d + 4 <= count; d += 4) rowToMask<4>(in, row, mask, scale, d, lane, pairs);
+    for (; d < count; ++d) rowToMask<1>(in, row, mask, scale, d, lane, pairs);
+    int k = 0;
+    for (; k + 4 <= in.tableU.columns; k += 4) maskToRow<4>(in.tableU, pairs, count, k, lane, row);
+    for (; k < in.tableU.columns; ++k) maskToRow<1>(in.tableU, pairs, count, k, lane, row);
   }
 }
 

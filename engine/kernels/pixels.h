@@ -88,6 +88,15 @@ static void cubicColumnBytes(const float* const* rows, const int16_t* beta, int 
   }
 }
 
+/// dx * dx + dy * dy as the compiler made it in the library: with one fused step on arm64.
+CSRT_INLINE double libraryEnergy(double dx, double dy) {
+#if defined(__aarch64__)
+  return __builtin_fma(dx, dx, dy * dy);
+#else
+  return dx * dx + dy * dy;
+#endif
+}
+
 struct Gradient {
   int dx, dy;
 };
@@ -101,11 +110,7 @@ static Gradient strongestInDoubles(const uint8_t* const* above, const uint8_t* c
   Gradient best = {0, 0};
   for (int c = 2; c >= 0; --c) {
     const double dy = below[c][x] * kUnit - above[c][x] * kUnit, dx = row[c][x + 1] * kUnit - row[c][x - 1] * kUnit;
-#if defined(__aarch64__) && defined(CSRT_ENGINE_FUSED_ENERGY)
-    const double v = __builtin_fma(dx, dx, dy * dy);
-#else
-    const double v = dx * dx + dy * dy;
-#endif
+    const double v = libraryEnergy(dx, dy);
     if (c < 2 && !(v > most)) continue;
     most = v;
     best = {row[c][x + 1] - row[c][x - 1], below[c][x] - above[c][x]};

@@ -81,7 +81,7 @@ static int directionInDoubles(const float* p, long plane, long down) {
   for (int c = 2; c >= 0; --c) {
     const float* q = p + plane * c;
     const double dy = q[down] * kUnit - q[-down] * kUnit, dx = q[1] * kUnit - q[-1] * kUnit;
-    const double v = dx * dx + dy * dy;
+    const double v = libraryEnergy(dx, dy);
     if (c < 2 && !(v > most)) continue;
     most = v;
     bestX = dx;
