@@ -30,7 +30,8 @@ void SequenceArguments::addTo(CLI::App& command) {
       ->type_name("N")
       ->capture_default_str();
   command.add_option("--targets", only, "Use only these targets; comma-separated")->type_name("NAME")->delimiter(',');
-  command.add_option("--fps", fps, "Frames per second, instead of the time stamps of the source; default for pictures: 25")
+  command
+      .add_option("--fps", fps, "Frames per second, instead of the time stamps of the source; default for pictures: 25")
       ->type_name("RATE");
 }
 

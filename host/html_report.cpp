@@ -14,6 +14,7 @@
 #include "host_error.h"
 #include "html_page.h"
 #include "picture_output.h"
+#include "reason_words.h"
 #include "run_summary.h"
 
 namespace host {
@@ -45,9 +46,9 @@ std::string jpegOf(const cv::Mat& picture) {
 }
 
 std::string eventText(const CallRecord& record, const std::string& before) {
-  if (record.isInit) return record.started ? "started" : "did not start: " + record.reason;
+  if (record.isInit) return record.started ? "started" : "did not start: " + explained(record.reason);
   std::string what = before.empty() ? name(record.state) : before + " → " + name(record.state);
-  if (!record.reason.empty()) what += ": " + record.reason;
+  if (!record.reason.empty()) what += ": " + explained(record.reason);
   return what;
 }
 
