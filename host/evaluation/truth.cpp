@@ -6,10 +6,10 @@
 #include <cstddef>
 #include <map>
 
-#include "config_text.h"
+#include "base/host_error.h"
+#include "config/config_text.h"
 #include "evaluation/truth_format.h"
 #include "evaluation/truth_rows.h"
-#include "host_error.h"
 
 namespace host {
 namespace {

@@ -7,7 +7,7 @@
 #include <set>
 #include <utility>
 
-#include "host_error.h"
+#include "base/host_error.h"
 
 namespace host {
 namespace {

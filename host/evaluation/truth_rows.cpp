@@ -9,7 +9,7 @@
 #include <limits>
 #include <sstream>
 
-#include "host_error.h"
+#include "base/host_error.h"
 
 namespace host {
 namespace {

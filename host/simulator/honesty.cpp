@@ -6,7 +6,7 @@
 #include <cmath>
 #include <set>
 
-#include "reason_words.h"
+#include "plugin/reason_words.h"
 
 namespace host::sim {
 namespace {

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "reason_words.h"
+#include "plugin/reason_words.h"
 #include "simulator/simulation_summary.h"
 
 namespace host::sim {
