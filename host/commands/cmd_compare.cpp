@@ -13,6 +13,7 @@
 #include "evaluation/comparison.h"
 #include "evaluation/results.h"
 #include "evaluation/results_view.h"
+#include "evaluation/sequence.h"
 #include "evaluation/tuning_result.h"
 
 namespace host {
@@ -57,7 +58,17 @@ void refuseOption(const std::string& value, const char* option, const char* kind
   if (!value.empty()) throw HostError(ExitCode::Usage, std::string(option) + " does not go with results of " + kind);
 }
 
-void mergeSearches(const MergeOptions& options) {
+/// A result without some of its shards is written all the same, but it is not what was asked for.
+int statusOf(const std::vector<std::string>& missing) {
+  if (missing.empty()) return static_cast<int>(ExitCode::Done);
+  std::string names;
+  for (const std::string& shard : missing) names += (names.empty() ? "" : ", ") + shard;
+  std::fprintf(stderr, "csrt-track: the result is not complete: shard%s %s %s missing\n", missing.size() > 1 ? "s" : "",
+               names.c_str(), missing.size() > 1 ? "are" : "is");
+  return static_cast<int>(ExitCode::Findings);
+}
+
+int mergeSearches(const MergeOptions& options) {
   refuseOption(options.html, "--html", "tune");
   std::vector<TuningResult> parts;
   for (const std::string& path : options.parts) parts.push_back(tuningFromJson(readTextFile(path), path));
@@ -68,9 +79,10 @@ void mergeSearches(const MergeOptions& options) {
   writeIfNamed(options.best, best->config.dump(2));
   writeIfNamed(options.report, reportOf(all));
   if (options.json != "-") std::fputs(reportOf(all).c_str(), stdout);
+  return statusOf(missingShards(all.shards));
 }
 
-void mergeResults(const MergeOptions& options) {
+int mergeResults(const MergeOptions& options) {
   refuseOption(options.best, "--best", "evaluate");
   refuseOption(options.report, "--report", "evaluate");
   std::vector<EvaluationResult> parts;
@@ -79,11 +91,11 @@ void mergeResults(const MergeOptions& options) {
   writeIfNamed(options.json, toJson(all).dump());
   writeIfNamed(options.html, htmlOf(all));
   if (options.json != "-") std::fputs(tableOf(all).c_str(), stdout);
+  return statusOf(missingShardsOf(all));
 }
 
 int merge(const MergeOptions& options) {
-  isTuning(options.parts.front()) ? mergeSearches(options) : mergeResults(options);
-  return static_cast<int>(ExitCode::Done);
+  return isTuning(options.parts.front()) ? mergeSearches(options) : mergeResults(options);
 }
 
 }  // namespace
@@ -122,9 +134,10 @@ void addMergeCommand(CLI::App& app, int& status) {
   command.add_option("--html", options->html, "Of evaluate: write the result as a page")->type_name("FILE");
   command.add_option("--best", options->best, "Of tune: write the best configuration")->type_name("FILE");
   command.add_option("--report", options->report, "Of tune: write the report (Markdown)")->type_name("FILE");
-  command.footer(helpFooter({"merge 1.json 2.json --json all.json --html all.html",
-                             "merge search1/tuning.json search2/tuning.json --best best.json --report report.md"},
-                            {{6, "an output could not be written to its end"}}));
+  command.footer(helpFooter(
+      {"merge 1.json 2.json --json all.json --html all.html",
+       "merge search1/tuning.json search2/tuning.json --best best.json --report report.md"},
+      {{1, "a shard is missing: the result is that of the others"}, {6, "an output could not be written to its end"}}));
   command.callback([options, &status] { status = merge(*options); });
 }
 

@@ -124,6 +124,9 @@ void run(const EvaluateOptions& options, const std::vector<Sequence>& sequences,
   FollowOptions follow;
   follow.threads = options.threads;
   follow.pace = pace;
+  if (!options.quiet) {
+    follow.onNote = [](const std::string& note) { std::fprintf(stderr, "csrt-track: note: %s\n", note.c_str()); };
+  }
   if (!options.quiet) follow.onFrame = [&progress] { progress.frame({}, {}); };
   for (std::size_t i = 0; i < sequences.size() && interruptSignal() == 0; ++i) {
     collect(sequences[i], followAll(sequences[i].source, jobs[i], follow), !options.reference.empty(), all);

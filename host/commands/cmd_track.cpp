@@ -43,6 +43,8 @@ struct TrackOptions {
   std::string pace = "video";
   std::string report;
   std::string truth;
+  std::string truthFormat = "auto";
+  long firstNumber = 1;
   std::string saveRun;
   int threads = 1;
   bool debug = false;
@@ -150,7 +152,10 @@ int finish(const TrackOptions& options, const RunSummary& summary, const TrackRu
 
 std::vector<TruthTarget> truthOf(const TrackOptions& options) {
   if (options.truth.empty()) return {};
-  return readTruth(options.truth, TruthOptions(), "target");
+  TruthOptions truth;
+  truth.format = truthFormatOf(options.truthFormat);
+  truth.firstNumber = options.firstNumber;
+  return readTruth(options.truth, truth, "target");
 }
 
 int track(const TrackOptions& options) {
@@ -164,6 +169,9 @@ int track(const TrackOptions& options) {
   run.logToStderr = options.debug || asksForDebug(run.configText);
   checkOptions(options);
   const std::unique_ptr<FrameSource> source = openFrameSource(options.source);
+  if (!options.quiet && !source->note().empty()) {
+    std::fprintf(stderr, "csrt-track: note: %s\n", source->note().c_str());
+  }
   PluginLibrary library(options.plugin);
   checkSets(options.config.sets, library.create()->getConfigList());
   noteUncheckedFile(options);
@@ -196,7 +204,9 @@ void addSourceOptions(CLI::App& command, SourceOptions& source) {
       ->type_name("SOURCE");
   command.add_option("--start", source.start, "First frame to use, counted from 0")->type_name("N");
   command.add_option("--frames", source.frames, "Use at most so many frames")->type_name("N");
-  command.add_option("--fps", source.fps, "Frames per second; default: what the source says, 25 for pictures")
+  command
+      .add_option("--fps", source.fps,
+                  "Frames per second, instead of the time stamps of the source; default for pictures: 25")
       ->type_name("RATE");
 }
 
@@ -234,6 +244,14 @@ void addTrackCommand(CLI::App& app, int& status) {
       ->type_name("FILE");
   command.add_option("--truth", options->truth, "Where the targets really are, for the report; as for 'evaluate'")
       ->type_name("FILE");
+  command.add_option("--format", options->truthFormat, "Format of the truth: auto, otb, got10k, vot, mot or csv")
+      ->type_name("FORMAT")
+      ->capture_default_str();
+  command
+      .add_option("--first-number", options->firstNumber,
+                  "The number that a truth of several targets gives to the first frame of its clip")
+      ->type_name("N")
+      ->capture_default_str();
   command.add_option("--save-run", options->saveRun, "Keep frames, calls and answers in a new folder, for 'replay'")
       ->type_name("DIR");
   command

@@ -213,6 +213,7 @@ int tune(const TuneOptions& options) {
   cv::setNumThreads(1);  // the targets share the cores
   TuningResult result;
   result.search = searchOf(options, split, start);
+  if (settings.shard.count > 1) result.shards = {options.shard};
   TrialLog log(options.out + "/trials.jsonl", result.search, options.shard);
 
   const Clock::time_point begin = Clock::now();

@@ -21,7 +21,7 @@ void SequenceArguments::addTo(CLI::App& command) {
       ->type_name("FILE")
       ->take_all()
       ->allow_extra_args(false);
-  command.add_option("--format", format, "Format of the truth: auto, otb, got10k, vot or csv")
+  command.add_option("--format", format, "Format of the truth: auto, otb, got10k, vot, mot or csv")
       ->type_name("FORMAT")
       ->capture_default_str();
   command
@@ -30,7 +30,8 @@ void SequenceArguments::addTo(CLI::App& command) {
       ->type_name("N")
       ->capture_default_str();
   command.add_option("--targets", only, "Use only these targets; comma-separated")->type_name("NAME")->delimiter(',');
-  command.add_option("--fps", fps, "Frames per second; default: what the source says, 25 for pictures")
+  command
+      .add_option("--fps", fps, "Frames per second, instead of the time stamps of the source; default for pictures: 25")
       ->type_name("RATE");
 }
 

@@ -93,6 +93,10 @@ std::string readTextFile(const std::string& path) {
       throw HostError(ExitCode::Usage, "'" + path + "' is no text file: it is larger than 256 MiB");
     }
   }
+  if (text.rfind("\xEF\xBB\xBF", 0) == 0) text.erase(0, 3);  // a byte-order mark, which some editors leave
+  if (text.rfind("\xFF\xFE", 0) == 0 || text.rfind("\xFE\xFF", 0) == 0) {
+    throw HostError(ExitCode::Usage, "'" + path + "' is written in UTF-16; save it as UTF-8");
+  }
   return text;
 }
 

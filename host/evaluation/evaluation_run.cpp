@@ -120,6 +120,7 @@ std::vector<FollowResult> followAll(const SourceOptions& source, const std::vect
                                     const FollowOptions& options) {
   if (jobs.empty()) return {};
   const std::unique_ptr<FrameSource> frames = openPart(source, neededPart(source, jobs));
+  if (options.onNote && !frames->note().empty()) options.onNote(frames->note());
   std::vector<RunningJob> running(jobs.begin(), jobs.end());
   WorkerPool pool(options.threads);
   PaceKeeper pace(options.pace == Pace::Source);

@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "base/host_error.h"
+#include "evaluation/sequence.h"
 
 namespace host {
 namespace {
@@ -76,9 +77,11 @@ Json toJson(const TuningResult& result) {
     heldBack.push_back(std::move(entry));
   }
   const Trial* best = bestOf(result.trials);
-  return {{"schema", kTuningSchemaName},      {"version", kTuningSchemaVersion},
-          {"search", result.search},          {"best", best == nullptr ? Json(nullptr) : Json(best->config)},
-          {"held_back", std::move(heldBack)}, {"trials", std::move(trials)}};
+  Json json = {{"schema", kTuningSchemaName},      {"version", kTuningSchemaVersion},
+               {"search", result.search},          {"best", best == nullptr ? Json(nullptr) : Json(best->config)},
+               {"held_back", std::move(heldBack)}, {"trials", std::move(trials)}};
+  if (!result.shards.empty()) json["shards"] = result.shards;
+  return json;
 }
 
 TuningResult tuningFromJson(const std::string& text, const std::string& path) {
@@ -92,6 +95,7 @@ TuningResult tuningFromJson(const std::string& text, const std::string& path) {
     result.search = json.at("search");
     for (const Json& trial : json.at("trials")) result.trials.push_back(trialOf(trial));
     for (const Json& entry : json.at("held_back")) result.heldBack.push_back(heldBackOf(entry));
+    result.shards = json.value("shards", std::vector<std::string>());
     return result;
   } catch (const std::exception& e) {
     throw HostError(ExitCode::Usage, "'" + path + "' is damaged: " + e.what());
@@ -113,6 +117,7 @@ TuningResult mergeTunings(const std::vector<TuningResult>& parts, const std::vec
       all.trials.push_back(trial);
     }
     addHeldBack(parts[i].heldBack, all.heldBack);
+    all.shards.insert(all.shards.end(), parts[i].shards.begin(), parts[i].shards.end());
   }
   return all;
 }
@@ -122,6 +127,9 @@ std::string reportOf(const TuningResult& result) {
   if (best == nullptr) return "# Search of a configuration\n\nNothing was tried.\n";
   std::string text = "# Search of a configuration\n\n";
   for (const auto& [key, value] : result.search.items()) text += fmt::format("- {}: `{}`\n", key, value.dump());
+  if (result.shards.size() > 1) {
+    for (const std::string& shard : missingShards(result.shards)) text += fmt::format("- missing: shard {}\n", shard);
+  }
   text += fmt::format(
       "\nBest of {} trials: score {:.3f}, on target {:.3f}, success AUC {:.3f}, {:.2f} ms CPU (bracket {}, candidate "
       "{}, rung {}).\n",

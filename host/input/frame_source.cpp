@@ -1,20 +1,25 @@
 #include "input/frame_source.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cctype>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
+#include <optional>
 #include <system_error>
 #include <utility>
 #include <vector>
 
 #include "base/host_error.h"
+#include "input/frame_times.h"
 
 namespace host {
 namespace {
@@ -22,7 +27,8 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr double kPictureFps = 25.0;  // a folder of pictures does not say how fast they were taken
+constexpr double kPictureFps = 25.0;       // a folder of pictures does not say how fast they were taken
+constexpr std::size_t kFramesForRate = 5;  // whose time stamps give the rate where the source gives none
 
 bool isAllDigits(const std::string& text) {
   return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
@@ -168,11 +174,14 @@ class PictureSource : public FrameSource {
 class VideoSource : public FrameSource {
  public:
   VideoSource(const cv::VideoCapture& capture, const SourceOptions& options, bool live)
-      : capture_(capture), next_(0), live_(live), begin_(Clock::now()) {
+      : capture_(capture), live_(live), begin_(Clock::now()) {
     const double said = capture_.get(cv::CAP_PROP_FPS);
-    fps_ = options.fps > 0 ? options.fps : (std::isfinite(said) && said > 0 ? said : kPictureFps);
     const double count = live ? 0.0 : capture_.get(cv::CAP_PROP_FRAME_COUNT);
-    const long total = std::isfinite(count) && count > 0 && count < 1e9 ? static_cast<long>(count) : 0;
+    chooseRate_(options, said);
+    times_.emplace(fps_, options.fps <= 0);
+    // The number of frames is the duration in what is said to be a frame.
+    const double real = isBelievableRate(said) ? count : count / said * fps_;
+    const long total = std::isfinite(real) && real > 0 && real < 1e9 ? std::lround(real) : 0;
     skipTo_(options);
     if (options.frames > 0) end_ = options.start + options.frames;
     expected_ = total > options.start ? total - options.start : 0;
@@ -181,23 +190,74 @@ class VideoSource : public FrameSource {
 
   bool read(SourceFrame& frame) override {
     if (end_ > 0 && next_ >= end_) return false;
-    cv::Mat picture;
-    if (!capture_.read(picture) || picture.empty()) return false;
+    if (!grab_()) return false;
+    cv::Mat picture = picture_();
+    if (picture.empty()) return false;
     if (picture.channels() == 1) cv::cvtColor(picture, picture, cv::COLOR_GRAY2BGR);
-    frame.bgr = picture.clone();  // the capture reuses its buffer
+    frame.bgr = picture;
     frame.index = next_++;
-    frame.time_s =
-        live_ ? std::chrono::duration<double>(Clock::now() - begin_).count() : static_cast<double>(frame.index) / fps_;
+    frame.time_s = live_ ? std::chrono::duration<double>(Clock::now() - begin_).count() : time_s_;
     return true;
   }
   double fps() const override { return fps_; }
   long expected() const override { return expected_; }
+  std::string note() const override { return note_; }
 
  private:
+  /// A frame that was read before the rate was known.
+  struct Early {
+    cv::Mat picture;
+    double stamp_s;
+  };
+
+  double stamp_() const { return capture_.get(cv::CAP_PROP_POS_MSEC) / 1000.0; }
+
+  /// The next frame, not decoded where that can be spared, and its time.
+  bool grab_() {
+    current_.release();
+    if (!early_.empty()) {
+      current_ = early_.front().picture;
+      time_s_ = times_->next(early_.front().stamp_s);
+      early_.pop_front();
+      return true;
+    }
+    if (!capture_.grab()) return false;
+    time_s_ = times_->next(stamp_());
+    return true;
+  }
+
+  cv::Mat picture_() {
+    if (!current_.empty()) return std::move(current_);
+    cv::Mat picture;
+    if (!capture_.retrieve(picture)) return {};
+    return picture.clone();  // the capture reuses its buffer
+  }
+
+  /// What is asked for, what the source says, or what its first time stamps say.
+  void chooseRate_(const SourceOptions& options, double said) {
+    fps_ = options.fps > 0 ? options.fps : said;
+    if (options.fps > 0 || isBelievableRate(said)) return;
+    fps_ = kPictureFps;
+    if (live_) return;
+    std::vector<double> stamps;
+    while (stamps.size() < kFramesForRate && capture_.grab()) {
+      cv::Mat picture;
+      if (!capture_.retrieve(picture)) break;
+      stamps.push_back(stamp_());
+      early_.push_back({picture.clone(), stamps.back()});
+    }
+    if (const std::optional<double> rate = rateOf(stamps)) {
+      fps_ = *rate;
+      return;
+    }
+    note_ = fmt::format("'{}' does not say how many frames it has a second: {} are assumed; --fps says otherwise",
+                        options.source, kPictureFps);
+  }
+
   /// Frame by frame: jumping by position lands on the nearest key frame in many files.
   void skipTo_(const SourceOptions& options) {
     while (next_ < options.start) {
-      if (!capture_.grab()) {
+      if (!grab_()) {
         throw HostError(ExitCode::Source, "'" + options.source + "' has only " + std::to_string(next_) +
                                               " frames: --start " + std::to_string(options.start) +
                                               " lies behind them");
@@ -207,12 +267,17 @@ class VideoSource : public FrameSource {
   }
 
   cv::VideoCapture capture_;
-  long next_;
+  long next_ = 0;
   long end_ = 0;
   bool live_;
   Clock::time_point begin_;
   double fps_ = kPictureFps;
   long expected_ = 0;
+  std::string note_;
+  std::deque<Early> early_;
+  cv::Mat current_;  ///< Decoded already; empty: still in the capture.
+  std::optional<FrameTimes> times_;
+  double time_s_ = 0.0;  ///< Of the frame grabbed last.
 };
 
 /// Some decoders draw a text file as pictures of a terminal; nobody wants to track in those.

@@ -11,13 +11,14 @@ struct SourceOptions {
   std::string source;  ///< Video file, printf pattern such as img/%04d.jpg, folder, or a camera's number.
   long start = 0;      ///< First frame to deliver, counted from 0 in the source.
   long frames = 0;     ///< At most so many frames; 0: to the end.
-  double fps = 0.0;    ///< Frames per second to assume; 0: what the source says, 25 for pictures.
+  double fps = 0.0;    ///< Frames per second, whatever the source says; 0: its own time stamps, 25 for pictures.
 };
 
 /// One decoded frame and its place in the source.
 struct SourceFrame {
   long index = 0;       ///< Counted from 0 at the source's own beginning.
-  double time_s = 0.0;  ///< Seconds since the source's beginning: index / fps, or the clock for a camera.
+  double time_s = 0.0;  ///< Seconds since the source's first frame: its time stamp, else index / fps; of a camera the
+                        ///< clock's.
   cv::Mat bgr;          ///< 8-bit BGR; owned by the caller, never overwritten by a later read.
 };
 
@@ -27,8 +28,9 @@ class FrameSource {
   virtual ~FrameSource() = default;
   /// The next frame. False at the end, after options.frames frames, or where the source cannot be decoded further.
   virtual bool read(SourceFrame& frame) = 0;
-  virtual double fps() const = 0;     ///< Frames per second, > 0.
-  virtual long expected() const = 0;  ///< Frames that read() will probably deliver; 0: unknown.
+  virtual double fps() const = 0;                  ///< Frames per second, > 0.
+  virtual std::string note() const { return {}; }  ///< What a person should know of the rate; empty: nothing.
+  virtual long expected() const = 0;               ///< Frames that read() will probably deliver; 0: unknown.
 };
 
 /// Opens a source. The first frame is only read by read().

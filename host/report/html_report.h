@@ -31,6 +31,7 @@ class HtmlReport : public RunObserver {
     nlohmann::ordered_json frames = nlohmann::ordered_json::array();
     nlohmann::ordered_json events = nlohmann::ordered_json::array();
     std::string lastState;
+    bool justStarted = false;  ///< The call before was a start on a given box.
     std::map<std::string, long> states;
     std::vector<double> ms;
     TargetSamples samples;
@@ -38,14 +39,16 @@ class HtmlReport : public RunObserver {
   };
   struct Still {
     long frame;
-    std::string note;  ///< Of an event; such a picture is never thinned out.
+    double time_s;
+    std::string note;  ///< Of an event; such a picture is thinned out last.
     std::string jpeg;  ///< Base64.
   };
 
   void add_(Target& target, const CallRecord& record);
   void judge_(Target& target, const CallRecord& record, nlohmann::ordered_json& point);
   bool noteEvent_(Target& target, const CallRecord& record, std::string& note);
-  void keepStill_(const cv::Mat& picture, long frame, const std::string& note);
+  void keepStill_(const cv::Mat& picture, const SourceFrame& frame, const std::string& note);
+  void thinStills_();
   nlohmann::ordered_json toJson_(const std::string& name, const Target& target) const;
 
   std::string path_;
@@ -55,7 +58,8 @@ class HtmlReport : public RunObserver {
   std::vector<std::string> names_;
   std::map<std::string, Target> targets_;
   std::vector<Still> stills_;
-  long stride_ = 1;  ///< Every so many frames one picture is kept.
+  std::size_t stillBytes_ = 0;  ///< Of all pictures, as base64.
+  long stride_ = 1;             ///< Every so many frames one picture is kept.
   long frames_ = 0;
 };
 

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstddef>
 
+#include "plugin/reason_words.h"
+
 namespace host {
 namespace {
 
@@ -20,7 +22,7 @@ long countOf(const TargetTotals& totals, TrackState state) {
 
 std::string targetLine(const TargetTotals& totals) {
   if (totals.updates == 0) {
-    return totals.last.started ? "started on the last frame" : "did not start: " + totals.last.reason;
+    return totals.last.started ? "started on the last frame" : "did not start: " + explained(totals.last.reason);
   }
   const long tracked = countOf(totals, TrackState::Tracked);
   std::string line =
@@ -36,7 +38,7 @@ std::string lossLine(const TargetTotals& totals) {
                          ? "never out of sight"
                          : fmt::format("longest out of sight: {} frame{} ({:.1f} s)", totals.longestUnseen,
                                        totals.longestUnseen == 1 ? "" : "s", totals.longestUnseenSeconds);
-  if (!totals.lostReason.empty()) line += "; given up: " + totals.lostReason;
+  if (!totals.lostReason.empty()) line += "; given up: " + explained(totals.lostReason);
   return line;
 }
 
