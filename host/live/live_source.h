@@ -8,7 +8,7 @@
 #include <string>
 
 #include "capture.h"
-#include "frame_source.h"
+#include "input/frame_source.h"
 #include "sidecar.h"
 
 namespace live {

@@ -3,7 +3,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "host_error.h"
+#include "base/host_error.h"
 
 namespace live {
 namespace {

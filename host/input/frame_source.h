@@ -1,0 +1,51 @@
+// Where frames come from: a video file, numbered pictures, a folder of pictures, a camera.
+#pragma once
+
+#include <map>
+#include <memory>
+#include <opencv2/core.hpp>
+#include <optional>
+#include <string>
+
+namespace host {
+
+struct SourceOptions {
+  std::string source;    ///< Video file, printf pattern such as img/%04d.jpg, folder, or a camera's number.
+  std::string pipeline;  ///< A GStreamer pipeline in place of `source`; empty: none.
+  long start = 0;        ///< First frame to deliver, counted from 0 in the source.
+  long frames = 0;       ///< At most so many frames; 0: to the end.
+  double fps = 0.0;      ///< Frames per second to assume; 0: what the source says, 25 for pictures.
+};
+
+/// What is known of a live frame beside its picture.
+struct LiveFacts {
+  double capturedAt = 0.0;               ///< When it was taken, seconds of the machine's clock that never goes back.
+  bool senderClock = false;              ///< As the sender says; else it is the time of arrival.
+  long dropped = 0;                      ///< Frames received since the one before that nobody worked on.
+  std::map<std::string, double> camera;  ///< What the camera said at that time, by metadata key; empty: missing.
+};
+
+/// One decoded frame and its place in the source.
+struct SourceFrame {
+  long index = 0;                 ///< Counted from 0 at the source's own beginning.
+  double time_s = 0.0;            ///< Seconds since the source's beginning: index / fps, or the clock for a camera.
+  cv::Mat bgr;                    ///< 8-bit BGR; owned by the caller, never overwritten by a later read.
+  std::optional<LiveFacts> live;  ///< Of live sources alone.
+  bool noSignal = false;          ///< Of live sources: no frame came for a second or more; there is no picture.
+};
+
+/// Delivers frames in order. Not thread-safe.
+class FrameSource {
+ public:
+  virtual ~FrameSource() = default;
+  /// The next frame. False at the end, after options.frames frames, or where the source cannot be decoded further.
+  virtual bool read(SourceFrame& frame) = 0;
+  virtual double fps() const = 0;     ///< Frames per second, > 0.
+  virtual long expected() const = 0;  ///< Frames that read() will probably deliver; 0: unknown.
+};
+
+/// Opens a source. The first frame is only read by read().
+/// @throws HostError (Source) when it cannot be opened or ends before `start`; (Usage) for a negative number
+std::unique_ptr<FrameSource> openFrameSource(const SourceOptions& options);
+
+}  // namespace host
