@@ -15,7 +15,12 @@ using Clock = std::chrono::steady_clock;
 
 constexpr const char* kProbeBytes = "500000";
 constexpr const char* kProbeMicroseconds = "500000";
+constexpr double kSilenceS = 0.8;
 constexpr int kMostDamage = 200;  // packets in a row that give nothing: the stream is no longer what it was
+
+Clock::duration secondsToDuration(double seconds) {
+  return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
+}
 
 double secondsOf(std::int64_t stamp, AVRational unit) {
   return stamp == AV_NOPTS_VALUE ? kUnknown : static_cast<double>(stamp) * av_q2d(unit);
@@ -51,8 +56,10 @@ class AvReceiver : public Receiver {
       received.refused = refused_;
       return received;
     }
-    limit_(waitS);
-    while (received.event == Received::Event::Nothing && Clock::now() < deadline_) step_(received);
+    // The library is interrupted only after a longer silence: an interruption cuts the packet it is putting together.
+    limit_(std::max(waitS, kSilenceS));
+    const Clock::time_point enough = Clock::now() + secondsToDuration(waitS);
+    while (received.event == Received::Event::Nothing && Clock::now() < enough) step_(received);
     return received;
   }
 
@@ -67,9 +74,7 @@ class AvReceiver : public Receiver {
     return stopped || Clock::now() > self->deadline_ ? 1 : 0;
   }
 
-  void limit_(double seconds) {
-    deadline_ = Clock::now() + std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(seconds));
-  }
+  void limit_(double seconds) { deadline_ = Clock::now() + secondsToDuration(seconds); }
 
   void failOpening_(const std::string& what, int error) {
     refused_ = error == AVERROR_HTTP_UNAUTHORIZED || error == AVERROR_HTTP_FORBIDDEN;
@@ -116,9 +121,12 @@ class AvReceiver : public Receiver {
   void step_(Received& received) {
     if (tryPicture_(received)) return;
     const int read = av_read_frame(format_, packet_.get());
+    if (read == AVERROR_EXIT && format_->pb != nullptr) {  // our own interruption, not the stream's end
+      format_->pb->eof_reached = 0;
+      format_->pb->error = 0;
+    }
     if (read == AVERROR_EXIT || read == AVERROR(EAGAIN)) return;
-    if (read == AVERROR_EOF || avio_feof(format_->pb) != 0) {
-      if (read >= 0) av_packet_unref(packet_.get());
+    if (read == AVERROR_EOF) {
       received.event = Received::Event::Ended;
     } else if (read < 0) {
       received.event = Received::Event::Failed;
