@@ -107,8 +107,10 @@ def serve_rtsp(options, drawer):
         token.set_string("media.factory.role", name)
         auth.add_basic(GstRtspServer.RTSPAuth.make_basic(name, password), token)
         server.set_auth(auth)
-        factory.add_role_from_structure(Gst.Structure.new_from_string(
-            f"{name},media.factory.access=(boolean)true,media.factory.construct=(boolean)true")[0])
+        permissions = GstRtspServer.RTSPPermissions()
+        for what in ("media.factory.access", "media.factory.construct"):
+            permissions.add_permission_for_role(name, what, True)
+        factory.set_permissions(permissions)
     server.get_mount_points().add_factory("/test", factory)
     if server.attach(None) == 0:
         sys.exit("live-sender.py: the port is in use")
