@@ -13,6 +13,7 @@
 #include "base/text_output.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
+#include "commands/live_options.h"
 #include "config/config_check.h"
 #include "config/config_text.h"
 #include "evaluation/truth.h"
@@ -33,6 +34,7 @@ namespace {
 
 struct TrackOptions {
   SourceOptions source;
+  LiveTrackOptions live;
   std::vector<std::string> boxes;
   ConfigOptions config;
   std::string metadata;
@@ -56,6 +58,9 @@ class RecordsObserver : public RunObserver {
  public:
   explicit RecordsObserver(const std::string& path) : output_(path) {}
   void frame(const SourceFrame& /*frame*/, const std::vector<CallRecord>& records) override {
+    for (const CallRecord& record : records) output_.writeLine(toJson(record).dump());
+  }
+  void noSignal(const std::vector<CallRecord>& records) override {
     for (const CallRecord& record : records) output_.writeLine(toJson(record).dump());
   }
   void restarted(const CallRecord& record) override { output_.writeLine(toJson(record).dump()); }
@@ -90,6 +95,9 @@ class PictureObserver : public RunObserver {
 };
 
 void checkOptions(const TrackOptions& options) {
+  if (options.source.source.empty() == options.source.pipeline.empty()) {
+    throw HostError(ExitCode::Usage, "one source is needed: SOURCE, or --gstreamer PIPELINE");
+  }
   if (options.threads < 1 || options.threads > 256) {
     throw HostError(ExitCode::Usage, "--threads " + std::to_string(options.threads) + " is not between 1 and 256");
   }
@@ -160,22 +168,25 @@ std::vector<TruthTarget> truthOf(const TrackOptions& options) {
 
 int track(const TrackOptions& options) {
   TrackRun run;
-  run.sourceName = options.source.source;
+  const bool live = isLive(options.source);
+  run.sourceName =
+      live::withoutPassword(options.source.pipeline.empty() ? options.source.source : options.source.pipeline);
   run.targets = parseTargetOptions(options.boxes);
   run.configText = buildConfigText(options.config);
-  if (!options.metadata.empty()) run.metadata = readMetadataFile(options.metadata);
+  if (!options.metadata.empty() && !live) run.metadata = readMetadataFile(options.metadata);
   run.pace = paceOf(options.pace);
   run.threads = options.threads;
   run.logToStderr = options.debug || asksForDebug(run.configText);
   checkOptions(options);
-  const std::unique_ptr<FrameSource> source = openFrameSource(options.source);
-  if (!options.quiet && !source->note().empty()) {
+  std::unique_ptr<FrameSource> source = live ? nullptr : openFrameSource(options.source);
+  if (source && !options.quiet && !source->note().empty()) {
     std::fprintf(stderr, "csrt-track: note: %s\n", source->note().c_str());
   }
   PluginLibrary library(options.plugin);
   checkSets(options.config.sets, library.create()->getConfigList());
   noteUncheckedFile(options);
 
+  if (live) source = openLiveSource(options.source, options.live, options.metadata, options.quiet);
   RunSummary summary;
   Progress progress;
   PictureObserver pictures(options.video, options.still);
@@ -199,8 +210,8 @@ int track(const TrackOptions& options) {
 void addSourceOptions(CLI::App& command, SourceOptions& source) {
   command
       .add_option("source", source.source,
-                  "Video file, printf pattern (img/%04d.jpg), folder of pictures, or camera number")
-      ->required()
+                  "Video file, printf pattern (img/%04d.jpg), folder of pictures, camera number, or a live source: "
+                  "rtsp://, udp://, rtp://, http://, FILE.sdp, /dev/video0, - for standard input")
       ->type_name("SOURCE");
   command.add_option("--start", source.start, "First frame to use, counted from 0")->type_name("N");
   command.add_option("--frames", source.frames, "Use at most so many frames")->type_name("N");
@@ -216,6 +227,7 @@ void addTrackCommand(CLI::App& app, int& status) {
   const auto options = std::make_shared<TrackOptions>();
   CLI::App& command = *app.add_subcommand("track", "Follow one or several targets through a video");
   addSourceOptions(command, options->source);
+  addLiveOptions(command, options->source, options->live);
   command
       .add_option("--box", options->boxes,
                   "Target on the first frame: left, top, width, height in pixels; may be repeated, then with names: "

@@ -28,6 +28,10 @@ struct CallRecord : CallFacts {
   std::optional<cv::Rect> givenBox;     ///< Of init(): the box to start on, full-frame pixels.
   std::optional<long> framesSinceSeen;  ///< 0: seen in this frame. Empty: never seen.
   std::optional<double> secondsSinceSeen;
+  std::optional<double> ageMs;   ///< Live: the picture's age when the answer was ready, milliseconds.
+  bool ageFromSender = false;    ///< Live: the age is by the sender's clock; else since arrival.
+  std::optional<long> dropped;   ///< Live: frames received since the last call that were not worked on.
+  bool noSignal = false;         ///< Live: no frame came, and no call was made; the box is the last one.
   std::vector<std::string> log;  ///< The plug-in's log lines of this call, to be shown; not part of the JSON.
 };
 

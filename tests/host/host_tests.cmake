@@ -90,3 +90,8 @@ set_tests_properties(host_footprint PROPERTIES LABELS native SKIP_RETURN_CODE 77
 add_test(NAME live_window COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/host/run/live_window.sh ${csrt_program}
   $<TARGET_FILE:csrt_tracking_plugin>)
 set_tests_properties(live_window PROPERTIES LABELS native SKIP_RETURN_CODE 77)
+
+# Live sources: the rules with given clocks, and short runs with real senders where those are installed.
+add_executable(live_probe ${CMAKE_CURRENT_LIST_DIR}/live/live_probe.cpp)
+target_link_libraries(live_probe PRIVATE csrt_live csrt_warnings)
+csrt_add_visible_threads(live_probe)
