@@ -8,7 +8,7 @@ namespace gimbal {
 namespace {
 
 constexpr double kStep_s = 0.01;
-constexpr int kSteps = 36;        // from kMin_s to kMax_s
+constexpr int kSteps = 61;        // from kMin_s to kMax_s
 constexpr double kSpan_s = 0.24;  // over which a bend is measured
 constexpr double kGap_s = 0.15;   // between frames: nothing is measured across
 constexpr double kMemory_s = 8.0;

@@ -14,7 +14,7 @@ namespace gimbal {
 /// Not thread-safe. All times are of one clock, seconds.
 class DelayEstimator {
  public:
-  static constexpr double kMin_s = -0.05;  ///< What can be found, both ends included.
+  static constexpr double kMin_s = -0.30;  ///< What can be found, both ends included.
   static constexpr double kMax_s = 0.30;
 
   DelayEstimator();

@@ -4,7 +4,7 @@
 #
 # usage: tools/static-checks.sh [format] [tidy] [tidy-plugin] [cppcheck] [shell] [cuda]     all of them unless named
 # tidy takes about 40 minutes of processor time, most of it in the headers of the host program's libraries;
-# tidy-plugin looks at src/ and common/ alone.
+# tidy-plugin looks at src/, config/ and common/ alone.
 # BUILD names a configured build folder for clang-tidy (default: build-tidy, configured here).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -18,7 +18,7 @@ check_format() {
 
 # The plug-in, its library and its host program; tests are left to the compilers' warnings and the sanitizers.
 check_tidy() {
-  local build=${BUILD:-build-tidy} folders=${1:-src|common|host}
+  local build=${BUILD:-build-tidy} folders=${1:-src|config|common|ocula|host}
   [ -e "$build/compile_commands.json" ] ||
     cmake -S . -B "$build" -G Ninja -DCSRT_BUILD_TESTS=OFF -DPython3_EXECUTABLE=/usr/bin/python3 >/dev/null
   sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' "$build/compile_commands.json" | grep -E "^$root/($folders)/" |
@@ -26,14 +26,14 @@ check_tidy() {
 }
 
 check_tidy-plugin() {
-  check_tidy 'src|common'
+  check_tidy 'src|config|common'
 }
 
 check_cppcheck() {
-  git ls-files 'src/*.cpp' 'common/*.cpp' 'host/*.cpp' |
+  git ls-files 'src/*.cpp' 'config/*.cpp' 'common/*.cpp' 'ocula/*.cpp' 'host/*.cpp' |
     xargs cppcheck --quiet --std=c++17 --language=c++ --enable=warning,performance,portability --inline-suppr \
       --suppress=missingInclude --suppress=missingIncludeSystem --suppress=unmatchedSuppression --suppress=cppcheckError \
-      -I include -I src -I common -j "$(nproc)" --error-exitcode=1
+      -I include -I src -I config -I common -j "$(nproc)" --error-exitcode=1
 }
 
 check_shell() {

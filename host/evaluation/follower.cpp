@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "csrt_config.h"
-#include "target_session.h"
+#include "plugin/target_session.h"
 
 namespace host {
 namespace {

@@ -6,13 +6,13 @@
 #include <memory>
 #include <utility>
 
-#include "interrupt.h"
+#include "base/interrupt.h"
+#include "plugin/target_session.h"
 #include "simulator/camera.h"
 #include "simulator/drawing.h"
 #include "simulator/follower.h"
 #include "simulator/gimbal.h"
 #include "simulator/reported_metadata.h"
-#include "target_session.h"
 
 namespace host::sim {
 namespace {

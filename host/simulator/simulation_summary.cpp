@@ -4,7 +4,7 @@
 #include <cmath>
 #include <numeric>
 
-#include "run_summary.h"
+#include "run/run_summary.h"
 
 namespace host::sim {
 namespace {
