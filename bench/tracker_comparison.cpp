@@ -21,18 +21,18 @@
 #include <utility>
 #include <vector>
 
-#include "config_text.h"
+#include "base/host_error.h"
+#include "base/interrupt.h"
+#include "base/text_output.h"
+#include "commands/evaluation_options.h"
+#include "config/config_text.h"
+#include "config/presets.h"
 #include "dlib_follower.h"
-#include "drawn_scene.h"
 #include "evaluation/evaluation_run.h"
 #include "evaluation/results.h"
 #include "evaluation/sequence.h"
-#include "evaluation_options.h"
-#include "host_error.h"
-#include "interrupt.h"
-#include "plugin_library.h"
-#include "presets.h"
-#include "text_output.h"
+#include "picture/drawn_scene.h"
+#include "plugin/plugin_library.h"
 
 namespace {
 

@@ -16,7 +16,7 @@ endif()
 # Development files: what a host includes, and how it finds library and plug-in.
 install(FILES ${PROJECT_SOURCE_DIR}/include/ialgo_plugin.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/csrt-tracking COMPONENT dev)
-install(FILES ${PROJECT_SOURCE_DIR}/include/ocula/ocula_picture.h
+install(FILES ${PROJECT_SOURCE_DIR}/ocula/ocula_picture.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/csrt-tracking/ocula COMPONENT dev)
 configure_package_config_file(cmake/csrt_tracking_pluginConfig.cmake.in
   ${PROJECT_BINARY_DIR}/csrt_tracking_pluginConfig.cmake

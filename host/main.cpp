@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "commands.h"
-#include "help_footer.h"
-#include "host_error.h"
-#include "interrupt.h"
-#include "log_capture.h"
+#include "base/host_error.h"
+#include "base/interrupt.h"
+#include "commands/commands.h"
+#include "commands/help_footer.h"
+#include "plugin/log_capture.h"
 
 namespace {
 

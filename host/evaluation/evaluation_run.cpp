@@ -7,9 +7,9 @@
 #include <thread>
 #include <utility>
 
-#include "host_error.h"
-#include "interrupt.h"
-#include "worker_pool.h"
+#include "base/host_error.h"
+#include "base/interrupt.h"
+#include "base/worker_pool.h"
 
 namespace host {
 namespace {

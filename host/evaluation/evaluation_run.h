@@ -9,7 +9,7 @@
 #include "evaluation/follower.h"
 #include "evaluation/metrics.h"
 #include "evaluation/sequence.h"
-#include "pace.h"
+#include "input/pace.h"
 
 namespace host {
 

@@ -7,9 +7,9 @@
 #include <optional>
 #include <string>
 
-#include "frame_source.h"
+#include "input/frame_source.h"
 #include "ocula/ocula_picture.h"
-#include "plugin_library.h"
+#include "plugin/plugin_library.h"
 
 namespace host {
 

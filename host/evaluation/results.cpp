@@ -5,8 +5,8 @@
 #include <tuple>
 #include <utility>
 
-#include "host_error.h"
-#include "run_summary.h"
+#include "base/host_error.h"
+#include "run/run_summary.h"
 
 namespace host {
 namespace {

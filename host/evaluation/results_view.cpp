@@ -6,8 +6,8 @@
 #include <cstddef>
 #include <vector>
 
-#include "embedded.h"
-#include "html_page.h"
+#include "base/embedded.h"
+#include "picture/html_page.h"
 
 namespace host {
 namespace {

@@ -7,7 +7,7 @@
 #include <system_error>
 #include <utility>
 
-#include "host_error.h"
+#include "base/host_error.h"
 
 namespace host {
 namespace {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "evaluation/truth.h"
-#include "frame_source.h"
+#include "input/frame_source.h"
 
 namespace host {
 

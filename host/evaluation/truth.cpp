@@ -8,8 +8,8 @@
 #include <map>
 #include <sstream>
 
-#include "config_text.h"
-#include "host_error.h"
+#include "base/host_error.h"
+#include "config/config_text.h"
 
 namespace host {
 namespace {

@@ -6,7 +6,7 @@
 #include <map>
 #include <tuple>
 
-#include "host_error.h"
+#include "base/host_error.h"
 
 namespace host {
 namespace {

@@ -3,13 +3,13 @@
 #include <filesystem>
 #include <system_error>
 
-#include "config_text.h"
-#include "host_error.h"
-#include "metadata_keys.h"
+#include "base/host_error.h"
+#include "config/config_text.h"
+#include "input/metadata_keys.h"
 #include "ocula/ocula_picture.h"
+#include "plugin/track_state.h"
 #include "simulator/checked_json.h"
 #include "simulator/shipped_scenarios.h"
-#include "track_state.h"
 
 namespace host::sim {
 namespace {

@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "annotate.h"
-#include "picture_output.h"
+#include "base/text_output.h"
+#include "picture/annotate.h"
+#include "picture/picture_output.h"
 #include "simulator/simulation.h"
-#include "text_output.h"
 
 namespace host::sim {
 

@@ -1,0 +1,106 @@
+// csrt-track replay: repeats a run that --save-run kept and says whether every record is the same.
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "base/host_error.h"
+#include "base/interrupt.h"
+#include "base/text_output.h"
+#include "commands/commands.h"
+#include "commands/help_footer.h"
+#include "plugin/plugin_library.h"
+#include "run/saved_run.h"
+#include "run/track_run.h"
+
+namespace host {
+namespace {
+
+struct ReplayOptions {
+  std::string folder;
+  std::string plugin;
+  std::string records;
+};
+
+class RecordCollector : public RunObserver {
+ public:
+  void frame(const SourceFrame& /*frame*/, const std::vector<CallRecord>& records) override {
+    for (const CallRecord& record : records) all.emplace_back(toJson(record));
+  }
+  std::vector<nlohmann::json> all;
+};
+
+void noteVersions(const nlohmann::json& about) {
+  const auto differs = [&about](const char* what, const std::string& now) {
+    const std::string then = about.value(what, "");
+    if (then != now) std::printf("%s was %s, is %s\n", what, then.c_str(), now.c_str());
+  };
+  differs("csrt_track", CSRT_VERSION);
+  differs("opencv", cv::getVersionString());
+}
+
+/// Prints how many records differ and the first of them. @return true when all are the same
+bool compare(const std::vector<nlohmann::json>& saved, const std::vector<nlohmann::json>& now) {
+  std::size_t different = 0;
+  const std::size_t common = std::min(saved.size(), now.size());
+  for (std::size_t i = 0; i < common; ++i) {
+    const std::string difference = firstDifference(saved[i], now[i]);
+    if (difference.empty() || different++ > 0) continue;
+    std::printf("first difference: target '%s', frame %ld: %s\n", saved[i].value("target", "").c_str(),
+                saved[i].value("frame", -1L), difference.c_str());
+  }
+  if (saved.size() != now.size())
+    std::printf("%zu records were saved, the replay made %zu\n", saved.size(), now.size());
+  if (different == 0 && saved.size() == now.size()) {
+    std::printf("identical: all %zu records\n", saved.size());
+    return true;
+  }
+  std::printf("%zu of %zu records differ\n", different, common);
+  return false;
+}
+
+int replay(const ReplayOptions& options) {
+  SavedRun saved = readSavedRun(options.folder);
+  PluginLibrary library(options.plugin);
+  std::optional<TextOutput> output;
+  if (!options.records.empty()) output.emplace(options.records);
+  RecordCollector collector;
+  runTrack(*saved.frames, library, std::move(saved.run), {&collector});
+  if (output) {
+    for (const nlohmann::json& record : collector.all) output->writeLine(record.dump());
+  }
+  if (interruptSignal() != 0) {
+    std::fprintf(stderr, "csrt-track: interrupted after %zu of %zu records; nothing is compared\n",
+                 collector.all.size(), saved.records.size());
+    return 128 + interruptSignal();
+  }
+  noteVersions(saved.about);
+  return static_cast<int>(compare(saved.records, collector.all) ? ExitCode::Done : ExitCode::Findings);
+}
+
+}  // namespace
+
+void addReplayCommand(CLI::App& app, int& status) {
+  const auto options = std::make_shared<ReplayOptions>();
+  CLI::App& command =
+      *app.add_subcommand("replay", "Repeat a run that 'track --save-run' kept, and compare every record");
+  command.add_option("folder", options->folder, "The folder that --save-run wrote")->required()->type_name("DIR");
+  command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
+      ->type_name("PATH");
+  command.add_option("--records", options->records, "Write the replay's records, one JSON line per call")
+      ->type_name("FILE");
+  command.footer(helpFooter({"track street.mp4 --box 412,230,64,48 --save-run problem", "replay problem"},
+                            {{0, "every record is the same, timings aside"},
+                             {1, "some records differ"},
+                             {3, "the folder holds no saved run, or a damaged one"},
+                             {4, "the plug-in cannot be loaded"},
+                             {6, "an output could not be written to its end"},
+                             {130, "interrupted (143: terminated)"}}));
+  command.callback([options, &status] { status = replay(*options); });
+}
+
+}  // namespace host

@@ -1,0 +1,277 @@
+#include "input/frame_source.h"
+
+#include <algorithm>
+#include <cctype>
+#include <chrono>
+#include <cmath>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/videoio.hpp>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "base/host_error.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+constexpr double kPictureFps = 25.0;  // a folder of pictures does not say how fast they were taken
+
+bool isAllDigits(const std::string& text) {
+  return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
+}
+
+bool isPictureName(const fs::path& path) {
+  std::string extension = path.extension().string();
+  std::transform(extension.begin(), extension.end(), extension.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  static const std::vector<std::string> known = {".jpg",  ".jpeg", ".png", ".bmp", ".tif",
+                                                 ".tiff", ".webp", ".ppm", ".pgm"};
+  return std::find(known.begin(), known.end(), extension) != known.end();
+}
+
+/// Orders img2 before img10: runs of digits compare as numbers.
+bool naturalLess(const std::string& a, const std::string& b) {
+  std::size_t i = 0;
+  std::size_t j = 0;
+  const auto digit = [](const std::string& s, std::size_t k) {
+    return k < s.size() && std::isdigit(static_cast<unsigned char>(s[k])) != 0;
+  };
+  while (i < a.size() && j < b.size()) {
+    if (digit(a, i) && digit(b, j)) {
+      std::size_t endA = i;
+      std::size_t endB = j;
+      while (digit(a, endA)) ++endA;
+      while (digit(b, endB)) ++endB;
+      while (i < endA && a[i] == '0') ++i;
+      while (j < endB && b[j] == '0') ++j;
+      if (endA - i != endB - j) return endA - i < endB - j;
+      const int order = a.compare(i, endA - i, b, j, endB - j);
+      if (order != 0) return order < 0;
+      i = endA;
+      j = endB;
+    } else {
+      if (a[i] != b[j]) return a[i] < b[j];
+      ++i;
+      ++j;
+    }
+  }
+  return a.size() - i < b.size() - j;
+}
+
+std::vector<fs::path> filesOf(const fs::path& folder, const std::string& source) {
+  std::error_code failed;
+  std::vector<fs::path> files;
+  for (fs::directory_iterator it(folder, failed), end; !failed && it != end; it.increment(failed)) {
+    std::error_code ignored;
+    if (it->is_regular_file(ignored)) files.push_back(it->path());
+  }
+  if (failed) throw HostError(ExitCode::Source, "cannot read the folder of '" + source + "': " + failed.message());
+  return files;
+}
+
+std::vector<fs::path> picturesOfFolder(const std::string& source) {
+  std::vector<fs::path> pictures = filesOf(source, source);
+  pictures.erase(std::remove_if(pictures.begin(), pictures.end(), [](const fs::path& p) { return !isPictureName(p); }),
+                 pictures.end());
+  std::sort(pictures.begin(), pictures.end(), [](const fs::path& a, const fs::path& b) {
+    return naturalLess(a.filename().string(), b.filename().string());
+  });
+  if (pictures.empty()) throw HostError(ExitCode::Source, "folder '" + source + "' holds no pictures");
+  return pictures;
+}
+
+/// The three parts of a name with one printf integer conversion: "img/%04d.jpg" is "img/", width 4, ".jpg".
+struct NumberPattern {
+  std::string before;
+  std::size_t zeros = 0;  ///< Digits that leading zeros fill up to; 0: none.
+  std::string after;
+};
+
+bool tryParsePattern(const std::string& text, NumberPattern& pattern) {
+  const std::size_t percent = text.find('%');
+  if (percent == std::string::npos) return false;
+  std::size_t at = percent + 1;
+  while (at < text.size() && std::isdigit(static_cast<unsigned char>(text[at])) != 0) ++at;
+  if (at >= text.size() || (text[at] != 'd' && text[at] != 'i' && text[at] != 'u')) return false;
+  const std::string width = text.substr(percent + 1, at - percent - 1);
+  if (width.size() > 2) return false;
+  pattern.before = text.substr(0, percent);
+  pattern.zeros = width.empty() || width[0] != '0' ? 0 : static_cast<std::size_t>(std::atoi(width.c_str()));
+  pattern.after = text.substr(at + 1);
+  return pattern.after.find('%') == std::string::npos && pattern.after.find('/') == std::string::npos &&
+         pattern.before.find('%') == std::string::npos;
+}
+
+/// The files that exist for a pattern, by number: a sequence may begin anywhere and may have gaps.
+std::vector<fs::path> picturesOfPattern(const NumberPattern& pattern, const std::string& source) {
+  const fs::path prefix(pattern.before);
+  const fs::path folder = prefix.has_parent_path() ? prefix.parent_path() : fs::path(".");
+  const std::string head = prefix.filename().string();
+  std::vector<std::pair<long long, fs::path>> found;
+  for (const fs::path& file : filesOf(folder, source)) {
+    const std::string name = file.filename().string();
+    if (name.size() <= head.size() + pattern.after.size() || name.compare(0, head.size(), head) != 0) continue;
+    if (name.compare(name.size() - pattern.after.size(), std::string::npos, pattern.after) != 0) continue;
+    const std::string number = name.substr(head.size(), name.size() - head.size() - pattern.after.size());
+    const bool rightWidth =
+        number.size() >= pattern.zeros && (number.size() == pattern.zeros || number[0] != '0' || number.size() == 1);
+    if (isAllDigits(number) && number.size() < 18 && rightWidth) found.emplace_back(std::stoll(number), file);
+  }
+  if (found.empty()) throw HostError(ExitCode::Source, "no picture matches '" + source + "'");
+  std::sort(found.begin(), found.end());
+  std::vector<fs::path> pictures;
+  pictures.reserve(found.size());
+  for (auto& entry : found) pictures.push_back(std::move(entry.second));
+  return pictures;
+}
+
+class PictureSource : public FrameSource {
+ public:
+  PictureSource(std::vector<fs::path> pictures, const SourceOptions& options)
+      : pictures_(std::move(pictures)), next_(options.start), fps_(options.fps > 0 ? options.fps : kPictureFps) {
+    const long count = static_cast<long>(pictures_.size());
+    if (options.start >= count) {
+      throw HostError(ExitCode::Source, "'" + options.source + "' has only " + std::to_string(count) +
+                                            " frames: --start " + std::to_string(options.start) + " lies behind them");
+    }
+    end_ = options.frames > 0 ? std::min(count, options.start + options.frames) : count;
+  }
+
+  bool read(SourceFrame& frame) override {
+    if (next_ >= end_) return false;
+    const std::string name = pictures_[static_cast<std::size_t>(next_)].string();
+    frame.bgr = cv::imread(name, cv::IMREAD_COLOR);
+    // A damaged picture in the middle is the user's to know of, not the end of the sequence.
+    if (frame.bgr.empty()) throw HostError(ExitCode::Source, "cannot decode the picture '" + name + "'");
+    frame.index = next_++;
+    frame.time_s = static_cast<double>(frame.index) / fps_;
+    return true;
+  }
+  double fps() const override { return fps_; }
+  long expected() const override { return std::max(0L, end_ - next_); }
+
+ private:
+  std::vector<fs::path> pictures_;
+  long next_;
+  long end_ = 0;
+  double fps_;
+};
+
+class VideoSource : public FrameSource {
+ public:
+  VideoSource(const cv::VideoCapture& capture, const SourceOptions& options, bool live)
+      : capture_(capture), next_(0), live_(live), begin_(Clock::now()) {
+    const double said = capture_.get(cv::CAP_PROP_FPS);
+    fps_ = options.fps > 0 ? options.fps : (std::isfinite(said) && said > 0 ? said : kPictureFps);
+    const double count = live ? 0.0 : capture_.get(cv::CAP_PROP_FRAME_COUNT);
+    const long total = std::isfinite(count) && count > 0 && count < 1e9 ? static_cast<long>(count) : 0;
+    skipTo_(options);
+    if (options.frames > 0) end_ = options.start + options.frames;
+    expected_ = total > options.start ? total - options.start : 0;
+    if (options.frames > 0) expected_ = expected_ > 0 ? std::min(expected_, options.frames) : options.frames;
+  }
+
+  bool read(SourceFrame& frame) override {
+    if (end_ > 0 && next_ >= end_) return false;
+    cv::Mat picture;
+    if (!capture_.read(picture) || picture.empty()) return false;
+    if (picture.channels() == 1) cv::cvtColor(picture, picture, cv::COLOR_GRAY2BGR);
+    frame.bgr = picture.clone();  // the capture reuses its buffer
+    frame.index = next_++;
+    frame.time_s =
+        live_ ? std::chrono::duration<double>(Clock::now() - begin_).count() : static_cast<double>(frame.index) / fps_;
+    return true;
+  }
+  double fps() const override { return fps_; }
+  long expected() const override { return expected_; }
+
+ private:
+  /// Frame by frame: jumping by position lands on the nearest key frame in many files.
+  void skipTo_(const SourceOptions& options) {
+    while (next_ < options.start) {
+      if (!capture_.grab()) {
+        throw HostError(ExitCode::Source, "'" + options.source + "' has only " + std::to_string(next_) +
+                                              " frames: --start " + std::to_string(options.start) +
+                                              " lies behind them");
+      }
+      ++next_;
+    }
+  }
+
+  cv::VideoCapture capture_;
+  long next_;
+  long end_ = 0;
+  bool live_;
+  Clock::time_point begin_;
+  double fps_ = kPictureFps;
+  long expected_ = 0;
+};
+
+/// Some decoders draw a text file as pictures of a terminal; nobody wants to track in those.
+bool isPlainText(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  std::string head(256, '\0');
+  file.read(head.data(), static_cast<std::streamsize>(head.size()));
+  head.resize(static_cast<std::size_t>(file.gcount()));
+  const bool playlist = head.rfind("#EXTM3U", 0) == 0 || head.rfind("v=0", 0) == 0;
+  return !head.empty() && !playlist && std::all_of(head.begin(), head.end(), [](unsigned char c) {
+    return c >= 0x20 ? c < 0x7F : c == '\n' || c == '\r' || c == '\t';
+  });
+}
+
+std::unique_ptr<FrameSource> openVideo(const SourceOptions& options) {
+  if (isPlainText(options.source)) {
+    throw HostError(ExitCode::Source, "'" + options.source + "' is a text file, not a video");
+  }
+  cv::VideoCapture capture;
+  if (!capture.open(options.source) || !capture.isOpened()) {
+    throw HostError(ExitCode::Source, "cannot open '" + options.source + "' as a video");
+  }
+  return std::make_unique<VideoSource>(capture, options, false);
+}
+
+std::unique_ptr<FrameSource> openCamera(const SourceOptions& options) {
+  cv::VideoCapture capture;
+  if (options.source.size() > 4 || !capture.open(std::atoi(options.source.c_str())) || !capture.isOpened()) {
+    throw HostError(ExitCode::Source, "there is no file '" + options.source + "' and no camera of that number");
+  }
+  return std::make_unique<VideoSource>(capture, options, true);
+}
+
+void checkNumbers(const SourceOptions& options) {
+  if (options.start < 0) throw HostError(ExitCode::Usage, "--start " + std::to_string(options.start) + " is negative");
+  if (options.frames < 0) {
+    throw HostError(ExitCode::Usage, "--frames " + std::to_string(options.frames) + " is negative");
+  }
+  if (!(options.fps >= 0) || options.fps > 1e6) {
+    throw HostError(ExitCode::Usage, "--fps " + std::to_string(options.fps) + " is not a frame rate");
+  }
+}
+
+}  // namespace
+
+std::unique_ptr<FrameSource> openFrameSource(const SourceOptions& options) {
+  checkNumbers(options);
+  std::error_code ignored;
+  const fs::path path(options.source);
+  if (fs::is_directory(path, ignored))
+    return std::make_unique<PictureSource>(picturesOfFolder(options.source), options);
+  if (fs::exists(path, ignored)) return openVideo(options);
+  NumberPattern pattern;
+  if (tryParsePattern(options.source, pattern)) {
+    return std::make_unique<PictureSource>(picturesOfPattern(pattern, options.source), options);
+  }
+  if (isAllDigits(options.source)) return openCamera(options);
+  if (options.source.find("://") != std::string::npos) return openVideo(options);  // a network stream
+  throw HostError(ExitCode::Source, "there is no file '" + options.source + "'");
+}
+
+}  // namespace host

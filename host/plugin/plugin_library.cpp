@@ -1,0 +1,73 @@
+#include "plugin/plugin_library.h"
+
+#include <class_loader/class_loader.hpp>
+#include <exception>
+#include <filesystem>
+#include <system_error>
+#include <vector>
+
+#include "base/host_error.h"
+
+namespace host {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kPluginFile = "libcsrt_tracking_plugin.so";
+
+fs::path programFolder() {
+  std::error_code failed;
+  const fs::path program = fs::read_symlink("/proc/self/exe", failed);
+  return failed ? fs::current_path(failed) : program.parent_path();
+}
+
+/// The reason in one line: loader messages carry line feeds and the file's name more than once.
+std::string oneLine(std::string text) {
+  for (char& c : text) {
+    if (c == '\n' || c == '\r' || c == '\t') c = ' ';
+  }
+  return text;
+}
+
+}  // namespace
+
+std::string defaultPluginPath() {
+  const fs::path folder = programFolder();
+  const std::vector<fs::path> candidates = {
+      folder / kPluginFile, folder.parent_path() / "lib" / kPluginFile,  // a build folder
+      folder.parent_path() / CSRT_PLUGIN_INSTALL_DIR / kPluginFile};     // an installation, wherever it was moved to
+  for (const fs::path& candidate : candidates) {
+    std::error_code ignored;
+    if (fs::exists(candidate, ignored)) return candidate.string();
+  }
+  return candidates.front().string();
+}
+
+PluginLibrary::PluginLibrary(const std::string& path) : path_(path.empty() ? defaultPluginPath() : path) {
+  std::error_code failed;
+  if (!fs::is_regular_file(path_, failed)) {
+    throw HostError(ExitCode::Plugin, "plug-in '" + path_ + "' does not exist or is not a file; name it with --plugin");
+  }
+  try {
+    // An absolute name: a bare one would send the loader through its own search path.
+    loader_ = std::make_unique<class_loader::ClassLoader>(fs::absolute(path_).string(), false);
+  } catch (const std::exception& e) {
+    throw HostError(ExitCode::Plugin, "plug-in '" + path_ + "' cannot be loaded: " + oneLine(e.what()));
+  }
+  for (const std::string& name : loader_->getAvailableClasses<IAlgoPlugin>()) {
+    if (name == kPluginClass) return;
+  }
+  throw HostError(ExitCode::Plugin, "'" + path_ + "' is a library without the plug-in class " + kPluginClass);
+}
+
+PluginLibrary::~PluginLibrary() = default;
+
+std::shared_ptr<IAlgoPlugin> PluginLibrary::create() {
+  try {
+    return loader_->createUniqueInstance<IAlgoPlugin>(kPluginClass);  // the one name that all versions share
+  } catch (const std::exception& e) {
+    throw HostError(ExitCode::Plugin, "plug-in '" + path_ + "' cannot create its tracker: " + oneLine(e.what()));
+  }
+}
+
+}  // namespace host
