@@ -8,6 +8,7 @@
 #include "box_refinement.h"
 #include "csrt_tracking_algo.h"
 #include "stability_score.h"
+#include "tracker_engine.h"
 #include "window_geometry.h"
 
 namespace {
@@ -133,7 +134,7 @@ cv::Ptr<cv::tracking::TrackerCSRT> CSRTTrackingAlgo::createTracker_() const {
   if (!c.use_hog && !c.use_color_names && !c.use_rgb && !c.use_gray) {  // OpenCV would crash in init()
     throw std::runtime_error("CSRT needs at least one of use_hog, use_color_names, use_rgb and use_gray");
   }
-  return cv::tracking::TrackerCSRT::create(makeCSRTParams_());
+  return createTracker(makeCSRTParams_());
 }
 
 bool CSRTTrackingAlgo::initializeTrackerFromFrameLocked_(ocula::OculaPicture& picture, const cv::Rect& box, bool refine,

@@ -14,6 +14,7 @@
 #include "commands/commands.h"
 #include "commands/evaluation_options.h"
 #include "commands/help_footer.h"
+#include "commands/plugin_choice.h"
 #include "config/config_text.h"
 #include "evaluation/evaluation_run.h"
 #include "evaluation/results.h"
@@ -33,7 +34,7 @@ struct EvaluateOptions {
   std::string shard = "1/1";
   std::string json;
   std::string html;
-  std::string plugin;
+  PluginChoice plugin;
   long maxFrames = 0;
   int threads = 1;
   bool quiet = false;
@@ -73,6 +74,7 @@ RunFacts factsOf(const EvaluateOptions& options, const std::string& configText, 
   RunFacts facts = {{"program", std::string("csrt-track ") + CSRT_VERSION},
                     {"opencv", CV_VERSION},
                     {"plugin", library.path()},
+                    {"engine", library.engine()},
                     {"configuration", configText.empty() ? "{}" : configText},
                     {"pace", options.pace},
                     {"threads", std::to_string(options.threads)}};
@@ -154,7 +156,7 @@ int evaluate(const EvaluateOptions& options) {
   const std::string configText = buildConfigText(options.config);
   const std::vector<Sequence> sequences = shardOf(openSequences(options.sequences.read()), parseShard(options.shard));
   paceOf(options.pace);
-  PluginLibrary library(options.plugin);
+  PluginLibrary library(pathOf(options.plugin));
   checkSets(options.config.sets, library.create()->getConfigList());
   // Opened before the run: a result that cannot be written must not cost an hour. Behind the other checks: an earlier
   // result in the file is lost from here on.
@@ -200,8 +202,7 @@ void addEvaluateCommand(CLI::App& app, int& status) {
       ->type_name("FILE");
   command.add_option("--html", options->html, "Write the result as a page with charts, such as result.html")
       ->type_name("FILE");
-  command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
-      ->type_name("PATH");
+  addPluginOptions(command, options->plugin);
   command.add_flag("--quiet", options->quiet, "No progress, no table");
   command.footer(helpFooter({"evaluate sequences/street --reference --html street.html",
                              "evaluate clip.avi --truth clip.csv --preset fast --json fast.json"},

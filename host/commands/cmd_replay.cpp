@@ -13,6 +13,7 @@
 #include "base/text_output.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
+#include "commands/plugin_choice.h"
 #include "plugin/plugin_library.h"
 #include "run/saved_run.h"
 #include "run/track_run.h"
@@ -22,7 +23,7 @@ namespace {
 
 struct ReplayOptions {
   std::string folder;
-  std::string plugin;
+  PluginChoice plugin;
   std::string records;
 };
 
@@ -34,13 +35,22 @@ class RecordCollector : public RunObserver {
   std::vector<nlohmann::json> all;
 };
 
-void noteVersions(const nlohmann::json& about) {
+void noteVersions(const nlohmann::json& about, const std::string& engine) {
   const auto differs = [&about](const char* what, const std::string& now) {
     const std::string then = about.value(what, "");
     if (then != now) std::printf("%s was %s, is %s\n", what, then.c_str(), now.c_str());
   };
   differs("csrt_track", CSRT_VERSION);
   differs("opencv", cv::getVersionString());
+  if (about.contains("engine")) differs("engine", engine);
+}
+
+/// The saved run's engine, unless the user names one.
+std::string pluginOf(const ReplayOptions& options, const SavedRun& saved) {
+  PluginChoice choice = options.plugin;
+  const std::string engine = saved.about.value("engine", "");
+  if (choice.path.empty() && choice.engine.empty() && engine != kUnknownEngine) choice.engine = engine;
+  return pathOf(choice);
 }
 
 /// Prints how many records differ and the first of them. @return true when all are the same
@@ -65,7 +75,7 @@ bool compare(const std::vector<nlohmann::json>& saved, const std::vector<nlohman
 
 int replay(const ReplayOptions& options) {
   SavedRun saved = readSavedRun(options.folder);
-  PluginLibrary library(options.plugin);
+  PluginLibrary library(pluginOf(options, saved));
   std::optional<TextOutput> output;
   if (!options.records.empty()) output.emplace(options.records);
   RecordCollector collector;
@@ -78,7 +88,7 @@ int replay(const ReplayOptions& options) {
                  collector.all.size(), saved.records.size());
     return 128 + interruptSignal();
   }
-  noteVersions(saved.about);
+  noteVersions(saved.about, library.engine());
   return static_cast<int>(compare(saved.records, collector.all) ? ExitCode::Done : ExitCode::Findings);
 }
 
@@ -89,17 +99,17 @@ void addReplayCommand(CLI::App& app, int& status) {
   CLI::App& command =
       *app.add_subcommand("replay", "Repeat a run that 'track --save-run' kept, and compare every record");
   command.add_option("folder", options->folder, "The folder that --save-run wrote")->required()->type_name("DIR");
-  command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
-      ->type_name("PATH");
+  addPluginOptions(command, options->plugin);
   command.add_option("--records", options->records, "Write the replay's records, one JSON line per call")
       ->type_name("FILE");
-  command.footer(helpFooter({"track street.mp4 --box 412,230,64,48 --save-run problem", "replay problem"},
-                            {{0, "every record is the same, timings aside"},
-                             {1, "some records differ"},
-                             {3, "the folder holds no saved run, or a damaged one"},
-                             {4, "the plug-in cannot be loaded"},
-                             {6, "an output could not be written to its end"},
-                             {130, "interrupted (143: terminated)"}}));
+  command.footer(helpFooter(
+      {"track street.mp4 --box 412,230,64,48 --save-run problem", "replay problem", "replay problem --engine opencv"},
+      {{0, "every record is the same, timings and engine aside"},
+       {1, "some records differ"},
+       {3, "the folder holds no saved run, or a damaged one"},
+       {4, "the plug-in cannot be loaded"},
+       {6, "an output could not be written to its end"},
+       {130, "interrupted (143: terminated)"}}));
   command.callback([options, &status] { status = replay(*options); });
 }
 

@@ -11,6 +11,7 @@
 #include "base/text_output.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
+#include "commands/plugin_choice.h"
 #include "config/config_text.h"
 #include "picture/picture_output.h"
 #include "plugin/plugin_library.h"
@@ -33,7 +34,7 @@ struct SimulateOptions {
   std::string sheet;
   std::string clip;
   std::string clipMetadata;
-  std::string plugin;
+  PluginChoice plugin;
   std::string clock = "simulated";
   std::string print;
   bool list = false;
@@ -116,7 +117,7 @@ int simulate(const SimulateOptions& options) {
   if (!options.print.empty()) return printScenario(options.print);
   checkOptions(options);
   const sim::Scenario scenario = scenarioOf(options);
-  PluginLibrary library(options.plugin);
+  PluginLibrary library(pathOf(options.plugin));
 
   sim::SimulationSummary summary;
   sim::SimulationPictures pictures(options.video, options.sheet);
@@ -173,8 +174,7 @@ void addSimulateCommand(CLI::App& app, int& status) {
       ->take_all()
       ->allow_extra_args(false);
   addOutputs(command, *options);
-  command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
-      ->type_name("PATH");
+  addPluginOptions(command, options->plugin);
   command
       .add_option("--clock", options->clock,
                   "What the plug-in's rules in seconds go by: simulated (the scene's time) or machine")

@@ -14,6 +14,7 @@
 #include "commands/commands.h"
 #include "commands/help_footer.h"
 #include "commands/live_options.h"
+#include "commands/plugin_choice.h"
 #include "config/config_check.h"
 #include "config/config_text.h"
 #include "evaluation/truth.h"
@@ -41,7 +42,7 @@ struct TrackOptions {
   std::string records;
   std::string video;
   std::string still;
-  std::string plugin;
+  PluginChoice plugin;
   std::string pace = "video";
   std::string report;
   std::string truth;
@@ -182,7 +183,7 @@ int track(const TrackOptions& options) {
   if (source && !options.quiet && !source->note().empty()) {
     std::fprintf(stderr, "csrt-track: note: %s\n", source->note().c_str());
   }
-  PluginLibrary library(options.plugin);
+  PluginLibrary library(pathOf(options.plugin));
   checkSets(options.config.sets, library.create()->getConfigList());
   noteUncheckedFile(options);
 
@@ -274,8 +275,7 @@ void addTrackCommand(CLI::App& app, int& status) {
       ->capture_default_str();
   command.add_flag("--show", options->show,
                    "Open a window: space pauses, . steps, dragging starts over on a new box, q ends");
-  command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
-      ->type_name("PATH");
+  addPluginOptions(command, options->plugin);
   command.add_option("--threads", options->threads, "Threads that work on the targets")
       ->type_name("N")
       ->capture_default_str();

@@ -18,6 +18,7 @@
 #include "commands/commands.h"
 #include "commands/evaluation_options.h"
 #include "commands/help_footer.h"
+#include "commands/plugin_choice.h"
 #include "config/config_text.h"
 #include "evaluation/tune_scoring.h"
 #include "evaluation/tuning_result.h"
@@ -41,7 +42,7 @@ struct TuneOptions {
   std::uint64_t seed = 1;
   std::string shard = "1/1";
   std::string out;
-  std::string plugin;
+  PluginChoice plugin;
   int threads = 0;
   bool quiet = false;
 };
@@ -72,7 +73,8 @@ Json namesOf(const std::vector<Sequence>& sequences) {
 }
 
 /// What makes two searches the same search, whatever their shard, time and machine.
-Json searchOf(const TuneOptions& options, const TuneSplit& split, const nlohmann::json& start) {
+Json searchOf(const TuneOptions& options, const TuneSplit& split, const nlohmann::json& start,
+              const std::string& engine) {
   return {{"seed", options.seed},
           {"candidates", options.candidates},
           {"goal", options.goal.name},
@@ -80,6 +82,7 @@ Json searchOf(const TuneOptions& options, const TuneSplit& split, const nlohmann
           {"start", Json(start)},
           {"training", namesOf(split.training)},
           {"held_back", namesOf(split.heldBack)},
+          {"engine", engine},
           {"program", CSRT_VERSION},
           {"opencv", CV_VERSION}};
 }
@@ -207,12 +210,12 @@ int tune(const TuneOptions& options) {
   if (!start.is_object()) throw HostError(ExitCode::Usage, "configuration '" + options.config.file + "' is not JSON");
   const TuneSettings settings = settingsOf(options, start);
   const TuneSplit split = splitTargets(openSequences(options.sequences.read()), options.heldBack);
-  PluginLibrary library(options.plugin);
+  PluginLibrary library(pathOf(options.plugin));
   checkSets(options.config.sets, library.create()->getConfigList());
   makeFolder(options.out);
   cv::setNumThreads(1);  // the targets share the cores
   TuningResult result;
-  result.search = searchOf(options, split, start);
+  result.search = searchOf(options, split, start, library.engine());
   if (settings.shard.count > 1) result.shards = {options.shard};
   TrialLog log(options.out + "/trials.jsonl", result.search, options.shard);
 
@@ -282,8 +285,7 @@ void addTuneCommand(CLI::App& app, int& status) {
   command.add_option("--shard", options->shard, "Only the i-th of n parts; 'csrt-track merge' puts them together")
       ->type_name("I/N");
   command.add_option("--threads", options->threads, "Threads; default: all cores")->type_name("N");
-  command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
-      ->type_name("PATH");
+  addPluginOptions(command, options->plugin);
   command.add_flag("--quiet", options->quiet, "No progress, no report on standard output");
   command.footer(helpFooter({"tune clip.avi --truth clip.csv --goal both --budget 60 --out search"}, runExits()));
   command.callback([options, &status] { status = tune(*options); });

@@ -127,7 +127,7 @@ std::vector<std::string> partsOf(const std::string& joined) {
 
 void checkSameKind(const RunFacts& first, const RunFacts& other, const std::string& firstName,
                    const std::string& otherName) {
-  for (const char* key : {"configuration", "pace", "reference"}) {
+  for (const char* key : {"configuration", "engine", "pace", "reference"}) {
     const std::string* a = factOf(first, key);
     const std::string* b = factOf(other, key);
     const bool same = (a == nullptr) == (b == nullptr) && (a == nullptr || *a == *b);

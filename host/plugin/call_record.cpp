@@ -52,6 +52,7 @@ Json toJson(const CallRecord& record) {
                                         : "update"}};
   if (record.isInit) json["started"] = record.started;
   if (record.givenBox) json["given_box"] = toJson(*record.givenBox);
+  json["engine"] = record.engine;
   json["pace"] = record.pace;
   json["update_ms"] = roundedTo(record.update_ms, 3);
   json["state"] = name(record.state);

@@ -21,6 +21,7 @@ struct CallRecord : CallFacts {
   long frame = 0;                       ///< Counted from 0 in the source.
   double time_s = 0.0;                  ///< Seconds since the source's beginning.
   std::string pace = "fast";            ///< Which time the plug-in saw: fast, source or video.
+  std::string engine = "unknown";       ///< What the plug-in follows with: opencv, fast or unknown.
   bool isInit = false;                  ///< The call was init(), else update().
   bool started = false;                 ///< What init() answered.
   double update_ms = 0.0;               ///< Wall-clock time of the plug-in's call, milliseconds.

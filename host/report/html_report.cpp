@@ -194,9 +194,9 @@ void HtmlReport::end() {
   Json data;
   data["about"] = fmt::format("{}, {} x {} pixels, {:.3g} frames per second, from frame {}, {} frames", info_.source,
                               info_.frameSize.width, info_.frameSize.height, info_.fps, info_.firstFrame, frames_);
-  data["settings"] = fmt::format("configuration: {}\nplug-in: {}\ncsrt-track {}, OpenCV {}",
+  data["settings"] = fmt::format("configuration: {}\nplug-in: {}\nengine: {}\ncsrt-track {}, OpenCV {}",
                                  info_.configText.empty() ? "the plug-in's own" : info_.configText, info_.pluginPath,
-                                 CSRT_VERSION, cv::getVersionString());
+                                 info_.engine, CSRT_VERSION, cv::getVersionString());
   data["targets"] = Json::array();
   for (const std::string& target : names_) data["targets"].push_back(toJson_(target, targets_[target]));
   data["stills"] = Json::array();

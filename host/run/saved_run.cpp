@@ -92,10 +92,11 @@ class SavedFrames : public FrameSource {
 };
 
 nlohmann::ordered_json aboutRun(const RunInfo& info, const TrackRun& run) {
-  nlohmann::ordered_json about = {
-      {"format", kFormat},         {"version", kVersion},        {"source", info.source},
-      {"fps", info.fps},           {"config", info.configText},  {"pace", name(run.pace)},
-      {"plugin", info.pluginPath}, {"csrt_track", CSRT_VERSION}, {"opencv", cv::getVersionString()}};
+  nlohmann::ordered_json about = {{"format", kFormat},          {"version", kVersion},
+                                  {"source", info.source},      {"fps", info.fps},
+                                  {"config", info.configText},  {"pace", name(run.pace)},
+                                  {"plugin", info.pluginPath},  {"engine", info.engine},
+                                  {"csrt_track", CSRT_VERSION}, {"opencv", cv::getVersionString()}};
   about["targets"] = nlohmann::ordered_json::array();
   for (const TargetOption& target : run.targets) {
     about["targets"].push_back(
@@ -176,6 +177,8 @@ std::string firstDifference(const nlohmann::json& saved, const nlohmann::json& n
   nlohmann::json b = now;
   a.erase("update_ms");
   b.erase("update_ms");
+  a.erase("engine");
+  b.erase("engine");
   const nlohmann::json changes = nlohmann::json::diff(a, b);
   if (changes.empty()) return {};
   const nlohmann::json::json_pointer place(changes.front().at("path").get<std::string>());

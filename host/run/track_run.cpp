@@ -157,7 +157,7 @@ class Targets {
   }
 
   void add_(const std::string& name) {
-    sessions_.push_back(std::make_unique<TargetSession>(library_.create(), name));
+    sessions_.push_back(std::make_unique<TargetSession>(library_.create(), name, library_.engine()));
     sessions_.back()->keepPace(run_.pace);
     const std::vector<std::string> lines = sessions_.back()->configure(run_.configText);
     if (run_.logToStderr) showLog(name, lines);
@@ -178,6 +178,7 @@ RunInfo infoOf(const SourceFrame& first, const FrameSource& source, const Plugin
   for (const TargetOption& target : run.targets) info.targets.push_back(target.name);
   info.configText = run.configText;
   info.pluginPath = library.path();
+  info.engine = library.engine();
   return info;
 }
 

@@ -26,14 +26,16 @@ function(csrt_add_host_test name)
   target_compile_definitions(${name} PRIVATE
     CSRT_TRACK_PROGRAM="${csrt_program}"
     CSRT_FAKE_PLUGIN="$<TARGET_FILE:fake_plugin>"
-    CSRT_REAL_PLUGIN="$<TARGET_FILE:csrt_tracking_plugin>")
-  add_dependencies(${name} csrt-track fake_plugin csrt_tracking_plugin)
+    CSRT_REAL_PLUGIN="$<TARGET_FILE:csrt_tracking_plugin>"
+    CSRT_FAST_PLUGIN="$<TARGET_FILE:csrt_tracking_plugin_fast>")
+  add_dependencies(${name} csrt-track fake_plugin csrt_tracking_plugin csrt_tracking_plugin_fast)
 endfunction()
 
 csrt_add_host_test(annotate_test)
 csrt_add_host_test(config_check_test)
 csrt_add_host_test(config_command_test)
 csrt_add_host_test(frame_times_test)
+csrt_add_host_test(engine_option_test)
 csrt_add_host_test(help_test)
 csrt_add_host_test(bad_input_test)
 csrt_add_host_test(live_window_test)
