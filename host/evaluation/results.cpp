@@ -1,11 +1,14 @@
 #include "evaluation/results.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <set>
+#include <sstream>
 #include <tuple>
 #include <utility>
 
 #include "base/host_error.h"
+#include "base/json_text.h"
 #include "run/run_summary.h"
 
 namespace host {
@@ -168,7 +171,7 @@ Json toJson(const EvaluationResult& result) {
 }
 
 EvaluationResult evaluationFromJson(const std::string& text, const std::string& path) {
-  const Json json = Json::parse(text, nullptr, false);
+  const Json json = parseOrderedJson(text, path);
   if (!json.is_object() || json.value("schema", "") != kEvaluationSchemaName) {
     throw HostError(ExitCode::Usage, "'" + path + "' is not a result of csrt-track evaluate");
   }
@@ -187,6 +190,37 @@ EvaluationResult evaluationFromJson(const std::string& text, const std::string& 
   } catch (const std::exception& e) {
     throw HostError(ExitCode::Usage, "'" + path + "' is damaged: " + e.what());
   }
+}
+
+std::vector<std::string> missingParts(const std::vector<EvaluationResult>& parts,
+                                      const std::vector<std::string>& names) {
+  std::vector<std::string> missing;
+  std::set<long> there;
+  std::string count;
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    const std::string* cut = factOf(parts[i].facts, "interrupted");
+    if (cut != nullptr) missing.push_back("'" + names[i] + "' was interrupted (" + *cut + ")");
+    const std::string* shards = factOf(parts[i].facts, "shard");  // "1/3", of merged ones "1/3; 3/3"
+    if (shards == nullptr) continue;
+    std::istringstream list(*shards);
+    for (std::string shard; std::getline(list, shard, ';');) {
+      const std::size_t slash = shard.find('/');
+      const std::string of = slash == std::string::npos ? "" : shard.substr(slash);
+      if (!count.empty() && of != count) {
+        throw HostError(ExitCode::Usage, "'" + names[i] + "' is the shard" + (shard[0] == ' ' ? shard : " " + shard) +
+                                             ", others are of n" + count + ": they are of different divisions");
+      }
+      count = of;
+      there.insert(std::strtol(shard.c_str(), nullptr, 10));
+    }
+  }
+  const long all = count.empty() ? 0 : std::strtol(count.c_str() + 1, nullptr, 10);
+  std::string absent;
+  for (long i = 1; i <= all; ++i) {
+    if (there.count(i) == 0) absent += (absent.empty() ? "" : ", ") + std::to_string(i) + count;
+  }
+  if (!absent.empty()) missing.push_back("missing: shard " + absent);
+  return missing;
 }
 
 EvaluationResult mergeEvaluations(const std::vector<EvaluationResult>& parts, const std::vector<std::string>& names) {

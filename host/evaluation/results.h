@@ -58,6 +58,11 @@ nlohmann::ordered_json toJson(const EvaluationResult& result);
 /// Reads a text that toJson() made; `path` only names it. @throws HostError (Usage) saying what is wrong with it
 EvaluationResult evaluationFromJson(const std::string& text, const std::string& path);
 
+/// What parts lack for the whole: shards that are not among them, parts that a signal cut short; one sentence each.
+/// Empty when nothing is missing. Pure. @throws HostError (Usage) when shards are of different divisions
+std::vector<std::string> missingParts(const std::vector<EvaluationResult>& parts,
+                                      const std::vector<std::string>& names);
+
 /// Puts parts of one evaluation together. Facts that differ between parts are joined.
 /// @param names  of the parts, for errors. @throws HostError (Usage) when two parts hold the same target, or were made
 ///               with another configuration or pace

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/embedded.h"
+#include "base/json_text.h"
 #include "picture/html_page.h"
 
 namespace host {
@@ -35,11 +36,12 @@ std::string percent(double share) {
 std::vector<Column> columnsOf(const Figures& f) {
   const Metrics& m = f.metrics;
   const MetricSums& s = f.sums;
-  return {{"held", fmt::format("{}/{}", s.heldAtEnd, s.targets)},
-          {"on", fmt::format("{:.3f}", m.onTarget)},
-          {"AUC", fmt::format("{:.3f}", m.successAuc)},
-          {"p20", fmt::format("{:.3f}", m.precision20)},
-          {"IoU", fmt::format("{:.3f}", m.meanIou)},
+  const auto judged = [&s](double share) { return s.present > 0 ? fmt::format("{:.3f}", share) : std::string("-"); };
+  return {{"held", s.present > 0 ? fmt::format("{}/{}", s.heldAtEnd, s.targets) : "-"},
+          {"on", judged(m.onTarget)},
+          {"AUC", judged(m.successAuc)},
+          {"p20", judged(m.precision20)},
+          {"IoU", judged(m.meanIou)},
           {"off s", fmt::format("{:.1f}", m.offTotal_s)},
           {"longest s", fmt::format("{:.1f}", m.offLongest_s)},
           {"found", fmt::format("{}/{}", s.recoveries, s.losses)},
@@ -75,7 +77,7 @@ std::vector<Line> overallLines(const EvaluationResult& result) {
 
 std::string escaped(const std::string& text) {
   std::string safe;
-  for (const char c : text) {
+  for (const char c : withBytesEscaped(text)) {
     if (c == '&')
       safe += "&amp;";
     else if (c == '<')
@@ -166,6 +168,9 @@ std::string tableOf(const EvaluationResult& result) {
     text += fmt::format("{:<{}} {:<9}", lines[i].who, who, lines[i].tracker);
     for (const Column& column : lines[i].columns) text += fmt::format(" {:>9}", column.value);
     text += '\n';
+  }
+  for (const auto& [key, value] : result.facts) {
+    if (key == "interrupted") text += "interrupted by " + value + ": the figures are of these\n";
   }
   return text + kLegend;
 }

@@ -18,6 +18,8 @@ inline constexpr int kRecordSchemaVersion = 1;
 struct CallRecord {
   std::string target;               ///< The target's name; unique in a run.
   long frame = 0;                   ///< Counted from 0 in the source.
+  std::string file;                 ///< The frame's picture in a sequence of pictures; empty: none.
+  std::string sourceNote;           ///< What was the matter with the frame; empty: nothing.
   double time_s = 0.0;              ///< Seconds since the source's beginning.
   std::string pace = "fast";        ///< Which time the plug-in saw: fast, source or video.
   bool isInit = false;              ///< The call was init(), else update().
@@ -35,6 +37,9 @@ struct CallRecord {
   std::string reason;            ///< Why the target was lost or the start refused; empty: no such thing.
   std::vector<std::string> log;  ///< The plug-in's log lines of this call; not part of the JSON.
 };
+
+/// Whether a target was followed or its start accepted: something that a run has to show. Pure.
+bool anyFollowed(const std::vector<CallRecord>& records);
 
 /// Members keep the plug-in's order. NaN and infinite numbers become null.
 nlohmann::ordered_json toJson(const AlgoValue& value);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/host_error.h"
+#include "plugin/plugin_file.h"
 
 namespace host {
 namespace {
@@ -44,10 +45,8 @@ std::string defaultPluginPath() {
 }
 
 PluginLibrary::PluginLibrary(const std::string& path) : path_(path.empty() ? defaultPluginPath() : path) {
-  std::error_code failed;
-  if (!fs::is_regular_file(path_, failed)) {
-    throw HostError(ExitCode::Plugin, "plug-in '" + path_ + "' does not exist or is not a file; name it with --plugin");
-  }
+  const std::string problem = problemOfPluginFile(path_);
+  if (!problem.empty()) throw HostError(ExitCode::Plugin, "plug-in " + problem);
   try {
     // An absolute name: a bare one would send the loader through its own search path.
     loader_ = std::make_unique<class_loader::ClassLoader>(fs::absolute(path_).string(), false);

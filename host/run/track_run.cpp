@@ -7,6 +7,7 @@
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
+#include "base/masked_address.h"
 #include "base/worker_pool.h"
 #include "plugin/target_session.h"
 
@@ -112,9 +113,17 @@ class Targets {
   WorkerPool pool_;
 };
 
+/// What the source knows about the frame the records are of.
+void addSource(const SourceFrame& frame, std::vector<CallRecord>& records) {
+  for (CallRecord& record : records) {
+    record.file = frame.file;
+    record.sourceNote = frame.note;
+  }
+}
+
 RunInfo infoOf(const SourceFrame& first, const FrameSource& source, const PluginLibrary& library, const TrackRun& run) {
   RunInfo info;
-  info.source = run.sourceName;
+  info.source = withPasswordsMasked(run.sourceName);
   info.frameSize = first.bgr.size();
   info.fps = source.fps();
   info.firstFrame = first.index;
@@ -170,6 +179,7 @@ TrackRunResult runTrack(FrameSource& source, PluginLibrary& library, TrackRun ru
   }
   while (true) {
     ++result.frames;
+    addSource(frame, records);
     showLogs(records, run.logToStderr);
     observers.frame(frame, records);
     if (!steer(steering, frame, records, targets, observers, run.logToStderr)) break;
@@ -178,6 +188,8 @@ TrackRunResult runTrack(FrameSource& source, PluginLibrary& library, TrackRun ru
     records = targets.update(frame);
   }
   result.interrupted = interruptSignal() != 0;
+  result.sourceFaults = source.faults();
+  result.frameSize = info.frameSize;
   observers.end();
   return result;
 }
