@@ -10,10 +10,12 @@
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
+#include "base/json_text.h"
 #include "base/text_output.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
 #include "commands/plugin_choice.h"
+#include "input/file_plan.h"
 #include "plugin/plugin_library.h"
 #include "run/saved_run.h"
 #include "run/track_run.h"
@@ -73,15 +75,25 @@ bool compare(const std::vector<nlohmann::json>& saved, const std::vector<nlohman
   return false;
 }
 
+void checkFiles(const ReplayOptions& options) {
+  FilePlan plan;
+  plan.readsFolder("the saved run's", options.folder);
+  plan.readsFolder("the saved run's", options.folder + "/frames");
+  plan.reads("--plugin", pathOf(options.plugin));
+  plan.writes("--records", options.records);
+  plan.check();
+}
+
 int replay(const ReplayOptions& options) {
+  checkFiles(options);
   SavedRun saved = readSavedRun(options.folder);
   PluginLibrary library(pluginOf(options, saved));
   std::optional<TextOutput> output;
-  if (!options.records.empty()) output.emplace(options.records);
+  if (!options.records.empty()) output.emplace(options.records, "--records");
   RecordCollector collector;
   runTrack(*saved.frames, library, std::move(saved.run), {&collector});
   if (output) {
-    for (const nlohmann::json& record : collector.all) output->writeLine(record.dump());
+    for (const nlohmann::json& record : collector.all) output->writeLine(jsonText(record));
   }
   if (interruptSignal() != 0) {
     std::fprintf(stderr, "csrt-track: interrupted after %zu of %zu records; nothing is compared\n",
@@ -109,7 +121,7 @@ void addReplayCommand(CLI::App& app, int& status) {
        {3, "the folder holds no saved run, or a damaged one"},
        {4, "the plug-in cannot be loaded"},
        {6, "an output could not be written to its end"},
-       {130, "interrupted (143: terminated)"}}));
+       {130, kInterrupted}}));
   command.callback([options, &status] { status = replay(*options); });
 }
 

@@ -14,6 +14,7 @@
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
+#include "base/json_text.h"
 #include "base/text_output.h"
 #include "commands/commands.h"
 #include "commands/evaluation_options.h"
@@ -22,6 +23,7 @@
 #include "config/config_text.h"
 #include "evaluation/tune_scoring.h"
 #include "evaluation/tuning_result.h"
+#include "input/file_plan.h"
 #include "plugin/plugin_library.h"
 
 namespace host {
@@ -95,7 +97,7 @@ class TrialLog {
     const Json heading = {{"log", "csrt-track tune"}, {"shard", shard}, {"search", search}};
     if (!read_(heading)) {
       std::ofstream file(path_, std::ios::trunc);
-      file << heading.dump() << '\n' << std::flush;
+      file << jsonText(heading) << '\n' << std::flush;
       if (!file) throw HostError(ExitCode::Usage, "cannot write '" + path_ + "'");
     }
   }
@@ -104,7 +106,7 @@ class TrialLog {
 
   void add(const Trial& trial) {
     std::ofstream file(path_, std::ios::app);
-    file << toJson(trial).dump() << '\n' << std::flush;
+    file << jsonText(toJson(trial)) << '\n' << std::flush;
     if (!file) throw HostError(ExitCode::Output, "cannot write to '" + path_ + "'");
   }
 
@@ -176,7 +178,7 @@ std::vector<HeldBackScore> scoreHeldBack(PluginLibrary& library, const TuneSplit
 }
 
 void write(const std::string& path, const std::string& text) {
-  TextOutput(path).writeLine(text);
+  WholeText(path, "--out").write(text);
 }
 
 /// The cost of the defaults in the same unit, from the log where it is known.
@@ -202,8 +204,31 @@ TuneSettings settingsOf(const TuneOptions& options, const nlohmann::json& start)
   return settings;
 }
 
+/// Every trial reads the sources again.
+void refusePipes(const TuneOptions& options) {
+  for (const std::string& source : options.sequences.sources) {
+    if (isReadableOnce(source)) {
+      throw HostError(ExitCode::Usage,
+                      "'" + source + "' is a pipe: a search reads its sources many times; name a file");
+    }
+  }
+}
+
+void checkFiles(const TuneOptions& options) {
+  refusePipes(options);
+  FilePlan plan;
+  options.sequences.addTo(plan);
+  plan.reads("--config", options.config.file);
+  plan.reads("--plugin", pathOf(options.plugin));
+  for (const char* file : {"trials.jsonl", "best.json", "tuning.json", "report.md"}) {
+    plan.writes("--out", (fs::path(options.out) / file).string());
+  }
+  plan.check();
+}
+
 int tune(const TuneOptions& options) {
   checkOptions(options);
+  checkFiles(options);
   const std::string startText = buildConfigText(options.config);
   const nlohmann::json start =
       startText.empty() ? nlohmann::json::object() : nlohmann::json::parse(startText, nullptr, false);
@@ -216,6 +241,7 @@ int tune(const TuneOptions& options) {
   cv::setNumThreads(1);  // the targets share the cores
   TuningResult result;
   result.search = searchOf(options, split, start, library.engine());
+  if (settings.shard.count > 1) result.shards = {options.shard};
   TrialLog log(options.out + "/trials.jsonl", result.search, options.shard);
 
   const Clock::time_point begin = Clock::now();
@@ -240,8 +266,8 @@ int tune(const TuneOptions& options) {
   if (best == nullptr) throw HostError(ExitCode::Usage, "--budget ended before the first trial did");
   if (interruptSignal() == 0) result.heldBack = scoreHeldBack(library, split, goal, threads, start, best->config);
 
-  write(options.out + "/best.json", best->config.dump(2));
-  write(options.out + "/tuning.json", toJson(result).dump(2));
+  write(options.out + "/best.json", jsonText(best->config, 2));
+  write(options.out + "/tuning.json", jsonText(toJson(result), 2));
   const std::string report = reportOf(result);
   write(options.out + "/report.md", report);
   if (!options.quiet) std::fputs(report.substr(0, report.find("\n## All trials")).c_str(), stdout);

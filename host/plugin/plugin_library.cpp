@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/host_error.h"
+#include "plugin/plugin_file.h"
 
 namespace host {
 namespace {
@@ -64,10 +65,8 @@ std::string defaultPluginPath(const std::string& engine) {
 
 PluginLibrary::PluginLibrary(const std::string& path)
     : path_(path.empty() ? defaultPluginPath(kDefaultEngine) : path), engine_(engineOfFile(path_)) {
-  std::error_code failed;
-  if (!fs::is_regular_file(path_, failed)) {
-    throw HostError(ExitCode::Plugin, "plug-in '" + path_ + "' does not exist or is not a file; name it with --plugin");
-  }
+  const std::string problem = problemOfPluginFile(path_);
+  if (!problem.empty()) throw HostError(ExitCode::Plugin, "plug-in " + problem);
   try {
     // An absolute name: a bare one would send the loader through its own search path.
     loader_ = std::make_unique<class_loader::ClassLoader>(fs::absolute(path_).string(), false);
