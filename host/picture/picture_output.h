@@ -11,6 +11,8 @@ class VideoWriter;
 
 namespace host {
 
+class H264Writer;
+
 /// A video file that can be played even when the run was interrupted, because close() is always reached.
 class VideoOutput {
  public:
@@ -27,7 +29,8 @@ class VideoOutput {
  private:
   std::string path_;
   cv::Size size_;
-  std::unique_ptr<cv::VideoWriter> writer_;
+  std::unique_ptr<H264Writer> h264_;         ///< Where there is one it takes the frames.
+  std::unique_ptr<cv::VideoWriter> writer_;  ///< Null after close().
   long written_ = 0;
 };
 
