@@ -91,6 +91,7 @@ std::unique_ptr<FrameSource> openPart(const SourceOptions& whole, const SourceOp
   try {
     return openFrameSource(part);
   } catch (const HostError&) {
+    if (isReadableOnce(whole.source)) throw;
     openFrameSource(whole);  // cannot be opened at all: that is then what is said
     throw HostError(ExitCode::Source, "'" + whole.source + "' ends before frame " + std::to_string(part.start) +
                                           " (counted from 0), where its truth begins");

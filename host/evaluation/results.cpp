@@ -1,11 +1,14 @@
 #include "evaluation/results.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <set>
+#include <sstream>
 #include <tuple>
 #include <utility>
 
 #include "base/host_error.h"
+#include "base/json_text.h"
 #include "evaluation/sequence.h"
 #include "run/run_summary.h"
 
@@ -127,7 +130,7 @@ std::vector<std::string> partsOf(const std::string& joined) {
 
 void checkSameKind(const RunFacts& first, const RunFacts& other, const std::string& firstName,
                    const std::string& otherName) {
-  for (const char* key : {"configuration", "pace", "reference"}) {
+  for (const char* key : {"configuration", "engine", "pace", "reference"}) {
     const std::string* a = factOf(first, key);
     const std::string* b = factOf(other, key);
     const bool same = (a == nullptr) == (b == nullptr) && (a == nullptr || *a == *b);
@@ -181,7 +184,7 @@ Json toJson(const EvaluationResult& result) {
 }
 
 EvaluationResult evaluationFromJson(const std::string& text, const std::string& path) {
-  const Json json = Json::parse(text, nullptr, false);
+  const Json json = parseOrderedJson(text, path);
   if (!json.is_object() || json.value("schema", "") != kEvaluationSchemaName) {
     throw HostError(ExitCode::Usage, "'" + path + "' is not a result of csrt-track evaluate");
   }
@@ -200,6 +203,16 @@ EvaluationResult evaluationFromJson(const std::string& text, const std::string& 
   } catch (const std::exception& e) {
     throw HostError(ExitCode::Usage, "'" + path + "' is damaged: " + e.what());
   }
+}
+
+std::vector<std::string> interruptedParts(const std::vector<EvaluationResult>& parts,
+                                          const std::vector<std::string>& names) {
+  std::vector<std::string> cut;
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    const std::string* signal = factOf(parts[i].facts, "interrupted");
+    if (signal != nullptr) cut.push_back("'" + names[i] + "' was interrupted (" + *signal + ")");
+  }
+  return cut;
 }
 
 std::vector<std::string> missingShardsOf(const EvaluationResult& result) {

@@ -62,6 +62,10 @@ EvaluationResult evaluationFromJson(const std::string& text, const std::string& 
 /// The shards that a merged result lacks, such as "2/3"; empty: none. Pure.
 std::vector<std::string> missingShardsOf(const EvaluationResult& result);
 
+/// The parts that a signal cut short; one sentence each, empty: none. Pure.
+std::vector<std::string> interruptedParts(const std::vector<EvaluationResult>& parts,
+                                          const std::vector<std::string>& names);
+
 /// Puts parts of one evaluation together. Facts that differ between parts are joined.
 /// @param names  of the parts, for errors. @throws HostError (Usage) when two parts hold the same target, or were made
 ///               with another configuration or pace

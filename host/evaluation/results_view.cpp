@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/embedded.h"
+#include "base/json_text.h"
 #include "picture/html_page.h"
 
 namespace host {
@@ -100,7 +101,7 @@ std::vector<Line> overallLines(const EvaluationResult& result) {
 
 std::string escaped(const std::string& text) {
   std::string safe;
-  for (const char c : text) {
+  for (const char c : withBytesEscaped(text)) {
     if (c == '&')
       safe += "&amp;";
     else if (c == '<')
@@ -228,6 +229,9 @@ std::string tableOf(const EvaluationResult& result) {
   std::string text = partOf(lines, targets, 0, kFirstPart) + "\n" + partOf(lines, targets, kFirstPart, columns) + "\n";
   for (const auto& [key, value] : result.facts) {
     if (key == kMissingShards) text += "NOT COMPLETE, " + key + ": " + value + "\n";
+  }
+  for (const auto& [key, value] : result.facts) {
+    if (key == "interrupted") text += "interrupted by " + value + ": the figures are of these\n";
   }
   return text + kLegend;
 }

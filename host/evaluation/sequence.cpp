@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "base/host_error.h"
+#include "base/masked_address.h"
 
 namespace host {
 namespace {
@@ -86,7 +87,7 @@ void checkOnly(const SequenceOptions& options, const std::set<std::string>& know
 }
 
 std::string uniqueName(const std::string& source, const std::vector<Sequence>& others) {
-  const std::string base = nameOf(source);
+  const std::string base = nameOf(withPasswordsMasked(source));
   std::string name = base;
   const auto taken = [&] {
     return std::any_of(others.begin(), others.end(), [&name](const Sequence& s) { return s.name == name; });

@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "base/host_error.h"
+#include "base/json_text.h"
 #include "evaluation/sequence.h"
 
 namespace host {
@@ -85,7 +86,7 @@ Json toJson(const TuningResult& result) {
 }
 
 TuningResult tuningFromJson(const std::string& text, const std::string& path) {
-  const Json json = Json::parse(text, nullptr, false);
+  const Json json = parseOrderedJson(text, path);
   if (!json.is_object() || json.value("schema", "") != kTuningSchemaName ||
       json.value("version", 0) != kTuningSchemaVersion) {
     throw HostError(ExitCode::Usage, "'" + path + "' is not a result of csrt-track tune that this program can read");
@@ -126,7 +127,7 @@ std::string reportOf(const TuningResult& result) {
   const Trial* best = bestOf(result.trials);
   if (best == nullptr) return "# Search of a configuration\n\nNothing was tried.\n";
   std::string text = "# Search of a configuration\n\n";
-  for (const auto& [key, value] : result.search.items()) text += fmt::format("- {}: `{}`\n", key, value.dump());
+  for (const auto& [key, value] : result.search.items()) text += fmt::format("- {}: `{}`\n", key, jsonText(value));
   if (result.shards.size() > 1) {
     for (const std::string& shard : missingShards(result.shards)) text += fmt::format("- missing: shard {}\n", shard);
   }
@@ -135,7 +136,7 @@ std::string reportOf(const TuningResult& result) {
       "{}, rung {}).\n",
       result.trials.size(), best->score.score, best->score.onTarget, best->score.successAuc, best->score.cpu_ms,
       best->bracket, best->candidate, best->rung);
-  text += "\n```json\n" + best->config.dump(2) + "\n```\n";
+  text += "\n```json\n" + jsonText(best->config, 2) + "\n```\n";
   text += "\n## On targets held back from the search\n\n" + heldBackTable(result, *best);
   text +=
       "\n## Keys that mattered\n\nMean score of the trials with the higher half of a key's values, less that of the "

@@ -4,14 +4,13 @@
 #include <openssl/evp.h>
 
 #include <algorithm>
-#include <fstream>
 #include <opencv2/core/utility.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <optional>
 
 #include "base/embedded.h"
-#include "base/host_error.h"
+#include "base/interrupt.h"
 #include "picture/html_page.h"
 #include "picture/picture_output.h"
 #include "plugin/reason_words.h"
@@ -68,10 +67,8 @@ Json stepsOf(double width) {
 
 }  // namespace
 
-HtmlReport::HtmlReport(std::string path, std::vector<TruthTarget> truth)
-    : path_(std::move(path)), truth_(std::move(truth)) {
-  checkWritable(path_, "--report");
-}
+HtmlReport::HtmlReport(const std::string& path, std::vector<TruthTarget> truth)
+    : file_(path, "--report"), truth_(std::move(truth)) {}
 
 void HtmlReport::begin(const RunInfo& info) {
   info_ = info;
@@ -86,6 +83,7 @@ void HtmlReport::begin(const RunInfo& info) {
 }
 
 void HtmlReport::frame(const SourceFrame& frame, const std::vector<CallRecord>& records) {
+  hasResult_ = hasResult_ || anyFollowed(records);
   std::string note;
   for (const CallRecord& record : records) {
     Target& target = targets_[record.target];
@@ -191,12 +189,14 @@ Json HtmlReport::toJson_(const std::string& name, const Target& target) const {
 }
 
 void HtmlReport::end() {
+  if (!hasResult_) return;
   Json data;
-  data["about"] = fmt::format("{}, {} x {} pixels, {:.3g} frames per second, from frame {}, {} frames", info_.source,
-                              info_.frameSize.width, info_.frameSize.height, info_.fps, info_.firstFrame, frames_);
-  data["settings"] = fmt::format("configuration: {}\nplug-in: {}\ncsrt-track {}, OpenCV {}",
+  data["about"] = fmt::format("{}, {} x {} pixels, {:.3g} frames per second, from frame {}, {} frames{}", info_.source,
+                              info_.frameSize.width, info_.frameSize.height, info_.fps, info_.firstFrame, frames_,
+                              interruptSignal() != 0 ? "; interrupted by " + interruptName() : "");
+  data["settings"] = fmt::format("configuration: {}\nplug-in: {}\nengine: {}\ncsrt-track {}, OpenCV {}",
                                  info_.configText.empty() ? "the plug-in's own" : info_.configText, info_.pluginPath,
-                                 CSRT_VERSION, cv::getVersionString());
+                                 info_.engine, CSRT_VERSION, cv::getVersionString());
   data["targets"] = Json::array();
   for (const std::string& target : names_) data["targets"].push_back(toJson_(target, targets_[target]));
   data["stills"] = Json::array();
@@ -204,10 +204,7 @@ void HtmlReport::end() {
     data["stills"].push_back(
         {{"frame", still.frame}, {"time_s", still.time_s}, {"note", still.note}, {"jpeg", still.jpeg}});
 
-  const std::string page = htmlPage(kReportPage, data);
-  std::ofstream file(path_, std::ios::binary);
-  file << page << std::flush;
-  if (!file) throw HostError(ExitCode::Output, "'" + path_ + "' could not be written to its end; is the disk full?");
+  file_.write(htmlPage(kReportPage, data));
 }
 
 }  // namespace host

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "base/text_output.h"
 #include "evaluation/metrics.h"
 #include "evaluation/truth.h"
 #include "picture/annotate.h"
@@ -13,13 +14,13 @@
 
 namespace host {
 
-/// Watches a run and writes the report at its end, also after an interrupt.
+/// Watches a run and writes the report at its end, also after an interrupt; not when no target was ever followed.
 class HtmlReport : public RunObserver {
  public:
   /// @param path   the file to write. @throws HostError (Usage) when it cannot be written
   /// @param truth  may be empty; a target of the run is judged by the truth of the same name, or by the only one there
   /// is
-  HtmlReport(std::string path, std::vector<TruthTarget> truth);
+  HtmlReport(const std::string& path, std::vector<TruthTarget> truth);
 
   void begin(const RunInfo& info) override;
   void frame(const SourceFrame& frame, const std::vector<CallRecord>& records) override;
@@ -51,7 +52,7 @@ class HtmlReport : public RunObserver {
   void thinStills_();
   nlohmann::ordered_json toJson_(const std::string& name, const Target& target) const;
 
-  std::string path_;
+  WholeText file_;
   std::vector<TruthTarget> truth_;
   RunInfo info_;
   Annotator annotator_;
@@ -61,6 +62,7 @@ class HtmlReport : public RunObserver {
   std::size_t stillBytes_ = 0;  ///< Of all pictures, as base64.
   long stride_ = 1;             ///< Every so many frames one picture is kept.
   long frames_ = 0;
+  bool hasResult_ = false;
 };
 
 }  // namespace host

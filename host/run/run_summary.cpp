@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstddef>
 
+#include "base/interrupt.h"
 #include "plugin/reason_words.h"
 
 namespace host {
@@ -81,9 +82,14 @@ void RunSummary::frame(const SourceFrame& frame, const std::vector<CallRecord>& 
   }
 }
 
+void RunSummary::end() {
+  interruptedBy_ = interruptName();
+}
+
 std::string RunSummary::text() const {
   std::string text = fmt::format("{}: {}x{}, {:.4g} frames/s, frames {} to {}\n", info_.source, info_.frameSize.width,
                                  info_.frameSize.height, info_.fps, info_.firstFrame, lastFrame_);
+  if (!interruptedBy_.empty()) text += fmt::format("interrupted by {} after {} frames\n", interruptedBy_, frames_);
   for (const std::string& target : info_.targets) {
     const auto found = totals_.find(target);
     if (found == totals_.end()) continue;

@@ -134,6 +134,7 @@ Json toJson(const Scenario& scenario, const SimulationTotals& totals, const std:
   return {{"schema", "csrt-track.simulation"},
           {"version", 1},
           {"scenario", scenario.name},
+          {"engine", totals.engine},
           {"frames", totals.frames},
           {"fps", scenario.fps},
           {"started", totals.started},
