@@ -7,6 +7,7 @@ csrt_packages=(
   libopencv-dev libopencv-contrib-dev
   libclass-loader-dev ament-cmake libconsole-bridge-dev libssl-dev
   libgtest-dev libbenchmark-dev
+  libavcodec-dev libavformat-dev libswscale-dev
   libcli11-dev nlohmann-json3-dev libfmt-dev libvalijson-dev libjs-chart.js
 )
 

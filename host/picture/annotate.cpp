@@ -6,6 +6,11 @@
 #include <array>
 #include <cmath>
 #include <opencv2/imgproc.hpp>
+#include <sstream>
+#include <utility>
+
+#include "picture/label_layout.h"
+#include "plugin/reason_words.h"
 
 namespace host {
 namespace {
@@ -16,6 +21,8 @@ constexpr int kFont = cv::FONT_HERSHEY_SIMPLEX;
 const std::array<cv::Scalar, 6> kColours = {cv::Scalar(80, 220, 60),  cv::Scalar(255, 160, 40),
                                             cv::Scalar(60, 200, 255), cv::Scalar(220, 90, 220),
                                             cv::Scalar(200, 220, 60), cv::Scalar(120, 120, 255)};
+constexpr std::size_t kCrowd = 8;  // targets from which on labels are short and small
+
 const cv::Scalar kPredicted(0, 165, 255);
 const cv::Scalar kGone(60, 60, 235);
 const cv::Scalar kWhite(255, 255, 255);
@@ -23,12 +30,14 @@ const cv::Scalar kDark(25, 25, 25);
 
 /// Sizes in pixels that follow the frame: drawn for 576 lines, scaled for others.
 struct Sizes {
-  explicit Sizes(int frameHeight) : scale(std::clamp(frameHeight / 576.0, 0.8, 6.0)) {}
+  explicit Sizes(int frameHeight, std::size_t targets = 1)
+      : scale(std::clamp(frameHeight / 576.0, 0.8, 6.0)), text(targets > kCrowd ? 0.8 : 1.0) {}
   int px(double at576) const { return std::max(1, static_cast<int>(std::lround(at576 * scale))); }
-  double font() const { return 0.5 * scale; }
+  double font() const { return 0.5 * scale * text; }
   int stroke() const { return px(2.0); }
   int textStroke() const { return std::max(1, static_cast<int>(std::lround(1.1 * scale))); }
   double scale;
+  double text;  ///< Of the usual letters; smaller where many targets share a picture.
 };
 
 cv::Point centreOf(const cv::Rect& r) {
@@ -58,21 +67,66 @@ void dashedBox(cv::Mat& picture, const cv::Rect& r, const cv::Scalar& colour, in
   dashedLine(picture, bottom, corner, colour, stroke, dash);
 }
 
-/// Text on a dark plate, moved so that it stays inside the picture. `at` is the plate's top-left corner.
-cv::Rect drawPlate(cv::Mat& picture, const std::string& text, cv::Point at, const Sizes& sizes,
-                   const cv::Scalar& colour) {
-  int baseline = 0;
-  const cv::Size size = cv::getTextSize(text, kFont, sizes.font(), sizes.textStroke(), &baseline);
-  const int pad = sizes.px(4);
-  cv::Rect plate(at, cv::Size(size.width + 2 * pad, size.height + baseline + 2 * pad));
-  plate.x = std::clamp(plate.x, 0, std::max(0, picture.cols - plate.width));
-  plate.y = std::clamp(plate.y, 0, std::max(0, picture.rows - plate.height));
-  const cv::Rect inside = plate & cv::Rect(0, 0, picture.cols, picture.rows);
+/// Lines of text on a dark plate.
+struct Plate {
+  std::vector<std::string> lines;
+  int lineHeight = 0;
+  int ascent = 0;
+  cv::Size size;
+};
+
+Plate plateOf(std::vector<std::string> lines, const Sizes& sizes) {
+  Plate plate;
+  for (const std::string& line : lines) {
+    int baseline = 0;
+    const cv::Size size = cv::getTextSize(line, kFont, sizes.font(), sizes.textStroke(), &baseline);
+    plate.size.width = std::max(plate.size.width, size.width);
+    plate.ascent = std::max(plate.ascent, size.height);
+    plate.lineHeight = std::max(plate.lineHeight, size.height + baseline);
+  }
+  plate.size += cv::Size(2 * sizes.px(4), plate.lineHeight * static_cast<int>(lines.size()) + 2 * sizes.px(4));
+  plate.lines = std::move(lines);
+  return plate;
+}
+
+void drawPlate(cv::Mat& picture, const Plate& plate, const cv::Rect& at, const Sizes& sizes, const cv::Scalar& colour) {
+  const cv::Rect inside = at & cv::Rect(0, 0, picture.cols, picture.rows);
+  if (inside.empty()) return;
   cv::Mat area = picture(inside);
   cv::addWeighted(area, 0.3, cv::Mat(area.size(), area.type(), kDark), 0.7, 0, area);
-  cv::putText(picture, text, {plate.x + pad, plate.y + pad + size.height}, kFont, sizes.font(), colour,
-              sizes.textStroke(), cv::LINE_AA);
-  return plate;
+  cv::Point pen(at.x + sizes.px(4), at.y + sizes.px(4) + plate.ascent);
+  for (const std::string& line : plate.lines) {
+    cv::putText(picture, line, pen, kFont, sizes.font(), colour, sizes.textStroke(), cv::LINE_AA);
+    pen.y += plate.lineHeight;
+  }
+}
+
+/// Moved so that it stays inside the picture. `at` is the plate's top-left corner.
+cv::Rect drawPlate(cv::Mat& picture, const std::string& text, cv::Point at, const Sizes& sizes,
+                   const cv::Scalar& colour) {
+  const Plate plate = plateOf({text}, sizes);
+  const cv::Rect place(std::clamp(at.x, 0, std::max(0, picture.cols - plate.size.width)),
+                       std::clamp(at.y, 0, std::max(0, picture.rows - plate.size.height)), plate.size.width,
+                       plate.size.height);
+  drawPlate(picture, plate, place, sizes, colour);
+  return place;
+}
+
+/// Broken between words so that no line is wider than the picture.
+std::vector<std::string> wrapped(const std::string& text, int width, const Sizes& sizes) {
+  std::vector<std::string> lines;
+  std::istringstream words(text);
+  for (std::string word; words >> word;) {
+    const std::string longer = lines.empty() ? word : lines.back() + " " + word;
+    int baseline = 0;
+    const int wide = cv::getTextSize(longer, kFont, sizes.font(), sizes.textStroke(), &baseline).width;
+    if (lines.empty() || wide + 2 * sizes.px(4) > width) {
+      lines.push_back(word);
+    } else {
+      lines.back() = longer;
+    }
+  }
+  return lines;
 }
 
 void drawTrail(cv::Mat& picture, const std::deque<cv::Point>& trail, const cv::Scalar& colour, const Sizes& sizes) {
@@ -131,7 +185,8 @@ std::string unseenText(const CallRecord& record) {
   return fmt::format("unseen {} frame{}", *record.framesSinceSeen, *record.framesSinceSeen == 1 ? "" : "s");
 }
 
-std::string labelOf(const CallRecord& record) {
+std::string labelOf(const CallRecord& record, bool crowd) {
+  if (crowd && record.state == TrackState::Tracked) return record.target;  // its box says the rest
   std::string label = record.target + "  " + (record.isInit && record.started ? "start" : name(record.state));
   if (record.score) label += fmt::format(" {:.2f}", *record.score);
   if (record.framesSinceSeen && *record.framesSinceSeen > 0) label += "  " + unseenText(record);
@@ -157,13 +212,37 @@ void drawBox(cv::Mat& picture, const CallRecord& record, const cv::Rect& box, co
   }
 }
 
+/// The first few are chosen, the others as far from one another as hues can be.
+cv::Scalar colourOf(std::size_t target) {
+  if (target < kColours.size()) return kColours[target];
+  const double hue = std::fmod(static_cast<double>(target) * 0.618034, 1.0);
+  const cv::Mat hsv(1, 1, CV_8UC3, cv::Scalar(180 * hue, target % 2 == 0 ? 105 : 150, 255));
+  cv::Mat bgr;
+  cv::cvtColor(hsv, bgr, cv::COLOR_HSV2BGR);
+  return cv::Scalar(bgr.at<cv::Vec3b>(0, 0));
+}
+
+/// From a label to what it belongs to, where it had to go away from it.
+void drawLeader(cv::Mat& picture, const cv::Rect& label, const cv::Rect& anchor, const cv::Scalar& colour) {
+  const auto nearest = [](int from, int length, int to) {
+    return std::clamp(to, from, from + std::max(length - 1, 0));
+  };
+  const cv::Point centre = centreOf(anchor);
+  const cv::Point start(nearest(label.x, label.width, centre.x), nearest(label.y, label.height, centre.y));
+  const cv::Point end(nearest(anchor.x, anchor.width, start.x), nearest(anchor.y, anchor.height, start.y));
+  if (std::hypot(end.x - start.x, end.y - start.y) > label.height)
+    cv::line(picture, start, end, colour, 1, cv::LINE_AA);
+}
+
 }  // namespace
 
 Annotator::Past& Annotator::remember_(const CallRecord& record) {
   const auto [it, isNew] = pasts_.try_emplace(record.target);
   Past& past = it->second;
-  if (isNew) past.colour = kColours[(pasts_.size() - 1) % kColours.size()];
+  if (isNew) past.colour = colourOf(pasts_.size() - 1);
   if (record.isInit) past.trail.clear();
+  if (record.isInit || record.state == TrackState::Tracked) past.gaveUp.clear();
+  if (!record.reason.empty()) past.gaveUp = plainWords(record.reason);
   const std::optional<cv::Rect>& box = record.isInit ? record.givenBox : record.box;
   if (!box) return past;
   if (record.isInit ? record.framesSinceSeen == 0 : isSeen(record)) {
@@ -183,26 +262,60 @@ void Annotator::forget(const std::string& target) {
 
 cv::Mat Annotator::draw(const cv::Mat& frame, const std::vector<CallRecord>& records) {
   cv::Mat picture = frame.clone();
-  const Sizes sizes(picture.rows);
-  for (const CallRecord& record : records) {
-    const Past& past = remember_(record);
-    const cv::Scalar colour = colourOf(record, past.colour);
-    if (record.window) cv::rectangle(picture, *record.window, cv::Scalar(190, 190, 190), 1);
-    drawTrail(picture, past.trail, past.colour, sizes);
-    cv::Rect anchor = past.lastBox;
-    if (record.isInit && record.started) {
-      drawBox(picture, record, anchor, colour, sizes);
-    } else if (record.box) {
-      drawBox(picture, record, *record.box, colour, sizes);
-      drawMotion(picture, *record.box, past.motion, colour, sizes);
-      if (record.score) drawScore(picture, *record.box, *record.score, sizes);
-    } else if (anchor.area() > 0) {
-      drawMarker(picture, anchor, colour, sizes);
-    }
-    drawPlate(picture, labelOf(record), {anchor.x, anchor.y - sizes.px(26)}, sizes, colour);
-  }
-  drawPlate(picture, footerOf(records), {0, picture.rows}, sizes, kWhite);
+  const Sizes sizes(picture.rows, records.size());
+  std::vector<cv::Rect> boxes;
+  for (const CallRecord& record : records) boxes.push_back(drawTarget_(picture, record));
+  std::vector<cv::Rect> labels = {drawPlate(picture, footerOf(records), {0, picture.rows}, sizes, kWhite)};
+  for (std::size_t i = 0; i < records.size(); ++i) drawLabel_(picture, records, i, boxes, labels);
+  if (records.size() > 1) drawWindowNames_(picture, records, boxes, labels);
   return picture;
+}
+
+cv::Rect Annotator::drawTarget_(cv::Mat& picture, const CallRecord& record) {
+  const Sizes sizes(picture.rows);
+  const Past& past = remember_(record);
+  const cv::Scalar colour = colourOf(record, past.colour);
+  if (record.window) cv::rectangle(picture, *record.window, past.colour * 0.8, 1);
+  drawTrail(picture, past.trail, past.colour, sizes);
+  if (record.isInit && record.started) {
+    drawBox(picture, record, past.lastBox, colour, sizes);
+  } else if (record.box) {
+    drawBox(picture, record, *record.box, colour, sizes);
+    drawMotion(picture, *record.box, past.motion, colour, sizes);
+    if (record.score) drawScore(picture, *record.box, *record.score, sizes);
+  } else if (past.lastBox.area() > 0) {
+    drawMarker(picture, past.lastBox, colour, sizes);
+  }
+  return past.lastBox;
+}
+
+void Annotator::drawLabel_(cv::Mat& picture, const std::vector<CallRecord>& records, std::size_t i,
+                           const std::vector<cv::Rect>& boxes, std::vector<cv::Rect>& labels) const {
+  const CallRecord& record = records[i];
+  const Past& past = pasts_.at(record.target);
+  const Sizes sizes(picture.rows, records.size());
+  const bool gone = record.state == TrackState::Lost || record.state == TrackState::Inactive;
+  const std::string why = gone && !past.gaveUp.empty() ? ": " + past.gaveUp : "";
+  const Plate plate = plateOf(wrapped(labelOf(record, records.size() > kCrowd) + why, picture.cols, sizes), sizes);
+  const cv::Rect place = placeLabel(plate.size, boxes[i], labels, boxes, picture.size());
+  const cv::Scalar colour = colourOf(record, past.colour);
+  drawLeader(picture, place, boxes[i], colour);
+  drawPlate(picture, plate, place, sizes, colour);
+  labels.push_back(place);
+}
+
+void Annotator::drawWindowNames_(cv::Mat& picture, const std::vector<CallRecord>& records,
+                                 const std::vector<cv::Rect>& boxes, std::vector<cv::Rect>& labels) const {
+  const Sizes sizes(picture.rows, kCrowd + 1);
+  for (const CallRecord& record : records) {
+    if (!record.window) continue;
+    const Plate plate = plateOf({record.target + " window"}, sizes);
+    // Just inside the window's lower left corner.
+    const cv::Rect corner(record.window->x + 1, record.window->y + record.window->height - 1, 1, 1);
+    const cv::Rect place = placeLabel(plate.size, corner, labels, boxes, picture.size());
+    drawPlate(picture, plate, place, sizes, pasts_.at(record.target).colour);
+    labels.push_back(place);
+  }
 }
 
 void drawNote(cv::Mat& picture, const std::string& text) {

@@ -16,7 +16,8 @@ class Annotator {
  public:
   /// A copy of the frame with every target drawn: the box by state (solid: seen, dashed: predicted, a marker:
   /// waiting or gone), processing window, motion arrow, score bar, trail, state and timing.
-  /// Sizes follow the frame's height, so that 360p and 4K both can be read. Frames in order, each once.
+  /// Sizes follow the frame's height, so that 360p and 4K both can be read. Labels do not cover one another; with
+  /// several targets a window bears its target's name. Frames in order, each once.
   cv::Mat draw(const cv::Mat& frame, const std::vector<CallRecord>& records);
 
   /// The target was started over elsewhere: its trail and motion belong to something else.
@@ -28,8 +29,15 @@ class Annotator {
     cv::Point2f motion;           ///< Pixels per frame, between the last two boxes that were seen.
     cv::Rect lastBox;             ///< The last box there was.
     cv::Scalar colour;
+    std::string gaveUp;  ///< Why it was given up, in plain words; empty: it was not, or nobody knows.
   };
   Past& remember_(const CallRecord& record);
+  /// Everything but the label. @return the box that the label belongs to
+  cv::Rect drawTarget_(cv::Mat& picture, const CallRecord& record);
+  void drawLabel_(cv::Mat& picture, const std::vector<CallRecord>& records, std::size_t i,
+                  const std::vector<cv::Rect>& boxes, std::vector<cv::Rect>& labels) const;
+  void drawWindowNames_(cv::Mat& picture, const std::vector<CallRecord>& records, const std::vector<cv::Rect>& boxes,
+                        std::vector<cv::Rect>& labels) const;
 
   std::map<std::string, Past> pasts_;
 };

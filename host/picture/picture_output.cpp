@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "base/host_error.h"
+#include "picture/h264_writer.h"
 
 namespace host {
 namespace {
@@ -40,6 +41,8 @@ cv::Size evenSize(cv::Size size) {
 
 VideoOutput::VideoOutput(PendingFile& file, cv::Size frameSize, double fps)
     : file_(file), size_(evenSize(frameSize)), writer_(std::make_unique<cv::VideoWriter>()) {
+  if (fs::path(file.path()).extension() != ".avi") h264_ = H264Writer::open(file.temporary(), size_, fps);
+  if (h264_) return;
   for (const int encoder : encodersFor(file.path())) {
     if (writer_->open(file.temporary(), encoder, fps, size_, true)) return;
   }
@@ -66,14 +69,22 @@ void VideoOutput::write(const cv::Mat& bgr) {
     cv::copyMakeBorder(picture, picture, 0, size_.height - picture.rows, 0, size_.width - picture.cols,
                        cv::BORDER_REPLICATE);
   }
-  writer_->write(picture);
+  if (!h264_) {
+    writer_->write(picture);
+  } else if (!h264_->write(picture)) {
+    throw HostError(ExitCode::Output, "the video '" + file_.path() + "' ends after " + std::to_string(written_) +
+                                          " frames: it cannot be written");
+  }
   ++written_;
 }
 
 void VideoOutput::close() {
   if (!writer_) return;
+  const bool whole = !h264_ || h264_->close();
+  h264_.reset();
   writer_->release();
   writer_.reset();
+  if (!whole) throw HostError(ExitCode::Output, "the video '" + file_.path() + "' could not be written to its end");
   std::error_code failed;
   const std::uintmax_t size = fs::file_size(file_.temporary(), failed);
   if (failed || size == 0) throw HostError(ExitCode::Output, "the video '" + file_.path() + "' could not be written");

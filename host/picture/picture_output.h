@@ -13,6 +13,8 @@ class VideoWriter;
 
 namespace host {
 
+class H264Writer;
+
 /// A video file that can be played even when the run was interrupted, because close() is always reached. Without
 /// close() an earlier file stays.
 class VideoOutput {
@@ -30,7 +32,8 @@ class VideoOutput {
  private:
   PendingFile& file_;
   cv::Size size_;
-  std::unique_ptr<cv::VideoWriter> writer_;
+  std::unique_ptr<H264Writer> h264_;         ///< Where there is one it takes the frames.
+  std::unique_ptr<cv::VideoWriter> writer_;  ///< Null after close().
   long written_ = 0;
 };
 

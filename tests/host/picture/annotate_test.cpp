@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include "picture/label_layout.h"
+
 namespace host {
 namespace {
 
@@ -88,6 +90,66 @@ TEST(Annotate, ATargetStartedOverHasNoTrailToItsNewPlace) {
   EXPECT_FALSE(isBackground(Annotator(annotator).draw(frame, {r}), between)) << "a jump is drawn as one";
   annotator.forget(r.target);
   EXPECT_TRUE(isBackground(annotator.draw(frame, {r}), between));
+}
+
+TEST(Annotate, SaysInPlainWordsWhyATargetWasGivenUpAndKeepsSayingIt) {
+  const cv::Mat frame(576, 768, CV_8UC3, kGrey);
+  const auto differs = [](const cv::Mat& a, const cv::Mat& b) { return cv::countNonZero(cv::Mat(a != b).reshape(1)); };
+  CallRecord lost = record(TrackState::Lost, BoxFrom::None, false);
+  CallRecord gone = record(TrackState::Inactive, BoxFrom::None, false);
+  Annotator silent;
+  silent.draw(frame, {record(TrackState::Tracked, BoxFrom::Tracker, true)});
+  Annotator telling(silent);
+  const cv::Mat without = silent.draw(frame, {lost});
+  lost.reason = "bbox collée au bord";
+  const cv::Mat with = telling.draw(frame, {lost});
+  EXPECT_GT(differs(without, with), 2000) << "a line of words";
+  EXPECT_GT(differs(silent.draw(frame, {gone}), telling.draw(frame, {gone})), 2000);
+  EXPECT_EQ(differs(silent.draw(frame, {record(TrackState::Tracked, BoxFrom::Tracker, true)}),
+                    telling.draw(frame, {record(TrackState::Tracked, BoxFrom::Tracker, true)})),
+            0)
+      << "found again";
+}
+
+TEST(Annotate, AWindowBearsTheColourOfItsTarget) {
+  const cv::Mat frame(576, 768, CV_8UC3, kGrey);
+  std::vector<CallRecord> records = {record(TrackState::Tracked, BoxFrom::Tracker, true),
+                                     record(TrackState::Tracked, BoxFrom::Tracker, true)};
+  records[1].target = "car";
+  records[1].box = kBox + cv::Point(200, 0);
+  records[0].window = cv::Rect(20, 20, 300, 300);
+  records[1].window = cv::Rect(400, 20, 300, 300);
+  const cv::Mat picture = Annotator().draw(frame, records);
+  const auto first = picture.at<cv::Vec3b>({20, 100});
+  const auto second = picture.at<cv::Vec3b>({400, 100});
+  EXPECT_NE(first, second);
+  // Their names lie at the windows' lower left corners.
+  EXPECT_FALSE(isBackground(picture, {60, 325}) && isBackground(picture, {60, 305}));
+  EXPECT_FALSE(isBackground(picture, {440, 325}) && isBackground(picture, {440, 305}));
+}
+
+TEST(LabelLayout, ThirtyLabelsDoNotCoverOneAnother) {
+  const cv::Size picture(640, 360);
+  cv::RNG random(7);
+  std::vector<cv::Rect> boxes;
+  for (int i = 0; i < 30; ++i) boxes.emplace_back(random.uniform(200, 420), random.uniform(100, 220), 24, 50);
+  std::vector<cv::Rect> labels;
+  for (const cv::Rect& box : boxes) {
+    const cv::Rect place = placeLabel({70, 18}, box, labels, boxes, picture);
+    EXPECT_EQ(place & cv::Rect({0, 0}, picture), place) << "inside the picture";
+    for (const cv::Rect& other : labels) EXPECT_EQ((place & other).area(), 0);
+    labels.push_back(place);
+  }
+}
+
+TEST(LabelLayout, OneLabelStandsAboveItsBox) {
+  EXPECT_EQ(placeLabel({70, 18}, {100, 100, 30, 60}, {}, {}, {640, 360}), cv::Rect(100, 82, 70, 18));
+  EXPECT_EQ(placeLabel({70, 18}, {100, 0, 30, 60}, {}, {{100, 0, 30, 60}}, {640, 360}), cv::Rect(100, 60, 70, 18))
+      << "below, where there is no room above";
+  EXPECT_EQ(placeLabel({900, 18}, {100, 100, 30, 60}, {}, {}, {640, 360}).tl(), cv::Point(0, 82)) << "too wide";
+  placeLabel({70, 18}, {-2000000000, 2000000000, 2000000000, 2000000000}, {}, {}, {640, 360});
+  // A full picture: the label lies somewhere inside all the same.
+  EXPECT_EQ(placeLabel({70, 18}, {100, 100, 30, 60}, {{0, 0, 640, 360}}, {}, {640, 360}).size(), cv::Size(70, 18));
 }
 
 TEST(Annotate, LeavesTheFrameItselfAlone) {
