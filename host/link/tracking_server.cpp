@@ -39,6 +39,12 @@ std::optional<gimbal::PanTilt> askedFor(const std::vector<AlgoOutput>& outputs) 
   return std::nullopt;
 }
 
+/// A box in shares of the frame.
+cv::Rect2d shareOf(const cv::Rect& box, cv::Size frame) {
+  return {static_cast<double>(box.x) / frame.width, static_cast<double>(box.y) / frame.height,
+          static_cast<double>(box.width) / frame.width, static_cast<double>(box.height) / frame.height};
+}
+
 bool isSeen(const CallRecord& record) {
   return record.box && record.framesSinceSeen.value_or(1) == 0;
 }
@@ -83,11 +89,7 @@ TrackingReport reportOf(const CallRecord& record, cv::Size frame) {
       break;
   }
   const std::optional<cv::Rect> box = record.isInit ? record.givenBox : record.box;
-  if (box && frame.area() > 0) {
-    report.box =
-        cv::Rect2d(static_cast<double>(box->x) / frame.width, static_cast<double>(box->y) / frame.height,
-                   static_cast<double>(box->width) / frame.width, static_cast<double>(box->height) / frame.height);
-  }
+  if (box && frame.area() > 0) report.box = shareOf(*box, frame);
   return report;
 }
 
@@ -235,6 +237,10 @@ std::optional<BBox> TrackingServer::takeWish_(cv::Size frame) {
     camera_.report({}, monotonic());
     if (options_.gimbal) gimbal_.release();
   }
+  // Said before the tracker is built, which takes its time.
+  if (box)
+    camera_.report({TrackingReport::State::Active, shareOf({box->x, box->y, box->width, box->height}, frame)},
+                   monotonic());
   if (box && options_.gimbal) {
     if (gimbal_.takenAway()) gimbal_.release();
     saidTaken_ = false;

@@ -17,6 +17,7 @@
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
+#include "base/text_output.h"
 #include "input/y4m.h"
 #include "link/transport.h"
 #include "simulator/gimbal.h"
@@ -138,7 +139,7 @@ class Marker {
     }
   }
 
-  /// @param box  of the target in the picture that the camera has now, shares of the frame
+  /// @param box  of the target, shares of the frame
   std::optional<mavlink::Frame> mark(const cv::Rect2d& box, double t_s) {
     if (!camera_ || marked_s_ || t_s < next_s_) return std::nullopt;
     next_s_ = t_s + kMarkAgain_s;
@@ -178,6 +179,7 @@ class Flight {
         rng_(scenario.seed + 99),
         video_(options.video, scenario.frame, scenario.fps) {
     for (const std::string& line : options.lines) lines_.push_back(link::openTransport(line));
+    if (!options.records.empty()) records_.emplace(options.records);
   }
 
   FlightResult run() {
@@ -227,7 +229,7 @@ class Flight {
     }
     for (; !underWay_.empty() && underWay_.front().at_s <= t_s; underWay_.pop_front()) {
       video_.write(std::move(underWay_.front().bytes));
-      shown_ = underWay_.front().box;
+      shown_ = true;
     }
     talk_(t_s);
   }
@@ -247,8 +249,10 @@ class Flight {
     }
     component_.tick(t_s);
     std::vector<mavlink::Frame> outgoing = component_.takeOutgoing();
-    if (options_.marks && shown_) {
-      if (const auto mark = marker_.mark(*shown_, t_s)) outgoing.push_back(*mark);
+    if (options_.marks && shown_ && !underWay_.empty()) {
+      // The mark is made for the frame that comes next, the one it will be used on: a person's would be a little old,
+      // and that would say more about the person than about the gimbal.
+      if (const auto mark = marker_.mark(underWay_.front().box, t_s)) outgoing.push_back(*mark);
     }
     for (const mavlink::Frame& frame : outgoing) {
       const std::vector<std::uint8_t> bytes = mavlink::encodeFrame(frame);
@@ -269,12 +273,22 @@ class Flight {
                          cv::Rect2d(truth.box.x / frame.width, truth.box.y / frame.height,
                                     truth.box.width / frame.width, truth.box.height / frame.height)});
     ++result_.frames;
+    if (records_) {
+      const Angles off = between(view.centre, truth.direction);
+      const nlohmann::ordered_json record = {{"t_s", t_s},
+                                             {"pan_off_deg", off.pan},
+                                             {"tilt_off_deg", off.tilt},
+                                             {"gimbal_pan_deg", at.pan},
+                                             {"gimbal_tilt_deg", at.tilt}};
+      records_->writeLine(record.dump());
+    }
     if (!result_.turned_s) return;
     // Beyond the target is the other side than where the target was.
     const double off = between(view.centre, truth.direction).pan;
     if (!firstSide_) firstSide_ = std::copysign(1.0, off);
     result_.overshoot_deg = std::max(result_.overshoot_deg, -*firstSide_ * off);
     if (t_s >= *result_.turned_s + kSettling_s) errors_.push_back(truth.pointingErrorDeg);
+    if (t_s >= *result_.turned_s + kSettling_s) panSquares_ += off * off;
   }
 
   void conclude_() {
@@ -285,6 +299,7 @@ class Flight {
     double squares = 0.0;
     for (const double error : errors_) squares += error * error;
     result_.rms_deg = std::sqrt(squares / static_cast<double>(errors_.size()));
+    result_.pan_rms_deg = std::sqrt(panSquares_ / static_cast<double>(errors_.size()));
     std::sort(errors_.begin(), errors_.end());
     result_.p95_deg = errors_[static_cast<std::size_t>(0.95 * static_cast<double>(errors_.size() - 1))];
     result_.max_deg = errors_.back();
@@ -299,11 +314,13 @@ class Flight {
   cv::RNG rng_;
   PipeWriter video_;
   std::vector<std::unique_ptr<link::Transport>> lines_;
+  std::optional<TextOutput> records_;
   std::deque<Sent> underWay_;
   std::deque<Reading> readings_;
-  std::optional<cv::Rect2d> shown_;  // the target in the last frame that has gone out
+  bool shown_ = false;  // a frame has gone out
   std::optional<double> firstSide_;
   std::vector<double> errors_;
+  double panSquares_ = 0.0;
   double begin_s_ = 0.0;
   double advanced_s_ = 0.0;
   double nextReading_s_ = 0.0;
@@ -319,6 +336,7 @@ nlohmann::ordered_json toJson(const FlightResult& result) {
   json["judged_from_s"] = result.judgedFrom_s;
   json["judged_frames"] = result.judged;
   json["pointing_error_rms_deg"] = result.rms_deg;
+  json["pan_error_rms_deg"] = result.pan_rms_deg;
   json["pointing_error_p95_deg"] = result.p95_deg;
   json["pointing_error_max_deg"] = result.max_deg;
   json["overshoot_deg"] = result.overshoot_deg;

@@ -14,6 +14,7 @@ namespace host::sim {
 struct FlightOptions {
   std::vector<std::string> lines;  ///< Addresses for link::openTransport(), at least one.
   std::string video;               ///< A named pipe or file for the uncompressed video; empty: none.
+  std::string records;             ///< One JSON line per frame with the truth; empty: none, "-": standard output.
   bool marks = true;               ///< The operator marks the target; else a real ground station does.
 };
 
@@ -25,7 +26,8 @@ struct FlightResult {
   std::optional<double> turned_s;  ///< ... and when the gimbal was first ordered to turn.
   double judgedFrom_s = 0.0;       ///< Errors count from then on: 3 s after the first order.
   long judged = 0;                 ///< Frames that count.
-  double rms_deg = 0.0;
+  double rms_deg = 0.0;            ///< Both axes together, with what the tracker's box is off.
+  double pan_rms_deg = 0.0;        ///< Pan alone.
   double p95_deg = 0.0;
   double max_deg = 0.0;
   double overshoot_deg = 0.0;  ///< How far the gimbal went beyond the target after the mark, pan.
