@@ -23,30 +23,10 @@ gimbal::PanTilt offOf(const cv::Rect& box, cv::Size frame, const CameraDescripti
   return {(x - 0.5) * camera.hfov_deg, (0.5 - y) * camera.vfov_deg};
 }
 
-/// What the plug-in asks for when it wants the camera pointed.
-std::optional<gimbal::PanTilt> askedFor(const std::vector<AlgoOutput>& outputs) {
-  for (const AlgoOutput& output : outputs) {
-    const auto* members = std::get_if<AlgoValue::Object>(&output.value);
-    if (output.name != "gimbal_preposition.v1" || members == nullptr) continue;
-    gimbal::PanTilt angles;
-    for (const auto& [key, value] : *members) {
-      const auto* number = std::get_if<double>(&value);
-      if (number != nullptr && key == "target_pan_deg") angles.pan = *number;
-      if (number != nullptr && key == "target_tilt_deg") angles.tilt = *number;
-    }
-    return angles;
-  }
-  return std::nullopt;
-}
-
 /// A box in shares of the frame.
 cv::Rect2d shareOf(const cv::Rect& box, cv::Size frame) {
   return {static_cast<double>(box.x) / frame.width, static_cast<double>(box.y) / frame.height,
           static_cast<double>(box.width) / frame.width, static_cast<double>(box.height) / frame.height};
-}
-
-bool isSeen(const CallRecord& record) {
-  return record.box && record.framesSinceSeen.value_or(1) == 0;
 }
 
 }  // namespace
@@ -281,7 +261,9 @@ std::optional<gimbal::GroundPoint> TrackingServer::groundOf_(const gimbal::PanTi
 void TrackingServer::conclude_(const CallRecord& record, double captured_s, cv::Size frame, ServedFrame& served) {
   const double now_s = monotonic();
   camera_.report(reportOf(record, frame), now_s);
-  if (record.isInit) pointing_ = askedFor(record.outputs);
+  if (record.isInit && record.pointTo) {
+    pointing_ = gimbal::PanTilt{record.pointTo->pan_deg, record.pointTo->tilt_deg};
+  }
   if (!record.isInit && record.state != TrackState::Waiting) pointing_.reset();
   if (isSeen(record)) {
     const gimbal::PanTilt off = offOf(*record.box, frame, camera_.description());

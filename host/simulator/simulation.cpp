@@ -18,22 +18,6 @@
 namespace host::sim {
 namespace {
 
-/// The pan and tilt the plug-in asks for, if it does.
-std::optional<Angles> askedFor(const std::vector<AlgoOutput>& outputs) {
-  for (const AlgoOutput& output : outputs) {
-    const auto* members = std::get_if<AlgoValue::Object>(&output.value);
-    if (output.name != "gimbal_preposition.v1" || members == nullptr) continue;
-    Angles angles;
-    for (const auto& [key, value] : *members) {
-      const auto* number = std::get_if<double>(&value);
-      if (number != nullptr && key == "target_pan_deg") angles.pan = *number;
-      if (number != nullptr && key == "target_tilt_deg") angles.tilt = *number;
-    }
-    return angles;
-  }
-  return std::nullopt;
-}
-
 /// The host's part: what it orders after each answer of the plug-in.
 class Operator {
  public:
@@ -42,7 +26,10 @@ class Operator {
   /// @param now_s  the answer came then, later than the frame where the video is delayed
   GimbalOrder orderAfter(const CallRecord& record, const ocula::OculaPicture::BaseMetadata& metadata, double hfov,
                          double now_s) {
-    if (record.isInit) asked_ = askedFor(record.outputs);
+    if (record.isInit) {
+      asked_.reset();
+      if (record.pointTo) asked_ = Angles{record.pointTo->pan_deg, record.pointTo->tilt_deg};
+    }
     const bool waiting = record.state == TrackState::Waiting;
     if (phase_ == HostPhase::Pointing && !waiting) {
       phase_ = HostPhase::Following;
@@ -50,8 +37,7 @@ class Operator {
     }
     if (phase_ == HostPhase::Pointing && asked_) return {true, *asked_};
     // Only a box that was seen in this frame: chasing predictions would drive the camera away from where it was lost.
-    const bool seen = record.framesSinceSeen.value_or(1) == 0 && record.box.has_value();
-    const std::optional<cv::Rect2d> box = seen ? std::optional<cv::Rect2d>(*record.box) : std::nullopt;
+    const std::optional<cv::Rect2d> box = isSeen(record) ? std::optional<cv::Rect2d>(*record.box) : std::nullopt;
     return {false, pilot_.rates({record.time_s, now_s, box, readAngles(metadata), hfov})};
   }
 
