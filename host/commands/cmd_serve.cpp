@@ -59,7 +59,8 @@ struct LiveFrame {
 class NewestFrame {
  public:
   explicit NewestFrame(const ServeOptions& options) : options_(options) {
-    isPipe_ = options.source == "-" || std::filesystem::is_fifo(options.source) ||
+    std::error_code ignored;
+    isPipe_ = options.source == "-" || std::filesystem::is_fifo(options.source, ignored) ||
               std::filesystem::path(options.source).extension() == ".y4m";
     if (isPipe_) {
       pipe_ = std::make_unique<Y4mReader>(options.source);

@@ -107,12 +107,22 @@ void TrackingServer::serve_() {
       if (options_.gimbal) gimbal_.tick(now_s);
       steer_(now_s);
       camera_.tick(now_s);
-      for (const mavlink::Frame& frame : camera_.takeOutgoing()) {
-        const std::vector<std::uint8_t> bytes = mavlink::encodeFrame(frame);
-        for (const auto& line : lines_) line->send(bytes);
-      }
+      sendAll_();
     }
     std::this_thread::sleep_for(std::chrono::milliseconds(4));
+  }
+  const std::lock_guard<std::mutex> lock(mutex_);
+  for (int i = 0; i < 3 && gimbal_.controls(); ++i) {  // nobody will stop it afterwards, and one may get lost
+    gimbal_.turn({0.0, 0.0});
+    sendAll_();
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+}
+
+void TrackingServer::sendAll_() {
+  for (const mavlink::Frame& frame : camera_.takeOutgoing()) {
+    const std::vector<std::uint8_t> bytes = mavlink::encodeFrame(frame);
+    for (const auto& line : lines_) line->send(bytes);
   }
 }
 
@@ -141,12 +151,13 @@ void TrackingServer::steer_(double now_s) {
   if (now_s < nextOrder_s_) return;
   nextOrder_s_ = std::max(nextOrder_s_ + kOrder_s, now_s + 0.5 * kOrder_s);
   if (pointing_) return gimbal_.goTo(*pointing_);
+  estimateDelay_(now_s);
+  if (!gimbal_.controls()) return;
   const gimbal::PanTilt rates = controller_.rates(now_s);
   if (rates.pan != 0.0 || rates.tilt != 0.0 || controller_.state() == gimbal::ControllerState::Following) {
     restUntil_s_ = now_s + kRest_s;
   }
   if (now_s <= restUntil_s_) gimbal_.turn(rates);
-  estimateDelay_(now_s);
 }
 
 void TrackingServer::estimateDelay_(double now_s) {
@@ -189,6 +200,7 @@ void TrackingServer::endCalibration_(double now_s) {
   if (problem_.empty()) problem_ = gimbal::problemOf(result.tilt, options_.controller.tilt, "tilt");
   if (!problem_.empty()) {
     std::fprintf(stderr, "csrt-track: the gimbal is not turned: %s\n", problem_.c_str());
+    gimbal_.turn({0.0, 0.0});
     gimbal_.release();
     options_.gimbal = false;
     return;
@@ -213,9 +225,8 @@ std::optional<BBox> TrackingServer::takeWish_(cv::Size frame) {
     controller_.restart();
     delay_.newTarget();
     if (request->kind != TrackRequest::Kind::Stop) box = boxOf(*request, frame);
-    if (box) continue;
-    camera_.report({}, monotonic());
-    if (options_.gimbal) gimbal_.release();
+    // The gimbal stays ours: it comes to rest, and is told so more than once.
+    if (!box) camera_.report({}, monotonic());
   }
   // Said before the tracker is built, which takes its time.
   if (box)

@@ -64,6 +64,7 @@ class TrackingServer {
  private:
   void serve_();
   void hear_(const mavlink::Frame& frame, double now_s);
+  void sendAll_();
   void steer_(double now_s);
   void calibrate_(double now_s);
   void endCalibration_(double now_s);

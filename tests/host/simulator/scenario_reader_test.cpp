@@ -89,6 +89,19 @@ TEST(ScenarioReader, NamesThePlaceOfAMistake) {
   for (const auto& one : kCases) EXPECT_EQ(complaintAbout(one.text), head + one.complaint) << one.text;
 }
 
+TEST(ScenarioReader, ReadsWhatIsLateAndWhoFollows) {
+  const Scenario plain = parseScenario(with(R"("seed": 1)"), "own");
+  EXPECT_EQ(plain.camera.video_delay_s, 0.0);
+  EXPECT_FALSE(plain.host.predicting);
+  const Scenario late = parseScenario(
+      with(R"("camera": {"video_delay_s": 0.2}, "metadata": {"delay_s": 0.1}, "host": {"controller": "predicting"})"),
+      "own");
+  EXPECT_EQ(late.camera.video_delay_s, 0.2);
+  EXPECT_EQ(late.metadata.delay_s, 0.1);
+  EXPECT_TRUE(late.host.predicting);
+  EXPECT_NE(complaintAbout(with(R"("host": {"controller": "magic"})")).find("host.controller"), std::string::npos);
+}
+
 TEST(ScenarioReader, NamesAKeyThatThereIsNot) {
   const std::string complaint = complaintAbout(with(R"("host": {"folow_me": true})"));
   EXPECT_EQ(complaint,
