@@ -105,8 +105,8 @@ TEST(ScenarioReader, ReadsWhatIsLateAndWhoFollows) {
 TEST(ScenarioReader, NamesAKeyThatThereIsNot) {
   const std::string complaint = complaintAbout(with(R"("host": {"folow_me": true})"));
   EXPECT_EQ(complaint,
-            "scenario 'own.json': host.folow_me: there is no such key here; known are box_offset, follow, follow_me, "
-            "mark_again_after_s");
+            "scenario 'own.json': host.folow_me: there is no such key here; known are box_offset, controller, follow, "
+            "follow_me, mark_again_after_s");
 }
 
 TEST(ScenarioReader, SaysWhereTheTextStopsBeingJson) {
@@ -120,7 +120,7 @@ TEST(ScenarioReader, KnowsNoFileAndNoNameThatThereIsNot) {
 }
 
 TEST(ShippedScenarios, AllSayWhatTheyExpectOfArmingAndOfWrongTargets) {
-  ASSERT_EQ(shippedScenarios().size(), 9U);
+  ASSERT_EQ(shippedScenarios().size(), 10U);
   for (const ShippedScenario& shipped : shippedScenarios()) {
     const Scenario scenario = loadScenario(shipped.name);
     EXPECT_FALSE(scenario.title.empty()) << shipped.name;
