@@ -12,7 +12,7 @@ namespace {
 
 constexpr double kOrder_s = 0.04;  // between two orders to the gimbal
 constexpr double kRest_s = 1.0;    // for so long zero rates are repeated
-constexpr double kEstimate_s = 1.0;
+constexpr double kEstimate_s = 0.4;
 constexpr double kDelayMatters_s = 0.02;
 constexpr double kPointShare = 0.1;  // of the frame's height: the box around a point
 constexpr int kSmallest = 4;
