@@ -21,7 +21,7 @@ namespace {
 /// The host's part: what it orders after each answer of the plug-in.
 class Operator {
  public:
-  explicit Operator(const Scenario& scenario) : scenario_(scenario), pilot_(scenario) {}
+  explicit Operator(const Scenario& scenario) : pilot_(scenario) {}
 
   /// @param now_s  the answer came then, later than the frame where the video is delayed
   GimbalOrder orderAfter(const CallRecord& record, const ocula::OculaPicture::BaseMetadata& metadata, double hfov,
@@ -46,7 +46,6 @@ class Operator {
   const std::optional<Angles>& asked() const { return asked_; }
 
  private:
-  const Scenario& scenario_;
   Pilot pilot_;
   HostPhase phase_ = HostPhase::Pointing;
   double following_s_ = -1.0;
