@@ -118,7 +118,8 @@ int exitCodeOf(bool started, const std::vector<sim::Check>& checks) {
 /// In real time over MAVLink, with the tracker in another process.
 int flyScenario(const SimulateOptions& options) {
   const sim::Scenario scenario = scenarioOf(options);
-  const sim::FlightResult result = sim::fly(scenario, {options.mavlink, options.videoPipe, options.records, !options.noMark});
+  const sim::FlightResult result =
+      sim::fly(scenario, {options.mavlink, options.videoPipe, options.records, !options.noMark});
   if (!options.summary.empty()) TextOutput(options.summary).writeLine(sim::toJson(result).dump(2));
   if (!options.quiet && !result.turned_s) {
     printResult(options, "the gimbal was never ordered to turn\n");
