@@ -56,6 +56,19 @@ Json curve(LoopTrialParams params, TrialFollower follower) {
   return points;
 }
 
+/// What it costs when angles are older than they say, and nobody knows. Not held to the budget.
+void printStale(FILE* text) {
+  std::fprintf(text, "\n| angles late | overshoot | settled |\n|---|---|---|\n");
+  for (const double stale_s : {0.0, 0.04, 0.1, 0.15}) {
+    LoopTrialParams params;
+    params.stale_s = stale_s;
+    const LoopTrialResult step = host::sim::runLoopTrial(params);
+    const bool settles = step.settled_s < params.duration_s - 0.1;
+    std::fprintf(text, "| %.0f ms | %.0f %% | %s |\n", 1000 * stale_s, 100 * step.overshoot,
+                 settles ? (std::to_string(step.settled_s).substr(0, 4) + " s").c_str() : "never");
+  }
+}
+
 Json toJson(const Cell& cell) {
   return {{"overshoot", cell.overshoot}, {"settle_s", cell.settle_s}, {"ramp_rms_deg", cell.ramp_deg}};
 }
@@ -100,6 +113,7 @@ int main(int argc, char** argv) {
       }
     }
   }
+  printStale(text);
   if (!json.empty()) {
     FILE* const file = json == "-" ? stdout : std::fopen(json.c_str(), "w");
     if (file == nullptr) {

@@ -110,7 +110,8 @@ void Controller::guard_(const Axis& axis, const char* which) {
   if (axis.motor.strength() > kEnoughMotion_deg && axis.motor.slope() < -kWrongWay) {
     problem_ = std::string("the gimbal turns the other way when it is ordered to turn in ") + which;
   } else if (axis.picture.strength() > kEnoughMotion_deg && axis.picture.slope() > kWrongWay) {
-    problem_ = std::string("the picture moves the wrong way when the gimbal turns in ") + which;
+    problem_ = std::string("the picture does not answer as it should when the gimbal turns in ") + which +
+               ": a wrong sign, or angles far from the pictures they belong to";
   } else {
     return;
   }

@@ -108,6 +108,7 @@ int main(int argc, char** argv) {
   host::addMergeCommand(app, status);
   host::addTuneCommand(app, status);
   host::addSimulateCommand(app, status);
+  host::addServeCommand(app, status);
   host::addReplayCommand(app, status);
   host::addConfigCommand(app, status);
   host::addSchemaCommand(app, status);

@@ -23,7 +23,7 @@ check_rooms() {
 
 # The plug-in, its library and its host program; tests are left to the compilers' warnings and the sanitizers.
 check_tidy() {
-  local build=${BUILD:-build-tidy} folders=${1:-src|config|common|ocula|host}
+  local build=${BUILD:-build-tidy} folders=${1:-src|config|common|ocula|gimbal|mavlink|host}
   [ -e "$build/compile_commands.json" ] ||
     cmake -S . -B "$build" -G Ninja -DCSRT_BUILD_TESTS=OFF -DPython3_EXECUTABLE=/usr/bin/python3 >/dev/null
   sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' "$build/compile_commands.json" | grep -E "^$root/($folders)/" |
@@ -35,7 +35,7 @@ check_tidy-plugin() {
 }
 
 check_cppcheck() {
-  git ls-files 'src/*.cpp' 'config/*.cpp' 'common/*.cpp' 'ocula/*.cpp' 'host/*.cpp' |
+  git ls-files 'src/*.cpp' 'config/*.cpp' 'common/*.cpp' 'ocula/*.cpp' 'gimbal/*.cpp' 'mavlink/*.cpp' 'host/*.cpp' |
     xargs cppcheck --quiet --std=c++17 --language=c++ --enable=warning,performance,portability --inline-suppr \
       --suppress=missingInclude --suppress=missingIncludeSystem --suppress=unmatchedSuppression --suppress=cppcheckError \
       -I include -I src -I config -I common -j "$(nproc)" --error-exitcode=1

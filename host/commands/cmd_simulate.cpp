@@ -19,6 +19,7 @@
 #include "plugin/plugin_library.h"
 #include "simulator/scenario_reader.h"
 #include "simulator/shipped_scenarios.h"
+#include "simulator/simulated_flight.h"
 #include "simulator/simulation.h"
 #include "simulator/simulation_outputs.h"
 #include "simulator/simulation_summary.h"
@@ -39,6 +40,9 @@ struct SimulateOptions {
   PluginChoice plugin;
   std::string clock = "simulated";
   std::string print;
+  std::vector<std::string> mavlink;
+  std::string videoPipe;
+  bool noMark = false;
   bool list = false;
   bool debug = false;
   bool quiet = false;
@@ -124,11 +128,33 @@ void checkFiles(const SimulateOptions& options) {
   plan.check();
 }
 
+/// In real time over MAVLink, with the tracker in another process.
+int flyScenario(const SimulateOptions& options) {
+  const sim::Scenario scenario = scenarioOf(options);
+  const sim::FlightResult result =
+      sim::fly(scenario, {options.mavlink, options.videoPipe, options.records, !options.noMark});
+  if (!options.summary.empty()) TextOutput(options.summary, "--summary").writeLine(jsonText(sim::toJson(result), 2));
+  if (!options.quiet && !result.turned_s) {
+    printResult(options, "the gimbal was never ordered to turn\n");
+  } else if (!options.quiet) {
+    char text[200];
+    std::snprintf(text, sizeof text,
+                  "off the target by %.2f deg (root mean square), %.2f deg for 95 of 100, over %ld frames; "
+                  "beyond it by %.2f deg; %ld of %ld frames late\n",
+                  result.rms_deg, result.p95_deg, result.judged, result.overshoot_deg, result.lateFrames,
+                  result.frames);
+    printResult(options, text);
+  }
+  if (interruptSignal() != 0) return 128 + interruptSignal();
+  return static_cast<int>(result.turned_s ? ExitCode::Done : ExitCode::Findings);
+}
+
 int simulate(const SimulateOptions& options) {
   if (options.list) return listScenarios();
   if (!options.print.empty()) return printScenario(options.print);
   checkOptions(options);
   checkFiles(options);
+  if (!options.mavlink.empty()) return flyScenario(options);
   const sim::Scenario scenario = scenarioOf(options);
   PluginLibrary library(pathOf(options.plugin));
   checkSets(options.config.sets, library.create()->getConfigList());
@@ -200,6 +226,16 @@ void addSimulateCommand(CLI::App& app, int& status) {
                   "What the plug-in's rules in seconds go by: simulated (the scene's time) or machine")
       ->type_name("WHICH")
       ->capture_default_str();
+  command
+      .add_option("--mavlink", options->mavlink,
+                  "In real time, without a plug-in: the gimbal obeys what comes over this line, see 'serve --help'; "
+                  "may be repeated")
+      ->take_all()
+      ->allow_extra_args(false)
+      ->type_name("LINE");
+  command.add_option("--video-pipe", options->videoPipe, "With --mavlink: a named pipe for the video (YUV4MPEG2)")
+      ->type_name("FILE");
+  command.add_flag("--no-mark", options->noMark, "With --mavlink: a ground station marks the target");
   command.add_flag("--debug", options->debug, "Show the plug-in's log lines on standard error");
   command.add_flag("--quiet", options->quiet, "No summary for people");
   command.footer(helpFooter({"simulate --list", "simulate zoom-step --video out.mp4 --records out.jsonl",

@@ -13,6 +13,7 @@ void addConfigCommand(CLI::App& app, int& status);
 void addDoctorCommand(CLI::App& app, int& status);
 void addDrawSceneCommand(CLI::App& app, int& status);
 void addSimulateCommand(CLI::App& app, int& status);
+void addServeCommand(CLI::App& app, int& status);
 void addReplayCommand(CLI::App& app, int& status);
 void addSchemaCommand(CLI::App& app, int& status);
 void addEvaluateCommand(CLI::App& app, int& status);

@@ -26,8 +26,9 @@ struct CameraParams {
   double hfov_deg = 60.0;  ///< On the first frame.
   AxisLimits pan;
   AxisLimits tilt{60.0, 240.0, 0.05, -90.0, 90.0};
-  double delay_s = 0.04;  ///< An order's way to the gimbal.
-  double noise = 3.0;     ///< Standard deviation of each pixel, grey levels.
+  double delay_s = 0.04;       ///< An order's way to the gimbal.
+  double video_delay_s = 0.0;  ///< A frame's way to the host; in effect whole frames.
+  double noise = 3.0;          ///< Standard deviation of each pixel, grey levels.
   ShakeParams shake;
   std::vector<ZoomOrder> zoom;
 };
@@ -48,6 +49,7 @@ struct MetadataFault {
 
 struct MetadataParams {
   double noise_deg = 0.0;  ///< Standard deviation of pan and tilt as they are reported.
+  double delay_s = 0.0;    ///< The angles that come with a frame were read so long before it was taken.
   std::vector<MetadataFault> faults;
 };
 
@@ -55,6 +57,7 @@ struct HostParams {
   bool follow_me = true;         ///< What the metadata say to the plug-in.
   cv::Point2d box_offset{0, 0};  ///< How far beside the target the operator draws the box, in box sides.
   FollowParams follow;
+  bool predicting = false;  ///< Follow with gimbal::Controller, which knows the delays; else with Follower.
   /// The operator marks the target again, without asking for pointing, once the plug-in has been without a target and
   /// the target in full view for so long. Seconds; nothing: never.
   std::optional<double> mark_again_after_s;

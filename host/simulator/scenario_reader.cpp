@@ -76,6 +76,7 @@ void readCamera(CheckedObject camera, CameraParams& params) {
   if (auto axis = camera.object("pan")) readAxis(*axis, false, params.pan);
   if (auto axis = camera.object("tilt")) readAxis(*axis, true, params.tilt);
   camera.read("delay_s", {0.0, 5.0}, params.delay_s);
+  camera.read("video_delay_s", {0.0, 5.0}, params.video_delay_s);
   camera.read("noise", {0.0, 100.0}, params.noise);
   if (auto shake = camera.object("shake")) readShake(*shake, params.shake);
   for (CheckedObject& order : camera.objects("zoom")) params.zoom.push_back(zoomOf(std::move(order)));
@@ -132,6 +133,7 @@ MetadataFault faultOf(CheckedObject object) {
 
 void readMetadata(CheckedObject object, MetadataParams& params) {
   object.read("noise_deg", {0.0, 10.0}, params.noise_deg);
+  object.read("delay_s", {0.0, 5.0}, params.delay_s);
   for (CheckedObject& fault : object.objects("faults")) params.faults.push_back(faultOf(std::move(fault)));
   object.finish();
 }
@@ -149,6 +151,9 @@ void readHost(CheckedObject object, HostParams& params) {
   object.read("box_offset", {-2.0, 2.0}, params.box_offset.x, params.box_offset.y);
   object.read("mark_again_after_s", kSeconds, params.mark_again_after_s);
   if (auto follow = object.object("follow")) readFollow(*follow, params.follow);
+  std::string controller = "proportional";
+  object.read("controller", {"proportional", "predicting"}, controller);
+  params.predicting = controller == "predicting";
   object.finish();
 }
 

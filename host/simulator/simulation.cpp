@@ -1,7 +1,9 @@
 #include "simulator/simulation.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <deque>
 #include <exception>
 #include <memory>
 #include <utility>
@@ -9,79 +11,21 @@
 #include "base/interrupt.h"
 #include "plugin/target_session.h"
 #include "simulator/camera.h"
-#include "simulator/drawing.h"
-#include "simulator/follower.h"
 #include "simulator/gimbal.h"
+#include "simulator/pilot.h"
 #include "simulator/reported_metadata.h"
 
 namespace host::sim {
 namespace {
 
-/// The scene with everything that moves, as pictures and as truth.
-class Stage {
- public:
-  explicit Stage(const Scenario& scenario)
-      : scenario_(scenario),
-        panorama_(scenario.scene, scenario.seed),
-        noise_(scenario.frame, scenario.camera.noise, scenario.seed) {
-    int number = 0;
-    const auto add = [&](const Actor& actor) {
-      actors_.emplace_back(&actor,
-                           makeSprite(actor.look, actor.size.width / actor.size.height, number++, scenario.seed));
-    };
-    add(scenario.target);  // painted in this order: what comes later hides what came before
-    for (const Actor& decoy : scenario.decoys) add(decoy);
-    for (const Actor& wall : scenario.occluders) add(wall);
-  }
-
-  cv::Mat see(const View& view, double t_s) {
-    cv::Mat picture = panorama_.see(view, scenario_.frame);
-    for (const auto& [actor, sprite] : actors_) {
-      if (isThere(*actor, t_s)) paint(picture, sprite, boxOf(*actor, t_s, view, scenario_.frame));
-    }
-    noise_.add(picture);
-    return picture;
-  }
-
-  Truth truth(const View& view, double t_s) const {
-    Truth truth;
-    truth.there = isThere(scenario_.target, t_s);
-    truth.direction = placeOf(scenario_.target, t_s);
-    truth.direction.pan = wrapped(truth.direction.pan);
-    truth.box = boxOf(scenario_.target, t_s, view, scenario_.frame);
-    truth.visibleShare = truth.there ? visibleShare(truth.box, covers_(view, t_s), scenario_.frame) : 0.0;
-    const Angles off = between(view.centre, truth.direction);
-    truth.pointingErrorDeg = std::hypot(off.pan, off.tilt);
-    truth.pointingErrorPx =
-        std::hypot(off.pan / view.hfov * scenario_.frame.width, off.tilt / view.vfov * scenario_.frame.height);
-    return truth;
-  }
-
-  const Panorama& panorama() const { return panorama_; }
-
- private:
-  std::vector<cv::Rect2d> covers_(const View& view, double t_s) const {
-    std::vector<cv::Rect2d> covers;
-    for (const auto* group : {&scenario_.decoys, &scenario_.occluders}) {
-      for (const Actor& actor : *group) {
-        if (isThere(actor, t_s)) covers.push_back(boxOf(actor, t_s, view, scenario_.frame));
-      }
-    }
-    return covers;
-  }
-
-  const Scenario& scenario_;
-  Panorama panorama_;
-  SensorNoise noise_;
-  std::vector<std::pair<const Actor*, Sprite>> actors_;
-};
-
 /// The host's part: what it orders after each answer of the plug-in.
 class Operator {
  public:
-  explicit Operator(const Scenario& scenario) : scenario_(scenario), follower_(scenario.host.follow) {}
+  explicit Operator(const Scenario& scenario) : pilot_(scenario) {}
 
-  GimbalOrder orderAfter(const CallRecord& record, double hfov) {
+  /// @param now_s  the answer came then, later than the frame where the video is delayed
+  GimbalOrder orderAfter(const CallRecord& record, const ocula::OculaPicture::BaseMetadata& metadata, double hfov,
+                         double now_s) {
     if (record.isInit) {
       asked_.reset();
       if (record.pointTo) asked_ = Angles{record.pointTo->pan_deg, record.pointTo->tilt_deg};
@@ -94,8 +38,7 @@ class Operator {
     if (phase_ == HostPhase::Pointing && asked_) return {true, *asked_};
     // Only a box that was seen in this frame: chasing predictions would drive the camera away from where it was lost.
     const std::optional<cv::Rect2d> box = isSeen(record) ? std::optional<cv::Rect2d>(*record.box) : std::nullopt;
-    const double vfov = vfovOf(hfov, scenario_.frame);
-    return {false, follower_.rateFor(box, hfov, vfov, scenario_.frame, 1.0 / scenario_.fps)};
+    return {false, pilot_.rates({record.time_s, now_s, box, readAngles(metadata), hfov})};
   }
 
   HostPhase phase() const { return phase_; }
@@ -103,8 +46,7 @@ class Operator {
   const std::optional<Angles>& asked() const { return asked_; }
 
  private:
-  const Scenario& scenario_;
-  Follower follower_;
+  Pilot pilot_;
   HostPhase phase_ = HostPhase::Pointing;
   double following_s_ = -1.0;
   std::optional<Angles> asked_;
@@ -153,32 +95,70 @@ class Run {
     session_.configure(scenario.config);
   }
 
-  SimulatedFrame step(long index) {
+  /// Lets the camera take a frame. @return the frame that reaches the host then; nothing: it is still under way
+  std::optional<SimulatedFrame> step(long index) {
     const double t_s = static_cast<double>(index) / scenario_.fps;
     if (index > 0) gimbal_.advance(1.0 / scenario_.fps);
-    SimulatedFrame frame;
-    frame.camera = look_(t_s);
-    frame.bgr = stage_.see(frame.camera.view, t_s);
-    frame.truth = stage_.truth(frame.camera.view, t_s);
-    const double hfov = frame.camera.view.hfov;
-    const bool mark = index == 0 || secondLook_.marks(frame.truth);
-    markedAgain_ = markedAgain_ || (mark && index > 0);
-    frame.metadata = reportedMetadata({frame.camera.gimbal, hfov, vfovOf(hfov, scenario_.frame)},
-                                      scenario_.host.follow_me && !markedAgain_, t_s, scenario_.metadata, rng_);
-    const auto picture = std::make_shared<ocula::OculaPicture>(frame.bgr, frame.metadata);
-    const FramePlace place{index, t_s};
-    frame.record = mark ? session_.init(picture, place, startBox(frame.truth, scenario_.host.box_offset))
-                        : session_.update(picture, place);
-    secondLook_.sees(frame.record, frame.truth);
-    gimbal_.order(operator_.orderAfter(frame.record, hfov));
-    frame.camera.phase = operator_.phase();
-    frame.camera.asked = operator_.asked();
-    return frame;
+    past_.push_back({t_s, gimbal_.position()});
+    underWay_.push_back(capture_(index, t_s));
+    if (underWay_.front().t_s + scenario_.camera.video_delay_s > t_s + 1e-6) return std::nullopt;
+    Captured captured = std::move(underWay_.front());
+    underWay_.pop_front();
+    judge_(captured, t_s);
+    return std::move(captured.frame);
   }
 
   const Panorama& panorama() const { return stage_.panorama(); }
 
  private:
+  struct Captured {
+    long index;
+    double t_s;
+    SimulatedFrame frame;
+  };
+
+  Captured capture_(long index, double t_s) {
+    SimulatedFrame frame;
+    frame.camera = look_(t_s);
+    frame.bgr = stage_.see(frame.camera.view, t_s);
+    frame.truth = stage_.truth(frame.camera.view, t_s);
+    return {index, t_s, std::move(frame)};
+  }
+
+  /// The plug-in and then the host get to see a frame. @param now_s  when
+  void judge_(Captured& captured, double now_s) {
+    SimulatedFrame& frame = captured.frame;
+    const double hfov = frame.camera.view.hfov;
+    const bool mark = captured.index == 0 || secondLook_.marks(frame.truth);
+    markedAgain_ = markedAgain_ || (mark && captured.index > 0);
+    frame.metadata =
+        reportedMetadata({encodersAt_(captured), hfov, vfovOf(hfov, scenario_.frame)},
+                         scenario_.host.follow_me && !markedAgain_, captured.t_s, scenario_.metadata, rng_);
+    const auto picture = std::make_shared<ocula::OculaPicture>(frame.bgr, frame.metadata);
+    const FramePlace place{captured.index, captured.t_s};
+    frame.record = mark ? session_.init(picture, place, startBox(frame.truth, scenario_.host.box_offset))
+                        : session_.update(picture, place);
+    secondLook_.sees(frame.record, frame.truth);
+    gimbal_.order(operator_.orderAfter(frame.record, frame.metadata, hfov, now_s));
+    frame.camera.phase = operator_.phase();
+    frame.camera.asked = operator_.asked();
+  }
+
+  /// What the encoders read, a while before the frame where the metadata are late.
+  Angles encodersAt_(const Captured& captured) const {
+    const double delay_s = scenario_.metadata.delay_s;
+    if (delay_s <= 0) return captured.frame.camera.gimbal;
+    const double t_s = captured.t_s - delay_s;
+    std::size_t after = 0;
+    while (after + 1 < past_.size() && past_[after].first < t_s) ++after;
+    if (after == 0) return past_.front().second;
+    const auto& [t0_s, before] = past_[after - 1];
+    const auto& [t1_s, next] = past_[after];
+    const Angles way = between(before, next);
+    const double share = std::clamp((t_s - t0_s) / (t1_s - t0_s), 0.0, 1.0);
+    return {wrapped(before.pan + share * way.pan), before.tilt + share * way.tilt};
+  }
+
   CameraState look_(double t_s) const {
     CameraState camera;
     camera.gimbal = gimbal_.position();
@@ -198,6 +178,8 @@ class Run {
   cv::RNG rng_;
   Gimbal gimbal_;
   TargetSession session_;
+  std::deque<Captured> underWay_;
+  std::vector<std::pair<double, Angles>> past_;  // where the gimbal looked
 };
 
 /// Ends the observers that began, whatever happens.
@@ -234,9 +216,10 @@ bool simulate(const Scenario& scenario, PluginLibrary& library, const Simulation
   }
   bool started = true;
   for (long i = 0; started && i < scenario.frames() && interruptSignal() == 0; ++i) {
-    const SimulatedFrame frame = run.step(i);
-    for (SimulationObserver* observer : observers) observer->frame(frame);
-    started = i > 0 || frame.record.started;
+    const std::optional<SimulatedFrame> frame = run.step(i);
+    if (!frame) continue;
+    for (SimulationObserver* observer : observers) observer->frame(*frame);
+    started = !frame->record.isInit || frame->record.frame > 0 || frame->record.started;
   }
   ending.endNow();
   return started;

@@ -10,18 +10,9 @@
 #include "plugin/plugin_library.h"
 #include "simulator/panorama.h"
 #include "simulator/scenario.h"
+#include "simulator/stage.h"
 
 namespace host::sim {
-
-/// Where the target really is.
-struct Truth {
-  bool there = false;             ///< In the scene at all.
-  cv::Rect2d box;                 ///< Frame pixels, not cut at the frame.
-  double visibleShare = 0.0;      ///< Inside the frame and not hidden. [0, 1]
-  Angles direction;               ///< Pan in [-180, 180).
-  double pointingErrorDeg = 0.0;  ///< From the picture's true middle.
-  double pointingErrorPx = 0.0;
-};
 
 enum class HostPhase {
   Pointing,  ///< The gimbal goes to the angles the plug-in asked for.

@@ -89,11 +89,24 @@ TEST(ScenarioReader, NamesThePlaceOfAMistake) {
   for (const auto& one : kCases) EXPECT_EQ(complaintAbout(one.text), head + one.complaint) << one.text;
 }
 
+TEST(ScenarioReader, ReadsWhatIsLateAndWhoFollows) {
+  const Scenario plain = parseScenario(with(R"("seed": 1)"), "own");
+  EXPECT_EQ(plain.camera.video_delay_s, 0.0);
+  EXPECT_FALSE(plain.host.predicting);
+  const Scenario late = parseScenario(
+      with(R"("camera": {"video_delay_s": 0.2}, "metadata": {"delay_s": 0.1}, "host": {"controller": "predicting"})"),
+      "own");
+  EXPECT_EQ(late.camera.video_delay_s, 0.2);
+  EXPECT_EQ(late.metadata.delay_s, 0.1);
+  EXPECT_TRUE(late.host.predicting);
+  EXPECT_NE(complaintAbout(with(R"("host": {"controller": "magic"})")).find("host.controller"), std::string::npos);
+}
+
 TEST(ScenarioReader, NamesAKeyThatThereIsNot) {
   const std::string complaint = complaintAbout(with(R"("host": {"folow_me": true})"));
   EXPECT_EQ(complaint,
-            "scenario 'own.json': host.folow_me: there is no such key here; known are box_offset, follow, follow_me, "
-            "mark_again_after_s");
+            "scenario 'own.json': host.folow_me: there is no such key here; known are box_offset, controller, follow, "
+            "follow_me, mark_again_after_s");
 }
 
 TEST(ScenarioReader, SaysWhereTheTextStopsBeingJson) {
@@ -107,7 +120,7 @@ TEST(ScenarioReader, KnowsNoFileAndNoNameThatThereIsNot) {
 }
 
 TEST(ShippedScenarios, AllSayWhatTheyExpectOfArmingAndOfWrongTargets) {
-  ASSERT_EQ(shippedScenarios().size(), 9U);
+  ASSERT_EQ(shippedScenarios().size(), 10U);
   for (const ShippedScenario& shipped : shippedScenarios()) {
     const Scenario scenario = loadScenario(shipped.name);
     EXPECT_FALSE(scenario.title.empty()) << shipped.name;
