@@ -22,17 +22,17 @@
 #include <thread>
 #include <vector>
 
-#include "config_text.h"
+#include "config/config_text.h"
 #include "csrt_guard/csrt_guard.h"
 #include "evaluation/evaluation_run.h"
 #include "evaluation/follower.h"
 #include "evaluation/metrics.h"
 #include "evaluation/sequence.h"
 #include "evaluation/truth.h"
-#include "frame_source.h"
-#include "host_error.h"
-#include "plugin_library.h"
-#include "presets.h"
+#include "input/frame_source.h"
+#include "base/host_error.h"
+#include "plugin/plugin_library.h"
+#include "config/presets.h"
 
 namespace {
 
@@ -61,7 +61,7 @@ csrt_guard::Settings settings() {
   s.learnRate = env("G_LEARN", s.learnRate);
   s.learnFrames = static_cast<int>(env("G_LEARNF", s.learnFrames));
   s.checkEvery = static_cast<int>(env("G_CHECK", s.checkEvery));
-  s.betterBy = env("G_BETTER", s.betterBy);
+  s.othersWithin = env("G_OTHERS", s.othersWithin);
   s.standOut = env("G_STAND", s.standOut);
   s.jump = env("G_JUMP", s.jump);
   return s;
@@ -398,6 +398,94 @@ void walkers(const Options& options) {
   }
 }
 
+/// How good are the finds? The guard is told where the target is up to a frame, then nothing any more; for so many frames
+/// a board covers the target. No tracker: only whether, when and where the guard finds it.
+struct Loss {
+  const host::TruthTarget* target = nullptr;
+  std::size_t mark = 0;
+  int covered = 0;
+  bool found = false;
+  int delay = 0;
+  double iou = 0.0;
+  bool absentFind = false;
+  double like = 0.0, truthLike = 0.0, usual = 0.0, around = 0.0, far = 0.0;
+};
+
+void loseAndFind(Loss& loss, const Footage& footage) {
+  csrt_guard::Guard guard(settings());
+  const auto& marks = loss.target->marks;
+  const long first = marks[static_cast<std::size_t>(loss.target->firstVisibleMark())].frame;
+  const long lost = marks[loss.mark].frame;
+  guard.start(footage.frames[static_cast<std::size_t>(first)].bgr, whole(*truthAt(*loss.target, first)));
+  cv::Rect2d last;
+  for (long i = first + 1; i <= lost; ++i) {
+    last = *truthAt(*loss.target, i);
+    csrt_guard::Answer told{whole(last), true};
+    const csrt_guard::Verdict v = guard.judge(footage.frames[static_cast<std::size_t>(i)].bgr, told);
+    if (v.restart) guard.judge(footage.frames[static_cast<std::size_t>(i)].bgr, told);
+  }
+  for (long i = lost + 1; i < lost + loss.covered + 60 && i < static_cast<long>(footage.frames.size()); ++i) {
+    const auto truth = truthAt(*loss.target, i);
+    if (!truth) return;
+    cv::Mat frame = footage.frames[static_cast<std::size_t>(i)].bgr;
+    if (i <= lost + loss.covered) {
+      frame = frame.clone();
+      const cv::Rect board(cvRound(truth->x - truth->width * 0.3), cvRound(truth->y - truth->height * 0.1),
+                           cvRound(truth->width * 1.6), cvRound(truth->height * 1.2));
+      cv::rectangle(frame, board, cv::Scalar(70, 95, 120), cv::FILLED);
+    }
+    const csrt_guard::Verdict v = guard.judge(frame, {});
+    if (!v.restart) continue;
+    loss.found = true;
+    loss.delay = static_cast<int>(i - lost - loss.covered);
+    loss.absentFind = i <= lost + loss.covered;
+    loss.iou = host::overlapOf(*v.box, *truth);
+    loss.like = v.likeness.value_or(0);
+    loss.usual = v.usual.value_or(0);
+    loss.around = v.around.value_or(0);
+    loss.truthLike = guard.likenessOf(frame, whole(*truth)).value_or(0);
+    loss.far = std::hypot(last.x + last.width / 2 - v.box->x - v.box->width / 2.0, last.y + last.height / 2 - v.box->y - v.box->height / 2.0) /
+               std::hypot(last.width, last.height);
+    return;
+  }
+}
+
+void finds(const Options& options) {
+  const Footage footage(options.clip);
+  const auto targets = chosen(options);
+  std::vector<Loss> losses;
+  for (const auto& target : targets) {
+    for (std::size_t m = 2; m + 2 < target.marks.size(); m += 2) {
+      for (const int covered : {0, 8, 30}) {
+        Loss loss;
+        loss.target = &target;
+        loss.mark = m;
+        loss.covered = covered;
+        losses.push_back(loss);
+      }
+    }
+  }
+  inThreads(options.threads, losses.size(), [&](std::size_t i) { loseAndFind(losses[i], footage); });
+  for (const int covered : {0, 8, 30}) {
+    int n = 0, right = 0, wrong = 0, near = 0, none = 0, early = 0;
+    double delay = 0.0, iou = 0.0;
+    for (const Loss& l : losses) {
+      if (l.covered != covered) continue;
+      ++n;
+      if (trace && l.found && l.iou < 0.3)
+        std::printf("  %s mark %zu covered %d delay %d iou %.2f like %.2f truth %.2f usual %.2f around %.2f far %.2f\n", l.target->name.c_str(), l.mark, covered,
+                    l.delay, l.iou, l.like, l.truthLike, l.usual, l.around, l.far);
+      if (!l.found) ++none;
+      else if (l.iou >= 0.3) ++right, delay += l.delay, iou += l.iou;
+      else if (l.iou >= 0.1) ++near;
+      else ++wrong;
+      early += l.absentFind;
+    }
+    std::printf("covered %2d: %d losses: right %.2f near %.2f wrong %.2f none %.2f; while covered %.2f; delay %.1f iou %.2f\n", covered, n,
+                double(right) / n, double(near) / n, double(wrong) / n, double(none) / n, double(early) / n, delay / std::max(1, right), iou / std::max(1, right));
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -423,6 +511,8 @@ int main(int argc, char** argv) {
   };
   CLI::App* walkersCommand = app.add_subcommand("walkers");
   add(*walkersCommand);
+  CLI::App* findsCommand = app.add_subcommand("finds");
+  add(*findsCommand);
   CLI11_PARSE(app, argc, argv);
   for (std::string& preset : options.presets) {
     if (preset == "defaults") preset.clear();
@@ -430,6 +520,7 @@ int main(int argc, char** argv) {
   cache.load(options.cache);
   try {
     if (*walkersCommand) walkers(options);
+    if (*findsCommand) finds(options);
     cache.save();
   } catch (const host::HostError& e) {
     std::fprintf(stderr, "guard_comparison: %s\n", e.what());

@@ -60,8 +60,8 @@ struct Settings {
   double learnFrom = 0.9;        ///< A box this much like the target teaches what it looks like now.
   double learnRate = 0.02;       ///< Slowest share of a new picture; 0: only the first counts.
   int learnFrames = 100;         ///< After so many pictures nothing is learnt any more.
-  int checkEvery = 3;            ///< Every so many frames the neighbourhood is searched for a better place.
-  double betterBy = 0.25;        ///< A place that is so much more like the target shows that the box drifted.
+  int checkEvery = 3;            ///< Every so many frames what else looks like the target is remembered; 0: never.
+  double othersWithin = 2.5;     ///< How far from the target, in its diagonals.
   double standOut = 0.25;        ///< Weight of a place's contrast when several are likely.
   double jump = 0.5;             ///< A step so much longer than expected, in diagonals, is a doubt.
   double minContrast = 0.08;     ///< Usual likeness less that of the surroundings from which the guard can judge.
