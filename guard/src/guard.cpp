@@ -13,7 +13,7 @@ namespace {
 
 constexpr std::array<const char*, 5> kNames = {"unguarded", "agreed", "doubted", "searching", "reacquired"};
 constexpr double kSurroundings = 3.0;  // sides of the neighbourhood that is looked at, in box sides
-constexpr int kResizedAfter = 20;     // frames without the target after which it may look smaller or larger
+constexpr int kResizedAfter = 20;      // frames without the target after which it may look smaller or larger
 constexpr double kLargest = 1e6;       // pixels; larger numbers are no box
 
 bool usable(const cv::Mat& frame) {
@@ -89,7 +89,7 @@ class Guard::Impl {
     palette_.learn(bgr, wholePixels(inView));
     const CodedView view = viewOf(frame, part, scale, palette_);
     if (!model_.learn(view, view.toView(box), palette_)) return false;
-    startSize_ = size_ = box.size();
+    size_ = box.size();
     motion_.start(box);
     usual_.start(0.9, 2);
     around_.start(0.3, 0);
@@ -185,7 +185,8 @@ class Guard::Impl {
   /// What else looks like the target, every few frames.
   void lookForOthers_(const cv::Mat& frame, const cv::Rect2d& box) {
     if (settings_.checkEvery <= 0 || ++sinceCheck_ < settings_.checkEvery) return;
-    const CodedView view = viewOf(frame, grownBy(box, settings_.othersWithin * diagonal(box)), workScale(size_), palette_);
+    const CodedView view =
+        viewOf(frame, grownBy(box, settings_.othersWithin * diagonal(box)), workScale(size_), palette_);
     others_.learn(alike_(findPlaces(view, size_, false, model_, palette_)), box, sinceCheck_);
     sinceCheck_ = 0;
   }
@@ -204,7 +205,8 @@ class Guard::Impl {
     const bool near = answer.box && distance(*answer.box, motion_.box()) <= reach;
     if (answer.seen && look.likeness && near && look.margin >= settings_.acceptNear) {
       if (++regained_ >= settings_.confirmFrames) {
-        const Verdict back = verdict_(State::Agreed, answer.box, true, "the tracker's box shows the target again", look);
+        const Verdict back =
+            verdict_(State::Agreed, answer.box, true, "the tracker's box shows the target again", look);
         lost_ = doubts_ = regained_ = confirmed_ = 0;
         learn_(look, *answer.box);
         return back;
@@ -233,7 +235,8 @@ class Guard::Impl {
     std::optional<Place> best;
     double bestValue = 0.0;
     const std::vector<Place> places = alike_(findPlaces(view, size_, lost_ > kResizedAfter, model_, palette_));
-    const std::vector<Place> nobodys = settings_.checkEvery > 0 ? others_.follow(places, expected, sinceCheck_ + 1) : places;
+    const std::vector<Place> nobodys =
+        settings_.checkEvery > 0 ? others_.follow(places, expected, sinceCheck_ + 1) : places;
     sinceCheck_ = 0;
     for (const Place& place : nobodys) {
       const double far = distance(place.box, expected) / std::max(1.0, reach);
@@ -297,7 +300,6 @@ class Guard::Impl {
   Palette palette_;
   ColourModel model_;
   TargetMotion motion_;
-  cv::Size2d startSize_;
   cv::Size2d size_;
   SlowMean usual_{0.02};
   SlowMean around_{0.05};

@@ -9,8 +9,8 @@ namespace csrt_guard {
 namespace {
 
 constexpr std::size_t kMost = 12;
-constexpr int kForgottenAfter = 15;  // frames
-constexpr double kStep = 0.35;       // diagonals that a lookalike may be from where it should be ...
+constexpr int kForgottenAfter = 15;     // frames
+constexpr double kStep = 0.35;          // diagonals that a lookalike may be from where it should be ...
 constexpr double kStepPerFrame = 0.04;  // ... and more for every frame that it was not seen
 constexpr double kDamping = 0.95;
 

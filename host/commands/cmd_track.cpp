@@ -41,6 +41,7 @@ struct TrackOptions {
   std::string still;
   std::string plugin;
   std::string pace = "video";
+  std::string guard = "off";
   std::string report;
   std::string truth;
   std::string saveRun;
@@ -160,6 +161,7 @@ int track(const TrackOptions& options) {
   run.configText = buildConfigText(options.config);
   if (!options.metadata.empty()) run.metadata = readMetadataFile(options.metadata);
   run.pace = paceOf(options.pace);
+  run.guard = guardChoiceOf(options.guard);
   run.threads = options.threads;
   run.logToStderr = options.debug || asksForDebug(run.configText);
   checkOptions(options);
@@ -236,6 +238,7 @@ void addTrackCommand(CLI::App& app, int& status) {
       ->type_name("FILE");
   command.add_option("--save-run", options->saveRun, "Keep frames, calls and answers in a new folder, for 'replay'")
       ->type_name("DIR");
+  command.add_option("--guard", options->guard, kGuardHelp)->type_name("WHICH")->capture_default_str();
   command
       .add_option("--pace", options->pace,
                   "video: as fast as possible, the plug-in's clock follows the clip, so that answers repeat exactly; "

@@ -9,6 +9,7 @@
 
 #include "input/frame_source.h"
 #include "ocula/ocula_picture.h"
+#include "plugin/guard_choice.h"
 #include "plugin/plugin_library.h"
 
 namespace host {
@@ -33,7 +34,7 @@ class Follower {
 
 /// @param followFrameTime  the plug-in's clock stands at the frame's time during a call
 std::unique_ptr<Follower> makePluginFollower(PluginLibrary& library, const std::string& configText,
-                                             bool followFrameTime);
+                                             bool followFrameTime, GuardChoice guard = GuardChoice::Off);
 
 /// cv::TrackerCSRT on the whole frame. It is "seen" whenever its update() answers true.
 /// @param configText  its group "csrt" gives the parameters, over the plug-in's defaults; null: OpenCV's own

@@ -9,6 +9,7 @@
 
 #include "ialgo_plugin.h"
 #include "plugin/call_facts.h"
+#include "plugin/guard_choice.h"
 
 namespace host {
 
@@ -28,7 +29,8 @@ struct CallRecord : CallFacts {
   std::optional<cv::Rect> givenBox;     ///< Of init(): the box to start on, full-frame pixels.
   std::optional<long> framesSinceSeen;  ///< 0: seen in this frame. Empty: never seen.
   std::optional<double> secondsSinceSeen;
-  std::vector<std::string> log;  ///< The plug-in's log lines of this call, to be shown; not part of the JSON.
+  std::optional<GuardNote> guard;  ///< What the guard made of it, and the plug-in's own answer; empty: no guard.
+  std::vector<std::string> log;    ///< The plug-in's log lines of this call, to be shown; not part of the JSON.
 };
 
 /// Whether the record's box is where the target was seen in this frame. False without a box, for a box that is only
