@@ -1,11 +1,11 @@
 // What does a guard add to the plug-in: how often is each walker on target, what is found again after a loss, how long
 // are the wrong runs, and what does it cost? The built plug-in with and without the guard, over the same frames.
 //
-// usage: guard_comparison walkers CLIP --truth FILE [--half developed|held-back|all] [--starts 0,1,2] [--presets ,robust]
-//        guard_comparison losses  CLIP --truth FILE [--half ...] [--sequence FOLDER]
-//        guard_comparison cost
-// The halves are those of `csrt-track tune`: sorted by their number of marks, every second one from the top is held back.
-// A start of 1 or 2 begins that many marks later. Frames are decoded once; the boxes are the same in every run.
+// usage: guard_comparison walkers CLIP --truth FILE [--half developed|held-back|all] [--starts 0,1,2]
+//                                 [--presets defaults,robust] [--guards off,colour] [--cache FILE] [--per-target]
+//        guard_comparison finds   CLIP --truth FILE [--half ...]   what the guard finds by itself, without a tracker
+// The halves are those of `csrt-track tune`: sorted by their number of marks, every second one from the top is held
+// back. A start of 1 or 2 begins that many marks later. Frames are decoded once; the boxes are the same in every run.
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <atomic>
@@ -22,17 +22,17 @@
 #include <thread>
 #include <vector>
 
-#include "config_text.h"
+#include "base/host_error.h"
+#include "config/config_text.h"
+#include "config/presets.h"
 #include "csrt_guard/csrt_guard.h"
 #include "evaluation/evaluation_run.h"
 #include "evaluation/follower.h"
 #include "evaluation/metrics.h"
 #include "evaluation/sequence.h"
 #include "evaluation/truth.h"
-#include "frame_source.h"
-#include "host_error.h"
-#include "plugin_library.h"
-#include "presets.h"
+#include "input/frame_source.h"
+#include "plugin/plugin_library.h"
 
 namespace {
 
@@ -44,28 +44,6 @@ struct Footage {
     while (reader->read(frame)) frames.push_back(frame);
   }
 };
-
-double env(const char* key, double fallback) {
-  const char* text = std::getenv(key);
-  return text != nullptr ? std::atof(text) : fallback;
-}
-
-csrt_guard::Settings settings() {
-  csrt_guard::Settings s;
-  s.doubtBelow = env("G_DOUBT", s.doubtBelow);
-  s.doubtFrames = static_cast<int>(env("G_DOUBTF", s.doubtFrames));
-  s.acceptNear = env("G_NEAR", s.acceptNear);
-  s.acceptFar = env("G_FAR", s.acceptFar);
-  s.confirmFrames = static_cast<int>(env("G_CONFIRM", s.confirmFrames));
-  s.learnFrom = env("G_LEARNFROM", s.learnFrom);
-  s.learnRate = env("G_LEARN", s.learnRate);
-  s.learnFrames = static_cast<int>(env("G_LEARNF", s.learnFrames));
-  s.checkEvery = static_cast<int>(env("G_CHECK", s.checkEvery));
-  s.betterBy = env("G_BETTER", s.betterBy);
-  s.standOut = env("G_STAND", s.standOut);
-  s.jump = env("G_JUMP", s.jump);
-  return s;
-}
 
 using Frames = std::function<host::SourceFrame(long)>;
 
@@ -82,7 +60,8 @@ class AnswerCache {
     long frame = 0;
     int has = 0, seen = 0;
     double x = 0, y = 0, w = 0, h = 0, ms = 0;
-    while (std::fscanf(file, "%511s %ld %d %d %lf %lf %lf %lf %lf", key, &frame, &has, &seen, &x, &y, &w, &h, &ms) == 9) {
+    while (std::fscanf(file, "%511s %ld %d %d %lf %lf %lf %lf %lf", key, &frame, &has, &seen, &x, &y, &w, &h, &ms) ==
+           9) {
       host::FollowerAnswer& answer = runs_[key][frame];
       if (has != 0) answer.box = cv::Rect2d(x, y, w, h);
       answer.seen = seen != 0;
@@ -97,8 +76,8 @@ class AnswerCache {
     for (const auto& [key, run] : runs_) {
       for (const auto& [frame, a] : run) {
         const cv::Rect2d box = a.box.value_or(cv::Rect2d());
-        std::fprintf(file, "%s %ld %d %d %.0f %.0f %.0f %.0f %.3f\n", key.c_str(), frame, a.box.has_value(), a.seen, box.x, box.y,
-                     box.width, box.height, a.cpu_ms);
+        std::fprintf(file, "%s %ld %d %d %.0f %.0f %.0f %.0f %.3f\n", key.c_str(), frame, a.box.has_value(), a.seen,
+                     box.x, box.y, box.width, box.height, a.cpu_ms);
       }
     }
     std::fclose(file);
@@ -134,7 +113,8 @@ class Base {
     box_ = box;
     live_.reset();
     char key[512];
-    std::snprintf(key, sizeof key, "%s|%s|%ld|%d,%d,%d,%d", preset_.c_str(), scene_.c_str(), frame, box.x, box.y, box.width, box.height);
+    std::snprintf(key, sizeof key, "%s|%s|%ld|%d,%d,%d,%d", preset_.c_str(), scene_.c_str(), frame, box.x, box.y,
+                  box.width, box.height);
     key_ = key;
     return true;
   }
@@ -171,9 +151,10 @@ class Base {
 /// The plug-in, and perhaps a guard beside it.
 class Watched {
  public:
-  Watched(host::PluginLibrary& library, const std::string& preset, const std::string& scene, const Frames& frames, bool guarded)
+  Watched(host::PluginLibrary& library, const std::string& preset, const std::string& scene, const Frames& frames,
+          bool guarded)
       : plugin_(library, preset, scene, frames) {
-    if (guarded) guard_.emplace(settings());
+    if (guarded) guard_.emplace();
   }
   bool start(const host::SourceFrame& frame, const cv::Rect& box) {
     if (guard_) guard_->start(frame.bgr, box);
@@ -262,7 +243,8 @@ void follow(Job& job, const Footage& footage, host::PluginLibrary& library) {
   const Frames frames = [&footage](long i) { return footage.frames.at(static_cast<std::size_t>(i)); };
   auto watched = std::make_unique<Watched>(library, job.preset, "clip", frames, job.guarded);
   const auto& marks = job.target->marks;
-  const std::size_t first = std::min(marks.size() - 1, static_cast<std::size_t>(job.target->firstVisibleMark() + job.start));
+  const std::size_t first =
+      std::min(marks.size() - 1, static_cast<std::size_t>(job.target->firstVisibleMark() + job.start));
   host::TargetSamples samples;
   const long begin = marks[first].frame;
   samples.started = watched->start(footage.frames.at(static_cast<std::size_t>(begin)), whole(marks[first].box));
@@ -286,8 +268,8 @@ void follow(Job& job, const Footage& footage, host::PluginLibrary& library) {
     }
     const auto mark = std::find_if(marks.begin(), marks.end(), [i](const auto& m) { return m.frame == i; });
     if (mark == marks.end()) continue;
-    samples.judgements.push_back(host::judge(i, frame.time_s, mark->absent ? std::nullopt : std::optional<cv::Rect2d>(mark->box),
-                                             answer.box, answer.seen));
+    samples.judgements.push_back(host::judge(
+        i, frame.time_s, mark->absent ? std::nullopt : std::optional<cv::Rect2d>(mark->box), answer.box, answer.seen));
   }
   job.sums = host::sumsOf(samples);
   job.auc = host::metricsOf(job.sums).successAuc;
@@ -316,7 +298,7 @@ double quantile(std::vector<double> values, double share) {
 }
 
 struct Options {
-  std::string clip, truth, half = "developed", sequence, plugin, only, cache;
+  std::string clip, truth, half = "developed", plugin, only, cache;
   std::vector<int> starts = {0, 1, 2};
   std::vector<std::string> presets = {""};
   std::vector<std::string> guards = {"off", "colour"};
@@ -357,7 +339,9 @@ void walkers(const Options& options) {
     }
   }
   inThreads(trace ? 1 : options.threads, jobs.size(), [&](std::size_t i) { follow(jobs[i], footage, library); });
-  std::printf("| base | guard | start | on target | held | success AUC | called seen, elsewhere | wrong runs > 30 | restarts (right) | guard ms seen, median | lost, p95 | guard / tracker |\n");
+  std::printf(
+      "| base | guard | start | on target | held | success AUC | called seen, elsewhere | wrong runs > 30 | restarts "
+      "(right) | guard ms seen, median | lost, p95 | guard / tracker |\n");
   std::printf("|---|---|---|---:|---:|---:|---:|---:|---:|---:|---:|---:|\n");
   std::size_t at = 0;
   for (const std::string& preset : options.presets) {
@@ -379,22 +363,114 @@ void walkers(const Options& options) {
           guardTime += job.guard_ms;
           trackerTime += job.tracker_ms;
           if (options.perTarget) {
-            std::printf("    %s %s+%d: on %ld of %ld held %ld wrong %d restarts %d (%d)\n", guard.c_str(), job.target->name.c_str(), start,
-                        job.sums.onTarget, job.sums.present, job.sums.heldAtEnd, job.longestWrong, job.restarts, job.restartsRight);
+            std::printf("    %s %s+%d: on %ld of %ld held %ld wrong %d restarts %d (%d)\n", guard.c_str(),
+                        job.target->name.c_str(), start, job.sums.onTarget, job.sums.present, job.sums.heldAtEnd,
+                        job.longestWrong, job.restarts, job.restartsRight);
           }
         }
         const host::Metrics m = host::metricsOf(sums);
         std::printf("| %s | %s | %d | %.3f | %ld of %ld | %.3f | %.3f | %d | %d (%d) | %.2f | %.2f | %.2f |\n",
-                    preset.empty() ? "defaults" : preset.c_str(), guard.c_str(), start, m.onTarget, sums.heldAtEnd, sums.targets,
-                    m.successAuc, m.seenElsewhere, wrong, restarts, right, quantile(seen, 0.5), quantile(lost, 0.95), guardTime / trackerTime);
+                    preset.empty() ? "defaults" : preset.c_str(), guard.c_str(), start, m.onTarget, sums.heldAtEnd,
+                    sums.targets, m.successAuc, m.seenElsewhere, wrong, restarts, right, quantile(seen, 0.5),
+                    quantile(lost, 0.95), guardTime / trackerTime);
         onTargetSum += m.onTarget;
         heldSum += static_cast<double>(sums.heldAtEnd);
         aucSum += m.successAuc;
       }
       const double n = static_cast<double>(options.starts.size());
-      std::printf("| %s | %s | mean | %.3f | %.1f | %.3f |\n", preset.empty() ? "defaults" : preset.c_str(), guard.c_str(), onTargetSum / n,
-                  heldSum / n, aucSum / n);
+      std::printf("| %s | %s | mean | %.3f | %.1f | %.3f |\n", preset.empty() ? "defaults" : preset.c_str(),
+                  guard.c_str(), onTargetSum / n, heldSum / n, aucSum / n);
     }
+  }
+}
+
+/// How good are the finds? The guard is told where the target is up to a frame, then nothing any more; for so many
+/// frames a board covers the target. No tracker: only whether, when and where the guard finds it.
+struct Loss {
+  const host::TruthTarget* target = nullptr;
+  std::size_t mark = 0;
+  int covered = 0;
+  bool found = false;
+  int delay = 0;
+  double iou = 0.0;
+  bool absentFind = false;
+  double like = 0.0, truthLike = 0.0, usual = 0.0, around = 0.0;
+};
+
+void loseAndFind(Loss& loss, const Footage& footage) {
+  csrt_guard::Guard guard;
+  const auto& marks = loss.target->marks;
+  const long first = marks[static_cast<std::size_t>(loss.target->firstVisibleMark())].frame;
+  const long lost = marks[loss.mark].frame;
+  guard.start(footage.frames[static_cast<std::size_t>(first)].bgr, whole(*truthAt(*loss.target, first)));
+  for (long i = first + 1; i <= lost; ++i) {
+    const csrt_guard::Answer told{whole(*truthAt(*loss.target, i)), true};
+    const csrt_guard::Verdict v = guard.judge(footage.frames[static_cast<std::size_t>(i)].bgr, told);
+    if (v.restart) guard.judge(footage.frames[static_cast<std::size_t>(i)].bgr, told);
+  }
+  for (long i = lost + 1; i < lost + loss.covered + 60 && i < static_cast<long>(footage.frames.size()); ++i) {
+    const auto truth = truthAt(*loss.target, i);
+    if (!truth) return;
+    cv::Mat frame = footage.frames[static_cast<std::size_t>(i)].bgr;
+    if (i <= lost + loss.covered) {
+      frame = frame.clone();
+      const cv::Rect board(cvRound(truth->x - truth->width * 0.3), cvRound(truth->y - truth->height * 0.1),
+                           cvRound(truth->width * 1.6), cvRound(truth->height * 1.2));
+      cv::rectangle(frame, board, cv::Scalar(70, 95, 120), cv::FILLED);
+    }
+    const csrt_guard::Verdict v = guard.judge(frame, {});
+    if (!v.restart) continue;
+    loss.found = true;
+    loss.delay = static_cast<int>(i - lost - loss.covered);
+    loss.absentFind = i <= lost + loss.covered;
+    loss.iou = host::overlapOf(*v.box, *truth);
+    loss.like = v.likeness.value_or(0);
+    loss.usual = v.usual.value_or(0);
+    loss.around = v.around.value_or(0);
+    loss.truthLike = guard.likenessOf(frame, whole(*truth)).value_or(0);
+    return;
+  }
+}
+
+void finds(const Options& options) {
+  const Footage footage(options.clip);
+  const auto targets = chosen(options);
+  std::vector<Loss> losses;
+  for (const auto& target : targets) {
+    for (std::size_t m = 2; m + 2 < target.marks.size(); m += 2) {
+      for (const int covered : {0, 8, 30}) {
+        Loss loss;
+        loss.target = &target;
+        loss.mark = m;
+        loss.covered = covered;
+        losses.push_back(loss);
+      }
+    }
+  }
+  inThreads(options.threads, losses.size(), [&](std::size_t i) { loseAndFind(losses[i], footage); });
+  for (const int covered : {0, 8, 30}) {
+    int n = 0, right = 0, wrong = 0, near = 0, none = 0, early = 0;
+    double delay = 0.0, iou = 0.0;
+    for (const Loss& l : losses) {
+      if (l.covered != covered) continue;
+      ++n;
+      if (trace && l.found && l.iou < 0.3)
+        std::printf("  %s mark %zu covered %d delay %d iou %.2f like %.2f truth %.2f usual %.2f around %.2f\n",
+                    l.target->name.c_str(), l.mark, covered, l.delay, l.iou, l.like, l.truthLike, l.usual, l.around);
+      if (!l.found)
+        ++none;
+      else if (l.iou >= 0.3)
+        ++right, delay += l.delay, iou += l.iou;
+      else if (l.iou >= 0.1)
+        ++near;
+      else
+        ++wrong;
+      early += l.absentFind;
+    }
+    std::printf(
+        "covered %2d: %d losses: right %.2f near %.2f wrong %.2f none %.2f; while covered %.2f; delay %.1f iou %.2f\n",
+        covered, n, double(right) / n, double(near) / n, double(wrong) / n, double(none) / n, double(early) / n,
+        delay / std::max(1, right), iou / std::max(1, right));
   }
 }
 
@@ -413,7 +489,6 @@ int main(int argc, char** argv) {
     command.add_option("--starts", options.starts)->delimiter(',');
     command.add_option("--presets", options.presets)->delimiter(',');
     command.add_option("--guards", options.guards)->delimiter(',');
-    command.add_option("--sequence", options.sequence);
     command.add_option("--plugin", options.plugin);
     command.add_option("--threads", options.threads);
     command.add_option("--cache", options.cache);
@@ -423,6 +498,8 @@ int main(int argc, char** argv) {
   };
   CLI::App* walkersCommand = app.add_subcommand("walkers");
   add(*walkersCommand);
+  CLI::App* findsCommand = app.add_subcommand("finds");
+  add(*findsCommand);
   CLI11_PARSE(app, argc, argv);
   for (std::string& preset : options.presets) {
     if (preset == "defaults") preset.clear();
@@ -430,6 +507,7 @@ int main(int argc, char** argv) {
   cache.load(options.cache);
   try {
     if (*walkersCommand) walkers(options);
+    if (*findsCommand) finds(options);
     cache.save();
   } catch (const host::HostError& e) {
     std::fprintf(stderr, "guard_comparison: %s\n", e.what());

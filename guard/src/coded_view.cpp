@@ -7,8 +7,8 @@
 namespace csrt_guard {
 namespace {
 
-constexpr float kLightWeight = 0.6F;  // light and shadow change more than hue does
-constexpr float kKinshipReach = 3.0F; // distance in CIE Lab at which colours begin to count as each other
+constexpr float kLightWeight = 0.6F;   // light and shadow change more than hue does
+constexpr float kKinshipReach = 3.0F;  // distance in CIE Lab at which colours begin to count as each other
 constexpr int kRounds = 12;
 constexpr int kTargetCounts = 3;
 
@@ -52,7 +52,8 @@ std::size_t nearest(const std::vector<cv::Vec3f>& centres, const cv::Vec3f& colo
 /// Lloyd's algorithm from centres drawn far apart (k-means++, Arthur and Vassilvitskii 2007), seeded.
 std::vector<cv::Vec3f> clustered(const std::vector<cv::Vec3f>& colours) {
   cv::RNG random(20011);
-  std::vector<cv::Vec3f> centres = {colours[static_cast<std::size_t>(random.uniform(0, static_cast<int>(colours.size())))]};
+  std::vector<cv::Vec3f> centres = {
+      colours[static_cast<std::size_t>(random.uniform(0, static_cast<int>(colours.size())))]};
   std::vector<float> far(colours.size());
   while (centres.size() < kColours) {
     double total = 0.0;

@@ -38,9 +38,9 @@ double workScale(const cv::Size2d& box);
 cv::Mat shrunkenBgr(const cv::Mat& frame, const cv::Rect& part, double scale);
 
 struct CodedView {
-  cv::Mat codes;          ///< 8-bit, one channel: numbers of the palette.
-  cv::Rect part;          ///< What of the frame it shows, full-frame pixels.
-  double scaleX = 1.0;    ///< View pixels per frame pixel.
+  cv::Mat codes;        ///< 8-bit, one channel: numbers of the palette.
+  cv::Rect part;        ///< What of the frame it shows, full-frame pixels.
+  double scaleX = 1.0;  ///< View pixels per frame pixel.
   double scaleY = 1.0;
 
   cv::Rect2d toView(const cv::Rect2d& box) const {

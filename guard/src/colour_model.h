@@ -10,7 +10,7 @@
 namespace csrt_guard {
 
 inline constexpr int kHalves = 2;
-using Colours = std::array<float, kColours>;              ///< Shares; they sum to 1 unless all are 0.
+using Colours = std::array<float, kColours>;       ///< Shares; they sum to 1 unless all are 0.
 using HalfColours = std::array<Colours, kHalves>;  ///< Upper, lower.
 
 /// The colours inside a box, the middle counting more than the sides. Empty when less than a third of it is in view.

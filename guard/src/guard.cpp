@@ -4,6 +4,7 @@
 
 #include "colour_model.h"
 #include "csrt_guard/csrt_guard.h"
+#include "lookalikes.h"
 #include "target_motion.h"
 #include "target_search.h"
 
@@ -12,7 +13,7 @@ namespace {
 
 constexpr std::array<const char*, 5> kNames = {"unguarded", "agreed", "doubted", "searching", "reacquired"};
 constexpr double kSurroundings = 3.0;  // sides of the neighbourhood that is looked at, in box sides
-constexpr int kResizedAfter = 20;     // frames without the target after which it may look smaller or larger
+constexpr int kResizedAfter = 20;      // frames without the target after which it may look smaller or larger
 constexpr double kLargest = 1e6;       // pixels; larger numbers are no box
 
 bool usable(const cv::Mat& frame) {
@@ -28,6 +29,10 @@ bool usable(const cv::Rect& box) {
 cv::Rect grown(const cv::Rect2d& box, double by) {
   return cv::Rect2d(box.x - box.width * (by - 1) / 2, box.y - box.height * (by - 1) / 2, box.width * by,
                     box.height * by);
+}
+
+cv::Rect grownBy(const cv::Rect2d& box, double pixels) {
+  return cv::Rect2d(box.x - pixels, box.y - pixels, box.width + 2 * pixels, box.height + 2 * pixels);
 }
 
 cv::Rect wholePixels(const cv::Rect2d& box) {
@@ -84,12 +89,13 @@ class Guard::Impl {
     palette_.learn(bgr, wholePixels(inView));
     const CodedView view = viewOf(frame, part, scale, palette_);
     if (!model_.learn(view, view.toView(box), palette_)) return false;
-    startSize_ = size_ = box.size();
+    size_ = box.size();
     motion_.start(box);
     usual_.start(0.9, 2);
     around_.start(0.3, 0);
     lookAround_(view, box);
-    lost_ = doubts_ = confirmed_ = learnt_ = drifts_ = 0;
+    lost_ = doubts_ = confirmed_ = learnt_ = sinceCheck_ = 0;
+    others_.clear();
     return started_ = true;
   }
 
@@ -162,8 +168,8 @@ class Guard::Impl {
     const bool alike = look.likeness && look.margin >= settings_.doubtBelow;
     if (answer.seen && alike) {
       doubts_ = 0;
-      if (driftedFrom_(frame, look, *answer.box)) return reacquire_(candidate_);
       learn_(look, *answer.box);
+      lookForOthers_(frame, *answer.box);
       return verdict_(State::Agreed, answer.box, true, "the tracker's box shows the target", look);
     }
     motion_.miss();
@@ -176,22 +182,20 @@ class Guard::Impl {
                     look);
   }
 
-  /// Whether a place nearby has been much more like the target for a while; it is then the candidate.
-  bool driftedFrom_(const cv::Mat& frame, const Look& look, const cv::Rect2d& box) {
-    if (settings_.checkEvery <= 0 || ++sinceCheck_ < settings_.checkEvery) return false;
+  /// What else looks like the target, every few frames.
+  void lookForOthers_(const cv::Mat& frame, const cv::Rect2d& box) {
+    if (settings_.checkEvery <= 0 || ++sinceCheck_ < settings_.checkEvery) return;
+    const CodedView view =
+        viewOf(frame, grownBy(box, settings_.othersWithin * diagonal(box)), workScale(size_), palette_);
+    others_.learn(alike_(findPlaces(view, size_, false, model_, palette_)), box, sinceCheck_);
     sinceCheck_ = 0;
-    if (look.margin > 1.0 - settings_.betterBy) {
-      drifts_ = 0;
-      return false;
-    }
-    const CodedView view = viewOf(frame, grown(box, 5.0), workScale(size_), palette_);
-    const std::vector<Place> places = findPlaces(view, size_, false, model_, palette_);
-    if (places.empty() || marginOf_(places.front().likeness) < std::max(settings_.acceptNear, look.margin + settings_.betterBy)) {
-      drifts_ = 0;
-      return false;
-    }
-    candidate_ = places.front();
-    return ++drifts_ >= settings_.confirmFrames;
+  }
+
+  std::vector<Place> alike_(std::vector<Place> places) const {
+    places.erase(std::remove_if(places.begin(), places.end(),
+                                [this](const Place& p) { return marginOf_(p.likeness) < settings_.doubtBelow; }),
+                 places.end());
+    return places;
   }
 
   Verdict search_(const cv::Mat& frame, const Answer& answer, const Look& look) {
@@ -201,8 +205,9 @@ class Guard::Impl {
     const bool near = answer.box && distance(*answer.box, motion_.box()) <= reach;
     if (answer.seen && look.likeness && near && look.margin >= settings_.acceptNear) {
       if (++regained_ >= settings_.confirmFrames) {
-        const Verdict back = verdict_(State::Agreed, answer.box, true, "the tracker's box shows the target again", look);
-        lost_ = doubts_ = regained_ = confirmed_ = drifts_ = 0;
+        const Verdict back =
+            verdict_(State::Agreed, answer.box, true, "the tracker's box shows the target again", look);
+        lost_ = doubts_ = regained_ = confirmed_ = 0;
         learn_(look, *answer.box);
         return back;
       }
@@ -229,7 +234,11 @@ class Guard::Impl {
     const CodedView view = viewOf(frame, part, workScale(size_), palette_);
     std::optional<Place> best;
     double bestValue = 0.0;
-    for (const Place& place : findPlaces(view, size_, lost_ > kResizedAfter, model_, palette_)) {
+    const std::vector<Place> places = alike_(findPlaces(view, size_, lost_ > kResizedAfter, model_, palette_));
+    const std::vector<Place> nobodys =
+        settings_.checkEvery > 0 ? others_.follow(places, expected, sinceCheck_ + 1) : places;
+    sinceCheck_ = 0;
+    for (const Place& place : nobodys) {
       const double far = distance(place.box, expected) / std::max(1.0, reach);
       const double needed = settings_.acceptNear + (settings_.acceptFar - settings_.acceptNear) * std::min(1.0, far);
       if (marginOf_(place.likeness) < needed) continue;
@@ -253,7 +262,7 @@ class Guard::Impl {
     verdict.usual = usual_.value();
     verdict.around = around_.value();
     verdict.framesLost = lost_;
-    lost_ = doubts_ = regained_ = confirmed_ = drifts_ = 0;
+    lost_ = doubts_ = regained_ = confirmed_ = 0;
     return verdict;
   }
 
@@ -291,14 +300,13 @@ class Guard::Impl {
   Palette palette_;
   ColourModel model_;
   TargetMotion motion_;
-  cv::Size2d startSize_;
   cv::Size2d size_;
   SlowMean usual_{0.02};
   SlowMean around_{0.05};
   int lost_ = 0;
   int learnt_ = 0;
   int sinceCheck_ = 0;
-  int drifts_ = 0;
+  Lookalikes others_;
   int doubts_ = 0;
   int regained_ = 0;
   int confirmed_ = 0;

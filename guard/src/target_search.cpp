@@ -12,7 +12,7 @@ constexpr std::size_t kRoughPlaces = 8;  // climbed from
 constexpr int kClimbSteps = 12;
 constexpr double kSides = 0.35;     // of the width: how much of what is beside a place is looked at
 constexpr double kStandOut = 0.25;  // weight of contrast beside likeness
-constexpr double kInner = 0.7;  // of a box's width that is rarely background
+constexpr double kInner = 0.7;      // of a box's width that is rarely background
 
 struct RoughPlace {
   cv::Rect2d box;  ///< In the view.
@@ -79,7 +79,8 @@ class RatioSums {
     const cv::Rect r = box & cv::Rect(0, 0, sums_[0].cols - 1, sums_[0].rows - 1);
     if (r.empty()) return {};
     const int middle = std::clamp(box.y + box.height / 2, r.y, r.y + r.height);
-    return {sumOf_(0, r.x, r.y, r.x + r.width, middle) + sumOf_(1, r.x, middle, r.x + r.width, r.y + r.height), r.area()};
+    return {sumOf_(0, r.x, r.y, r.x + r.width, middle) + sumOf_(1, r.x, middle, r.x + r.width, r.y + r.height),
+            r.area()};
   }
   int sumOf_(std::size_t half, int left, int top, int right, int bottom) const {
     const cv::Mat& s = sums_[half];

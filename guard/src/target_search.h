@@ -17,7 +17,8 @@ struct Place {
 /// Dense: every place is weighed by how much rather than the surroundings its pixels are the target's; the best few are
 /// then moved to where they are most like it and stand out most from what is at their sides.
 /// @param expected  the size to look for, full-frame pixels
-/// @param resized   also look for a sixth smaller and larger: a target that was away for long comes back nearer or farther
+/// @param resized   also look for a sixth smaller and larger: a target that was away for long comes back nearer or
+/// farther
 std::vector<Place> findPlaces(const CodedView& view, const cv::Size2d& expected, bool resized, const ColourModel& model,
                               const Palette& palette);
 

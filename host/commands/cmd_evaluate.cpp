@@ -35,6 +35,7 @@ struct EvaluateOptions {
   ConfigOptions config;
   std::string reference;  ///< Empty: no reference; "opencv" or "plugin": whose parameters it has.
   std::string pace = "fast";
+  std::string guard = "off";
   std::string shard = "1/1";
   std::string json;
   std::string html;
@@ -45,6 +46,7 @@ struct EvaluateOptions {
 };
 
 void checkOptions(const EvaluateOptions& options) {
+  guardChoiceOf(options.guard);
   if (options.threads < 1 || options.threads > 256) {
     throw HostError(ExitCode::Usage, "--threads " + std::to_string(options.threads) + " is not between 1 and 256");
   }
@@ -61,8 +63,9 @@ std::vector<FollowJob> jobsOf(const Sequence& sequence, const EvaluateOptions& o
                               PluginLibrary& library, Pace pace) {
   std::vector<FollowJob> jobs;
   for (const TruthTarget& target : sequence.targets) {
-    jobs.push_back({target, options.maxFrames, [&library, configText, pace] {
-                      return makePluginFollower(library, configText, pace == Pace::Video);
+    const GuardChoice guard = guardChoiceOf(options.guard);
+    jobs.push_back({target, options.maxFrames, [&library, configText, pace, guard] {
+                      return makePluginFollower(library, configText, pace == Pace::Video, guard);
                     }});
     if (options.reference.empty()) continue;
     const bool pluginParameters = options.reference == "plugin";
@@ -82,6 +85,7 @@ RunFacts factsOf(const EvaluateOptions& options, const std::string& configText, 
                     {"configuration", configText.empty() ? "{}" : configText},
                     {"pace", options.pace},
                     {"threads", std::to_string(options.threads)}};
+  if (options.guard != "off") facts.emplace_back("guard", options.guard);
   if (!options.reference.empty()) facts.emplace_back("reference", options.reference);
   if (options.maxFrames > 0) facts.emplace_back("max_frames", std::to_string(options.maxFrames));
   if (options.shard != "1/1") facts.emplace_back("shard", options.shard);
@@ -215,6 +219,7 @@ void addEvaluateCommand(CLI::App& app, int& status) {
   command.add_flag("--reference{opencv}", options->reference,
                    "Run the bare cv::TrackerCSRT on the whole frame beside the plug-in, with OpenCV's own parameters; "
                    "--reference=plugin: with those of the configuration");
+  command.add_option("--guard", options->guard, kGuardHelp)->type_name("WHICH")->capture_default_str();
   command
       .add_option("--pace", options->pace,
                   "fast: as fast as possible; source: at the clip's rate; video: as fast as possible, with the "

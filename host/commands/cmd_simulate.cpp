@@ -39,6 +39,7 @@ struct SimulateOptions {
   std::string clipMetadata;
   PluginChoice plugin;
   std::string clock = "simulated";
+  std::string guard = "off";
   std::string print;
   std::vector<std::string> mavlink;
   std::string videoPipe;
@@ -86,6 +87,7 @@ sim::Scenario scenarioOf(const SimulateOptions& options) {
 }
 
 void checkOptions(const SimulateOptions& options) {
+  guardChoiceOf(options.guard);
   if (options.seed && *options.seed < 0) {
     throw HostError(ExitCode::Usage, "--seed " + std::to_string(*options.seed) + " is negative");
   }
@@ -171,7 +173,8 @@ int simulate(const SimulateOptions& options) {
   if (!options.video.empty() || !options.sheet.empty()) observers.push_back(&pictures);
   if (!options.clip.empty() || !options.clipMetadata.empty()) observers.push_back(&clip);
   if (options.debug) observers.push_back(&log);
-  const bool started = sim::simulate(scenario, library, {options.clock == "simulated"}, observers);
+  const bool started =
+      sim::simulate(scenario, library, {options.clock == "simulated", guardChoiceOf(options.guard)}, observers);
 
   const sim::SimulationTotals totals = summary.totals();
   const std::vector<sim::Check> checks = sim::judge(totals, scenario.expect);
@@ -221,6 +224,7 @@ void addSimulateCommand(CLI::App& app, int& status) {
       ->allow_extra_args(false);
   addOutputs(command, *options);
   addPluginOptions(command, options->plugin);
+  command.add_option("--guard", options->guard, kGuardHelp)->type_name("WHICH")->capture_default_str();
   command
       .add_option("--clock", options->clock,
                   "What the plug-in's rules in seconds go by: simulated (the scene's time) or machine")

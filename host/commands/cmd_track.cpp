@@ -47,6 +47,7 @@ struct TrackOptions {
   std::string still;
   PluginChoice plugin;
   std::string pace = "video";
+  std::string guard = "off";
   std::string report;
   std::string truth;
   std::string truthFormat = "auto";
@@ -237,6 +238,7 @@ int track(const TrackOptions& options) {
   run.configText = buildConfigText(config);
   if (!options.metadata.empty() && !live) run.metadata = readMetadataFile(options.metadata);
   run.pace = paceOf(options.pace);
+  run.guard = guardChoiceOf(options.guard);
   run.threads = options.threads;
   run.logToStderr = options.debug || asksForDebug(run.configText);
   checkOptions(options);
@@ -328,6 +330,7 @@ void addTrackCommand(CLI::App& app, int& status) {
       ->capture_default_str();
   command.add_option("--save-run", options->saveRun, "Keep frames, calls and answers in a new folder, for 'replay'")
       ->type_name("DIR");
+  command.add_option("--guard", options->guard, kGuardHelp)->type_name("WHICH")->capture_default_str();
   command
       .add_option("--pace", options->pace,
                   "video: as fast as possible, the plug-in's clock follows the clip, so that answers repeat exactly; "

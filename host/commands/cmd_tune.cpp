@@ -42,6 +42,7 @@ struct TuneOptions {
   long brackets = 0;
   int candidates = 9;
   std::uint64_t seed = 1;
+  std::string guard = "off";
   std::string shard = "1/1";
   std::string out;
   PluginChoice plugin;
@@ -50,6 +51,7 @@ struct TuneOptions {
 };
 
 void checkOptions(const TuneOptions& options) {
+  guardChoiceOf(options.guard);
   checkGoal(options.goal);
   if (!(options.budget_min > 0)) throw HostError(ExitCode::Usage, "--budget is not a time above 0 minutes");
   if (options.brackets < 0) throw HostError(ExitCode::Usage, "--brackets is negative");
@@ -77,16 +79,18 @@ Json namesOf(const std::vector<Sequence>& sequences) {
 /// What makes two searches the same search, whatever their shard, time and machine.
 Json searchOf(const TuneOptions& options, const TuneSplit& split, const nlohmann::json& start,
               const std::string& engine) {
-  return {{"seed", options.seed},
-          {"candidates", options.candidates},
-          {"goal", options.goal.name},
-          {"max_cost", options.goal.maxCost},
-          {"start", Json(start)},
-          {"training", namesOf(split.training)},
-          {"held_back", namesOf(split.heldBack)},
-          {"engine", engine},
-          {"program", CSRT_VERSION},
-          {"opencv", CV_VERSION}};
+  Json search = {{"seed", options.seed},
+                 {"candidates", options.candidates},
+                 {"goal", options.goal.name},
+                 {"max_cost", options.goal.maxCost},
+                 {"start", Json(start)},
+                 {"training", namesOf(split.training)},
+                 {"held_back", namesOf(split.heldBack)},
+                 {"engine", engine},
+                 {"program", CSRT_VERSION},
+                 {"opencv", CV_VERSION}};
+  if (options.guard != "off") search["guard"] = options.guard;
+  return search;
 }
 
 /// The trials so far, one line each behind a line that says of which search they are. A search that was stopped at
@@ -188,8 +192,10 @@ double defaultCost(PluginLibrary& library, const TuneSplit& split, const TuneOpt
   for (const Trial& trial : known) {
     if (trial.config.empty() && trial.rung == 0) return trial.score.cpu_ms;
   }
-  const std::vector<TrialScore> score = scoreConfigs(library, partFor(split.training, defaultRungs().front()), {},
-                                                     threadsOf(options), {nlohmann::json::object()});
+  TuneGoal costAlone;
+  costAlone.guard = guardChoiceOf(options.guard);
+  const std::vector<TrialScore> score = scoreConfigs(library, partFor(split.training, defaultRungs().front()),
+                                                     costAlone, threadsOf(options), {nlohmann::json::object()});
   return score.empty() ? 0 : score.front().cpu_ms;
 }
 
@@ -247,6 +253,7 @@ int tune(const TuneOptions& options) {
   const Clock::time_point begin = Clock::now();
   const auto minutes = [&begin] { return std::chrono::duration<double>(Clock::now() - begin).count() / 60; };
   TuneGoal goal = options.goal;
+  goal.guard = guardChoiceOf(options.guard);
   goal.defaultCpu_ms = defaultCost(library, split, options, log.known());
   const int threads = threadsOf(options);
   std::vector<Trial> shown = log.known();
@@ -292,6 +299,7 @@ void addTuneCommand(CLI::App& app, int& status) {
                   "Targets to judge the result on, comma-separated; default: every second, by marks")
       ->type_name("NAME")
       ->delimiter(',');
+  command.add_option("--guard", options->guard, kGuardHelp)->type_name("WHICH")->capture_default_str();
   command.add_option("--goal", options->goal.name, "What to maximise: success, on-target or both")
       ->type_name("GOAL")
       ->capture_default_str();

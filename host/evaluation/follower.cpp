@@ -23,10 +23,11 @@ double rounded(double ms) {
 
 class PluginFollower : public Follower {
  public:
-  PluginFollower(PluginLibrary& library, const std::string& configText, bool followFrameTime)
+  PluginFollower(PluginLibrary& library, const std::string& configText, bool followFrameTime, GuardChoice guard)
       : session_(library.create(), "target", library.engine()) {
     session_.configure(configText);
     session_.keepPace(followFrameTime ? Pace::Video : Pace::Fast);
+    session_.guardWith(guard);
   }
 
   bool init(const Picture& picture, const SourceFrame& frame, const cv::Rect& box) override {
@@ -119,8 +120,8 @@ cv::tracking::TrackerCSRT::Params paramsOf(const std::string& configText) {
 }  // namespace
 
 std::unique_ptr<Follower> makePluginFollower(PluginLibrary& library, const std::string& configText,
-                                             bool followFrameTime) {
-  return std::make_unique<PluginFollower>(library, configText, followFrameTime);
+                                             bool followFrameTime, GuardChoice guard) {
+  return std::make_unique<PluginFollower>(library, configText, followFrameTime, guard);
 }
 
 std::unique_ptr<Follower> makeReferenceFollower(const std::string* configText, TrackerMaker make) {

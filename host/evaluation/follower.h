@@ -10,6 +10,7 @@
 
 #include "input/frame_source.h"
 #include "ocula/ocula_picture.h"
+#include "plugin/guard_choice.h"
 #include "plugin/plugin_library.h"
 
 namespace host {
@@ -34,7 +35,7 @@ class Follower {
 
 /// @param followFrameTime  the plug-in's clock stands at the frame's time during a call
 std::unique_ptr<Follower> makePluginFollower(PluginLibrary& library, const std::string& configText,
-                                             bool followFrameTime);
+                                             bool followFrameTime, GuardChoice guard = GuardChoice::Off);
 
 /// What makes a tracker from parameters: OpenCV's own function, or another of that shape.
 using TrackerMaker = cv::Ptr<cv::tracking::TrackerCSRT> (*)(const cv::tracking::TrackerCSRT::Params& params);

@@ -110,8 +110,9 @@ std::vector<TrialScore> scoreConfigs(PluginLibrary& library, const RungPart& par
     std::vector<FollowJob> jobs;
     for (const TruthTarget& target : sequence.targets) {
       for (const nlohmann::json& config : configs) {
-        jobs.push_back({target, part.maxFrames,
-                        [&library, text = config.dump()] { return makePluginFollower(library, text, true); }});
+        jobs.push_back({target, part.maxFrames, [&library, text = config.dump(), guard = goal.guard] {
+                          return makePluginFollower(library, text, true, guard);
+                        }});
       }
     }
     FollowOptions options;

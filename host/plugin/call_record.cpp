@@ -36,6 +36,19 @@ double roundedTo(double value, int digits) {
   return std::round(value * unit) / unit;
 }
 
+Json toJson(const GuardNote& note) {
+  const csrt_guard::Verdict& verdict = note.verdict;
+  Json json = {{"state", csrt_guard::name(verdict.state)}, {"reason", verdict.reason}};
+  if (verdict.likeness) json["likeness"] = roundedTo(*verdict.likeness, 3);
+  if (verdict.usual) json["usual"] = roundedTo(*verdict.usual, 3);
+  if (verdict.around) json["around"] = roundedTo(*verdict.around, 3);
+  json["frames_lost"] = verdict.framesLost;
+  Json tracker = {{"state", note.trackerState}, {"seen", note.trackerSeen}};
+  if (note.trackerBox) tracker["box"] = toJson(*note.trackerBox);
+  json["tracker"] = std::move(tracker);
+  return json;
+}
+
 }  // namespace
 
 bool anyFollowed(const std::vector<CallRecord>& records) {
@@ -76,6 +89,7 @@ Json toJson(const CallRecord& record) {
   if (record.dropped) json["dropped"] = *record.dropped;
   if (record.noSignal) json["no_signal"] = true;
   if (!record.reason.empty()) json["reason"] = record.reason;
+  if (record.guard) json["guard"] = toJson(*record.guard);
   Json outputs = Json::array();
   for (const AlgoOutput& output : record.outputs)
     outputs.push_back({{"name", output.name}, {"value", toJson(output.value)}});

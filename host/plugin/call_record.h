@@ -9,6 +9,7 @@
 
 #include "ialgo_plugin.h"
 #include "plugin/call_facts.h"
+#include "plugin/guard_choice.h"
 
 namespace host {
 
@@ -31,11 +32,12 @@ struct CallRecord : CallFacts {
   std::optional<cv::Rect> givenBox;     ///< Of init(): the box to start on, full-frame pixels.
   std::optional<long> framesSinceSeen;  ///< 0: seen in this frame. Empty: never seen.
   std::optional<double> secondsSinceSeen;
-  std::optional<double> ageMs;   ///< Live: the picture's age when the answer was ready, milliseconds.
-  bool ageFromSender = false;    ///< Live: the age is by the sender's clock; else since arrival.
-  std::optional<long> dropped;   ///< Live: frames received since the last call that were not worked on.
-  bool noSignal = false;         ///< Live: no frame came, and no call was made; the box is the last one.
-  std::vector<std::string> log;  ///< The plug-in's log lines of this call, to be shown; not part of the JSON.
+  std::optional<double> ageMs;     ///< Live: the picture's age when the answer was ready, milliseconds.
+  bool ageFromSender = false;      ///< Live: the age is by the sender's clock; else since arrival.
+  std::optional<long> dropped;     ///< Live: frames received since the last call that were not worked on.
+  bool noSignal = false;           ///< Live: no frame came, and no call was made; the box is the last one.
+  std::optional<GuardNote> guard;  ///< What the guard made of it, and the plug-in's own answer; empty: no guard.
+  std::vector<std::string> log;    ///< The plug-in's log lines of this call, to be shown; not part of the JSON.
 };
 
 /// Whether a target was followed or its start accepted: something that a run has to show. Pure.

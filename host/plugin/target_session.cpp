@@ -17,6 +17,24 @@ double millisecondsSince(Clock::time_point begin) {
   return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
 }
 
+/// The frame's pixels for the guard; empty where there are none it could look at.
+cv::Mat pictureOf(const TargetSession::Frame& frame) {
+  try {
+    return frame != nullptr ? frame->getBGR() : cv::Mat();
+  } catch (const std::exception&) {
+    return {};
+  }
+}
+
+/// What the plug-in claimed is not vouched for; the box, where there is one, is a prediction.
+void believeNothing(CallFacts& facts, TrackState state) {
+  facts.state = state;
+  facts.boxFrom = facts.box ? BoxFrom::Prediction : BoxFrom::None;
+  facts.seen = false;
+  facts.score.reset();
+  facts.window.reset();
+}
+
 }  // namespace
 
 TargetSession::TargetSession(std::shared_ptr<IAlgoPlugin> plugin, std::string name, std::string engine)
@@ -60,6 +78,7 @@ CallRecord TargetSession::init(const Frame& frame, const FramePlace& place, cons
   seen_.reset();
   take_(record,
         thrown.empty() ? factsOfInit(record.log, record.started, record.outputs) : factsOfException(true, thrown));
+  if (guard_ && record.started) guard_->start(pictureOf(frame), *record.givenBox);
   return record;
 }
 
@@ -67,7 +86,9 @@ CallRecord TargetSession::update(const Frame& frame, const FramePlace& place) {
   CallRecord record = begin_(place, false);
   bool processed = false;
   const std::string thrown = timedCall_(record, [&] { return plugin_->update({frame}, &processed); });
-  take_(record, thrown.empty() ? factsOfUpdate(record.log, record.outputs) : factsOfException(false, thrown));
+  CallFacts facts = thrown.empty() ? factsOfUpdate(record.log, record.outputs) : factsOfException(false, thrown);
+  if (guard_) watch_(record, facts, frame);
+  take_(record, facts);
   return record;
 }
 
@@ -82,6 +103,55 @@ CallRecord TargetSession::silent(const FramePlace& place) const {
     record.secondsSinceSeen = std::max(0.0, record.time_s - seen_->time_s);
   }
   return record;
+}
+
+void TargetSession::guardWith(GuardChoice choice) {
+  guard_.reset();
+  if (choice == GuardChoice::Colour) guard_.emplace();
+}
+
+/// Lets the guard judge what the plug-in answered; the facts become what is to be reported.
+void TargetSession::watch_(CallRecord& record, CallFacts& facts, const Frame& frame) {
+  if (facts.state == TrackState::Waiting || facts.state == TrackState::Reseeded) return;  // nothing to judge yet
+  GuardNote note;
+  note.trackerState = host::name(facts.state);
+  note.trackerBox = facts.box;
+  note.trackerSeen = facts.seen;
+  note.verdict = guard_->judge(pictureOf(frame), {facts.box, facts.seen && facts.box});
+  switch (note.verdict.state) {
+    case csrt_guard::State::Unguarded:
+    case csrt_guard::State::Agreed:
+      break;
+    case csrt_guard::State::Doubted:
+      if (facts.box) believeNothing(facts, TrackState::Predicted);
+      break;
+    case csrt_guard::State::Searching:
+      facts.box = note.verdict.box;
+      believeNothing(facts, facts.box ? TrackState::Predicted : TrackState::Inactive);
+      break;
+    case csrt_guard::State::Reacquired:
+      facts.box = note.verdict.box;
+      startOver_(record, facts, frame);
+      break;
+  }
+  facts.reason = facts.reason.empty() && note.verdict.framesLost > 0 ? note.verdict.reason : facts.reason;
+  record.guard = note;
+}
+
+/// Starts the plug-in over on the facts' box.
+void TargetSession::startOver_(CallRecord& record, CallFacts& facts, const Frame& frame) {
+  CallRecord start = begin_({record.frame, record.time_s}, true);
+  const cv::Rect& box = *facts.box;
+  const std::string thrown = timedCall_(start, [&] {
+    return plugin_->init({frame}, BBox{box.x, box.y, box.width, box.height}, &start.started);
+  });
+  record.update_ms += start.update_ms;
+  record.log.insert(record.log.end(), start.log.begin(), start.log.end());
+  believeNothing(facts, TrackState::Predicted);
+  if (!start.started || !thrown.empty()) return;
+  facts.state = TrackState::Reacquired;
+  facts.boxFrom = BoxFrom::Guard;
+  facts.seen = true;
 }
 
 CallRecord TargetSession::begin_(const FramePlace& place, bool isInit) const {

@@ -44,6 +44,11 @@ class TargetSession {
   /// call (see frame_clock.h), so that its rules in seconds judge the video and not this machine. Pace::Fast at first.
   void keepPace(Pace pace) { pace_ = pace; }
 
+  /// From the next init() on, a guard watches: records then hold what it reports, in `guard` also what the plug-in
+  /// said, and the plug-in is started over where the guard finds the target. While the camera is pointed the guard
+  /// waits.
+  void guardWith(GuardChoice choice);
+
   const std::string& name() const { return name_; }
   IAlgoPlugin& plugin() { return *plugin_; }
 
@@ -51,6 +56,8 @@ class TargetSession {
   template <typename Call>
   std::string timedCall_(CallRecord& record, Call call) const;
   CallRecord begin_(const FramePlace& place, bool isInit) const;
+  void watch_(CallRecord& record, CallFacts& facts, const Frame& frame);
+  void startOver_(CallRecord& record, CallFacts& facts, const Frame& frame);
   void take_(CallRecord& record, const CallFacts& facts);
 
   std::shared_ptr<IAlgoPlugin> plugin_;
@@ -61,6 +68,7 @@ class TargetSession {
   TrackState lastState_ = TrackState::Inactive;
   std::optional<cv::Rect> lastBox_;
   Pace pace_ = Pace::Fast;
+  std::optional<csrt_guard::Guard> guard_;
 };
 
 }  // namespace host

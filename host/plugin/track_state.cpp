@@ -6,9 +6,9 @@
 namespace host {
 namespace {
 
-constexpr std::array<const char*, 8> kStateNames = {"waiting",   "tracked",  "rebuilt", "redetected",
-                                                    "predicted", "reseeded", "lost",    "inactive"};
-constexpr std::array<const char*, 4> kBoxNames = {"tracker", "prediction", "redetection", "none"};
+constexpr std::array<const char*, 9> kStateNames = {"waiting",  "tracked", "rebuilt",  "redetected", "predicted",
+                                                    "reseeded", "lost",    "inactive", "reacquired"};
+constexpr std::array<const char*, 5> kBoxNames = {"tracker", "prediction", "redetection", "none", "guard"};
 
 }  // namespace
 

@@ -160,6 +160,7 @@ class Targets {
   void add_(const std::string& name) {
     sessions_.push_back(std::make_unique<TargetSession>(library_.create(), name, library_.engine()));
     sessions_.back()->keepPace(run_.pace);
+    sessions_.back()->guardWith(run_.guard);
     const std::vector<std::string> lines = sessions_.back()->configure(run_.configText);
     if (run_.logToStderr) showLog(name, lines);
   }

@@ -8,6 +8,7 @@
 #include "input/frame_source.h"
 #include "input/metadata_file.h"
 #include "input/pace.h"
+#include "plugin/guard_choice.h"
 #include "plugin/plugin_library.h"
 #include "run/run_observer.h"
 #include "run/target_option.h"
@@ -16,13 +17,14 @@ namespace host {
 
 struct TrackRun {
   std::string sourceName;
-  std::string configText;             ///< For setConfig(); empty: nothing is passed.
-  std::vector<TargetOption> targets;  ///< Empty: `steering` is asked.
-  MetadataTable metadata;             ///< What the camera said, by frame; empty: nothing.
-  Pace pace = Pace::Fast;             ///< Which time the plug-in sees, and how fast frames come.
-  int threads = 1;                    ///< Targets are spread over so many threads.
-  bool startsWithout = false;         ///< Set by the run itself: it waits for its first target.
-  bool logToStderr = false;           ///< Whether the plug-in's log lines are shown.
+  std::string configText;                ///< For setConfig(); empty: nothing is passed.
+  std::vector<TargetOption> targets;     ///< Empty: `steering` is asked.
+  MetadataTable metadata;                ///< What the camera said, by frame; empty: nothing.
+  Pace pace = Pace::Fast;                ///< Which time the plug-in sees, and how fast frames come.
+  GuardChoice guard = GuardChoice::Off;  ///< Who watches the plug-in's answers.
+  int threads = 1;                       ///< Targets are spread over so many threads.
+  bool startsWithout = false;            ///< Set by the run itself: it waits for its first target.
+  bool logToStderr = false;              ///< Whether the plug-in's log lines are shown.
 };
 
 /// What a person at the window asks for after a frame.

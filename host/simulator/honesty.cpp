@@ -20,7 +20,7 @@ constexpr double kZoomStep = 0.02;  // of the field of view, from one frame to t
 
 bool claimsToSee(TrackState state) {
   return state == TrackState::Tracked || state == TrackState::Rebuilt || state == TrackState::Redetected ||
-         state == TrackState::Reseeded;
+         state == TrackState::Reseeded || state == TrackState::Reacquired;
 }
 
 bool hasNoTarget(TrackState state) {

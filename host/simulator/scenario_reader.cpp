@@ -159,8 +159,9 @@ void readHost(CheckedObject object, HostParams& params) {
 
 std::vector<std::string> stateNames() {
   std::vector<std::string> names;
-  for (const TrackState state : {TrackState::Waiting, TrackState::Tracked, TrackState::Rebuilt, TrackState::Redetected,
-                                 TrackState::Predicted, TrackState::Reseeded, TrackState::Lost, TrackState::Inactive}) {
+  for (const TrackState state :
+       {TrackState::Waiting, TrackState::Tracked, TrackState::Rebuilt, TrackState::Redetected, TrackState::Predicted,
+        TrackState::Reseeded, TrackState::Lost, TrackState::Inactive, TrackState::Reacquired}) {
     names.emplace_back(name(state));
   }
   return names;

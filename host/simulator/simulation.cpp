@@ -92,6 +92,7 @@ class Run {
         gimbal_(scenario.camera.pan, scenario.camera.tilt, scenario.camera.delay_s, scenario.camera.start),
         session_(library.create(), "target", library.engine()) {
     session_.keepPace(options.frameTime ? Pace::Video : Pace::Fast);
+    session_.guardWith(options.guard);
     session_.configure(scenario.config);
   }
 

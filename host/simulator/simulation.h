@@ -48,6 +48,7 @@ class SimulationObserver {
 
 struct SimulationOptions {
   bool frameTime = true;  ///< The plug-in's clock follows the simulated time; false: it follows the machine's.
+  GuardChoice guard = GuardChoice::Off;  ///< Who watches the plug-in's answers.
 };
 
 /// Runs the scenario to its end, or until a signal asks to stop. The same scenario gives the same frames.

@@ -9,8 +9,9 @@
 //
 // Pixels:   boxes are full-frame pixels; frames are 8-bit with 1, 3 (BGR) or 4 (BGRA) channels.
 // Threads:  one call at a time; guards share nothing.
-// Bounds:   the same calls give the same answers everywhere. Memory is that of a few small pictures, whatever the frame.
-// Errors:   a frame that cannot be judged is no error: the tracker's answer is passed on, with that as the reason.
+// Bounds:   the same calls give the same answers everywhere. Memory is that of a few small pictures, whatever the
+// frame. Errors:   a frame that cannot be judged is no error: the tracker's answer is passed on, with that as the
+// reason.
 #pragma once
 
 #include <memory>
@@ -26,9 +27,9 @@ struct Answer {
 };
 
 enum class State {
-  Unguarded,   ///< Nothing can be judged (not started, no picture, a target like its surroundings): passed on as it is.
-  Agreed,      ///< The tracker's box shows the target.
-  Doubted,     ///< The tracker's box no longer looks like the target, or it has none: for a few frames this is waited out.
+  Unguarded,  ///< Nothing can be judged (not started, no picture, a target like its surroundings): passed on as it is.
+  Agreed,     ///< The tracker's box shows the target.
+  Doubted,  ///< The tracker's box no longer looks like the target, or it has none: for a few frames this is waited out.
   Searching,   ///< The target is lost and looked for; a box is a prediction.
   Reacquired,  ///< Something that looks like the target was found: start the tracker there. Likely, never certain.
 };
@@ -49,22 +50,21 @@ struct Verdict {
   int framesLost = 0;              ///< Frames since the guard last agreed.
 };
 
+/// Likeness is judged on a scale of the target's own: 0 is what its surroundings have, 1 what it usually has.
 struct Settings {
-  /// Likeness is judged on a scale of its own: 0 is what the surroundings have, 1 what the target usually has.
-  double doubtBelow = 0.5;       ///< Closer to the surroundings than to the target.
-  int doubtFrames = 3;           ///< So many doubtful frames in a row make a loss.
-  double acceptNear = 0.75;      ///< A find where the target is expected needs so much ...
-  double acceptFar = 0.9;        ///< ... and at the edge of the search so much.
-  int confirmFrames = 2;         ///< Frames in a row in which a find must be at one place.
-  int predictFrames = 10;        ///< A lost target is predicted for so many frames; then nothing is reported.
-  double learnFrom = 0.9;        ///< A box this much like the target teaches what it looks like now.
-  double learnRate = 0.02;       ///< Slowest share of a new picture; 0: only the first counts.
-  int learnFrames = 100;         ///< After so many pictures nothing is learnt any more.
-  int checkEvery = 3;            ///< Every so many frames the neighbourhood is searched for a better place.
-  double betterBy = 0.25;        ///< A place that is so much more like the target shows that the box drifted.
-  double standOut = 0.25;        ///< Weight of a place's contrast when several are likely.
-  double jump = 0.5;             ///< A step so much longer than expected, in diagonals, is a doubt.
-  double minContrast = 0.08;     ///< Usual likeness less that of the surroundings from which the guard can judge.
+  double doubtBelow = 0.5;    ///< Closer to the surroundings than to the target.
+  int doubtFrames = 3;        ///< So many doubtful frames in a row make a loss.
+  double acceptNear = 0.85;   ///< A find where the target is expected needs so much ...
+  double acceptFar = 0.95;    ///< ... and at the edge of the search so much.
+  double standOut = 0.25;     ///< Weight of a find's contrast with its sides when several are likely.
+  int confirmFrames = 2;      ///< Frames in a row in which a find must be at one place.
+  int predictFrames = 10;     ///< A lost target is predicted for so many frames; then nothing is reported.
+  double learnFrom = 0.9;     ///< A box this much like the target teaches what it looks like now.
+  double learnRate = 0.02;    ///< Slowest share of a new picture; 0: only the first counts.
+  int learnFrames = 100;      ///< After so many pictures nothing is learnt any more.
+  int checkEvery = 3;         ///< Every so many frames what else looks like the target is remembered; 0: never.
+  double othersWithin = 2.5;  ///< How far from the target that is looked for, in its diagonals.
+  double minContrast = 0.08;  ///< Usual likeness less that of the surroundings from which the guard can judge.
 };
 
 class Guard {
@@ -74,7 +74,8 @@ class Guard {
   Guard(Guard&&) noexcept;
   Guard& operator=(Guard&&) noexcept;
 
-  /// Begins, or begins anew, with the target in `box`. False: nothing there to judge by; judge() then passes answers on.
+  /// Begins, or begins anew, with the target in `box`. False: nothing there to judge by; judge() then passes answers
+  /// on.
   bool start(const cv::Mat& frame, const cv::Rect& box);
 
   /// Judges the tracker's answer for this frame. Never throws for a picture or a box, however wrong.

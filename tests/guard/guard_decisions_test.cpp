@@ -1,0 +1,224 @@
+// Each rule of the guard on drawn frames: agree, doubt, search, accept, lookalikes kept apart, and bad input.
+#include <gtest/gtest.h>
+
+#include <limits>
+#include <string>
+
+#include "guard_scene.h"
+
+using csrt_guard::Answer;
+using csrt_guard::Guard;
+using csrt_guard::State;
+using csrt_guard::Verdict;
+
+namespace {
+
+/// One person walks; the test says what the tracker answers.
+class GuardTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    cv::Mat first = frame();
+    ASSERT_TRUE(guard.start(first, person));
+    for (int i = 0; i < 12; ++i) ASSERT_EQ(judge({walk(), true}).state, State::Agreed);
+  }
+  cv::Rect walk() {
+    person.x += 2;
+    return person;
+  }
+  cv::Mat frame() const {
+    cv::Mat picture = ground.clone();
+    if (drawOther) drawPerson(picture, other, otherClothes);
+    if (visible) drawPerson(picture, person, kRedBlue);
+    return picture;
+  }
+  Verdict judge(const Answer& answer) { return verdict = guard.judge(frame(), answer); }
+  /// Frames until the guard asks for a start, without any answer of the tracker; -1: not within `most`.
+  int framesToRestart(int most) {
+    for (int i = 1; i <= most; ++i) {
+      walk();
+      if (judge({}).restart) return i;
+    }
+    return -1;
+  }
+
+  cv::Mat ground = groundOf();
+  cv::Rect person = personAt(200, 150);
+  cv::Rect other = personAt(420, 150);
+  Clothes otherClothes = kGreenWhite;
+  bool visible = true;
+  bool drawOther = false;
+  Guard guard;
+  Verdict verdict;
+};
+
+TEST_F(GuardTest, PassesOnABoxThatShowsTheTarget) {
+  judge({walk(), true});
+  EXPECT_EQ(verdict.state, State::Agreed);
+  EXPECT_TRUE(verdict.seen);
+  EXPECT_FALSE(verdict.restart);
+  EXPECT_EQ(verdict.box, person);
+  EXPECT_GT(verdict.likeness.value(), verdict.around.value());
+}
+
+TEST_F(GuardTest, CallsABoxOnTheGroundNoLongerSeenAtOnceAndStartsOverOnTheTarget) {
+  const cv::Rect stuck = personAt(330, 150);
+  walk();
+  judge({stuck, true});
+  EXPECT_EQ(verdict.state, State::Doubted);
+  EXPECT_FALSE(verdict.seen);
+  int restart = -1;
+  for (int i = 0; i < 10 && restart < 0; ++i) {
+    walk();
+    if (judge({stuck, true}).restart) restart = i;
+  }
+  ASSERT_GE(restart, 0) << verdict.reason;
+  EXPECT_EQ(verdict.state, State::Reacquired);
+  EXPECT_GT(overlapOf(*verdict.box, person), 0.5);
+}
+
+TEST_F(GuardTest, WaitsOutDoubtsThatPass) {
+  const cv::Rect wrong = personAt(330, 150);
+  walk();
+  EXPECT_EQ(judge({wrong, true}).state, State::Doubted);
+  walk();
+  EXPECT_EQ(judge({wrong, true}).state, State::Doubted);
+  EXPECT_EQ(judge({walk(), true}).state, State::Agreed);
+}
+
+TEST_F(GuardTest, FindsTheTargetThatTheTrackerDoesNotSee) {
+  EXPECT_GT(framesToRestart(10), 0) << verdict.reason;
+  EXPECT_GT(overlapOf(*verdict.box, person), 0.5);
+}
+
+TEST_F(GuardTest, FindsTheTargetWhereItComesBack) {
+  visible = false;
+  EXPECT_EQ(framesToRestart(20), -1);
+  EXPECT_EQ(verdict.state, State::Searching);
+  visible = true;
+  person.x += 40;
+  EXPECT_GT(framesToRestart(20), 0) << verdict.reason;
+  EXPECT_GT(overlapOf(*verdict.box, person), 0.5);
+}
+
+TEST_F(GuardTest, ReportsNothingWhenTheTargetIsGoneForLong) {
+  visible = false;
+  EXPECT_EQ(framesToRestart(40), -1);
+  EXPECT_FALSE(verdict.box.has_value());
+  EXPECT_FALSE(verdict.seen);
+  EXPECT_GT(verdict.framesLost, 30);
+}
+
+TEST_F(GuardTest, DoesNotTakeAPersonInOtherClothesForTheTarget) {
+  visible = false;
+  drawOther = true;
+  other = personAt(person.x + 40, person.y);
+  EXPECT_EQ(framesToRestart(40), -1) << verdict.reason;
+}
+
+TEST_F(GuardTest, DoesNotTakeALookalikeForTheTargetThatWasThereBefore) {
+  drawOther = true;
+  otherClothes = kRedBlue;
+  other = personAt(person.x + 80, person.y + 20);
+  for (int i = 0; i < 9; ++i) ASSERT_EQ(judge({person, true}).state, State::Agreed);
+  visible = false;
+  for (int i = 0; i < 12; ++i) EXPECT_FALSE(judge({}).restart) << i;
+}
+
+TEST_F(GuardTest, SaysTheSameEveryTime) {
+  Guard again;
+  GuardTest::person = personAt(200, 150);
+  ASSERT_TRUE(guard.start(frame(), person));
+  ASSERT_TRUE(again.start(frame(), person));
+  for (int i = 0; i < 30; ++i) {
+    walk();
+    const Answer answer = i % 7 < 4 ? Answer{person, true} : Answer{};
+    const Verdict one = guard.judge(frame(), answer);
+    const Verdict two = again.judge(frame(), answer);
+    EXPECT_EQ(one.state, two.state);
+    EXPECT_EQ(one.box, two.box);
+    EXPECT_EQ(one.likeness, two.likeness);
+    EXPECT_STREQ(one.reason, two.reason);
+  }
+}
+
+TEST_F(GuardTest, PassesOnWhatItCannotJudge) {
+  for (const cv::Mat& none : {cv::Mat(), cv::Mat(4, 4, CV_32FC3), cv::Mat(4, 4, CV_8UC2)}) {
+    const Verdict passed = guard.judge(none, {personAt(5, 5), true});
+    EXPECT_EQ(passed.state, State::Unguarded);
+    EXPECT_TRUE(passed.seen);
+    EXPECT_FALSE(passed.restart);
+    EXPECT_EQ(passed.box, personAt(5, 5));
+    EXPECT_NE(std::string(passed.reason), "");
+  }
+}
+
+TEST_F(GuardTest, SurvivesFramesThatChangeTheirSize) {
+  for (const cv::Size& size : {cv::Size(320, 180), cv::Size(1, 1), cv::Size(1280, 720), cv::Size(5, 700)}) {
+    const cv::Mat picture = groundOf(size);
+    for (int i = 0; i < 6; ++i) EXPECT_FALSE(guard.judge(picture, {}).restart);
+    guard.judge(picture, {person, true});
+  }
+}
+
+TEST_F(GuardTest, SurvivesBoxesThatAreNone) {
+  constexpr int kMost = std::numeric_limits<int>::max();
+  for (const cv::Rect& box : {cv::Rect(), cv::Rect(-5, -5, -3, 4), cv::Rect(kMost, kMost, kMost, kMost),
+                              cv::Rect(-kMost, 0, 10, 10), cv::Rect(5000, 5000, 20, 20), cv::Rect(0, 0, 640, 360)}) {
+    EXPECT_NO_THROW(judge({box, true}));
+  }
+}
+
+TEST(GuardStart, RefusesWhatShowsNothing) {
+  Guard guard;
+  const cv::Mat ground = groundOf();
+  EXPECT_FALSE(guard.start(cv::Mat(), personAt(10, 10)));
+  EXPECT_FALSE(guard.start(ground, {}));
+  EXPECT_FALSE(guard.start(ground, {5000, 10, 20, 60}));
+  EXPECT_EQ(guard.judge(ground, {personAt(10, 10), true}).state, State::Unguarded);
+}
+
+TEST(GuardStart, DoesNotJudgeATargetThatLooksLikeItsSurroundings) {
+  Guard guard;
+  const cv::Mat ground = cv::Mat(360, 640, CV_8UC3, cv::Scalar(110, 120, 115));
+  guard.start(ground, personAt(200, 150));
+  for (int i = 0; i < 30; ++i) {
+    const Verdict verdict = guard.judge(ground, {personAt(200 + 10 * i, 150), true});
+    EXPECT_EQ(verdict.state, State::Unguarded);
+    EXPECT_TRUE(verdict.seen);
+  }
+}
+
+TEST(GuardStart, TakesATargetAsLargeAsTheFrameAndOneOfSixPixels) {
+  cv::Mat frame = groundOf();
+  drawPerson(frame, {300, 150, 6, 6}, kRedBlue);
+  for (const cv::Rect& box : {cv::Rect(0, 0, 640, 360), cv::Rect(300, 150, 6, 6)}) {
+    Guard guard;
+    guard.start(frame, box);
+    for (int i = 0; i < 8; ++i) EXPECT_EQ(guard.judge(frame, {box, true}).box, box);
+    for (int i = 0; i < 8; ++i) EXPECT_NO_THROW(guard.judge(frame, {}));
+  }
+}
+
+TEST(GuardGrey, JudgesAGreyPictureByItsBrightness) {
+  Guard guard;
+  cv::Rect person = personAt(200, 150);
+  const Clothes hot{{235, 235, 235}, {200, 200, 200}};
+  const auto grey = [&](bool visible) {
+    cv::Mat picture = groundOf();
+    if (visible) drawPerson(picture, person, hot);
+    cv::Mat one;
+    cv::cvtColor(picture, one, cv::COLOR_BGR2GRAY);
+    return one;
+  };
+  ASSERT_TRUE(guard.start(grey(true), person));
+  for (int i = 0; i < 10; ++i) {
+    person.x += 2;
+    ASSERT_EQ(guard.judge(grey(true), {person, true}).state, State::Agreed);
+  }
+  for (int i = 0; i < 10; ++i) EXPECT_FALSE(guard.judge(grey(false), {person, true}).seen);
+  bool found = false;
+  for (int i = 0; i < 10 && !found; ++i) found = guard.judge(grey(true), {}).restart;
+  EXPECT_TRUE(found);
+}
+
+}  // namespace
