@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "base/host_error.h"
+#include "base/json_error.h"
 #include "base/json_text.h"
 
 namespace host {
@@ -95,7 +96,7 @@ TuningResult tuningFromJson(const std::string& text, const std::string& path) {
     for (const Json& entry : json.at("held_back")) result.heldBack.push_back(heldBackOf(entry));
     return result;
   } catch (const std::exception& e) {
-    throw HostError(ExitCode::Usage, "'" + path + "' is damaged: " + e.what());
+    throw HostError(ExitCode::Usage, "'" + path + "' is damaged: " + plainError(e));
   }
 }
 
