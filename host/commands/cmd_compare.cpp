@@ -92,6 +92,7 @@ std::vector<std::string> mergeResults(const MergeOptions& options, const std::ve
   refuseOption(options.report, "--report", "evaluate");
   std::vector<EvaluationResult> parts;
   for (std::size_t i = 0; i < texts.size(); ++i) parts.push_back(evaluationFromJson(texts[i], options.parts[i]));
+  checkOneDivision(parts, options.parts);
   std::vector<std::string> missing = interruptedParts(parts, options.parts);
   const EvaluationResult all = mergeEvaluations(parts, options.parts);
   writeIfNamed(options.json, "--json", jsonText(toJson(all)));

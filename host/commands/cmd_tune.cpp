@@ -215,7 +215,7 @@ void refusePipes(const TuneOptions& options) {
   for (const std::string& source : options.sequences.sources) {
     if (isReadableOnce(source)) {
       throw HostError(ExitCode::Usage,
-                      "'" + source + "' is a pipe: a search reads its sources many times; name a file");
+                      "'" + source + "' is a pipe or a stream: a search reads its sources many times; name a file");
     }
   }
 }

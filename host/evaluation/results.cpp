@@ -1,13 +1,13 @@
 #include "evaluation/results.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <set>
 #include <sstream>
 #include <tuple>
 #include <utility>
 
 #include "base/host_error.h"
+#include "base/json_error.h"
 #include "base/json_text.h"
 #include "evaluation/sequence.h"
 #include "run/run_summary.h"
@@ -201,7 +201,7 @@ EvaluationResult evaluationFromJson(const std::string& text, const std::string& 
   } catch (const HostError&) {
     throw;
   } catch (const std::exception& e) {
-    throw HostError(ExitCode::Usage, "'" + path + "' is damaged: " + e.what());
+    throw HostError(ExitCode::Usage, "'" + path + "' is damaged: " + plainError(e));
   }
 }
 
@@ -213,6 +213,20 @@ std::vector<std::string> interruptedParts(const std::vector<EvaluationResult>& p
     if (signal != nullptr) cut.push_back("'" + names[i] + "' was interrupted (" + *signal + ")");
   }
   return cut;
+}
+
+void checkOneDivision(const std::vector<EvaluationResult>& parts, const std::vector<std::string>& names) {
+  std::string first;
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    const std::string* shards = factOf(parts[i].facts, "shard");  // "1/3", of merged ones "1/3; 3/3"
+    if (shards == nullptr) continue;
+    for (const std::string& text : partsOf(*shards)) {
+      if (first.empty()) first = text;
+      if (parseShard(text).count == parseShard(first).count) continue;
+      throw HostError(ExitCode::Usage, "'" + names[i] + "' is shard " + text + ", another is shard " + first +
+                                           ": they are of different divisions");
+    }
+  }
 }
 
 std::vector<std::string> missingShardsOf(const EvaluationResult& result) {

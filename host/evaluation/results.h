@@ -62,6 +62,9 @@ EvaluationResult evaluationFromJson(const std::string& text, const std::string& 
 /// The shards that a merged result lacks, such as "2/3"; empty: none. Pure.
 std::vector<std::string> missingShardsOf(const EvaluationResult& result);
 
+/// Pure. @throws HostError (Usage) when parts are shards of different divisions, such as 1/3 and 2/4
+void checkOneDivision(const std::vector<EvaluationResult>& parts, const std::vector<std::string>& names);
+
 /// The parts that a signal cut short; one sentence each, empty: none. Pure.
 std::vector<std::string> interruptedParts(const std::vector<EvaluationResult>& parts,
                                           const std::vector<std::string>& names);

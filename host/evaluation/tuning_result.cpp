@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "base/host_error.h"
+#include "base/json_error.h"
 #include "base/json_text.h"
 #include "evaluation/sequence.h"
 
@@ -99,7 +100,7 @@ TuningResult tuningFromJson(const std::string& text, const std::string& path) {
     result.shards = json.value("shards", std::vector<std::string>());
     return result;
   } catch (const std::exception& e) {
-    throw HostError(ExitCode::Usage, "'" + path + "' is damaged: " + e.what());
+    throw HostError(ExitCode::Usage, "'" + path + "' is damaged: " + plainError(e));
   }
 }
 

@@ -22,6 +22,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/captured_stderr.h"
 #include "base/host_error.h"
 #include "input/decoder_errors.h"
 #include "input/frame_times.h"
@@ -342,7 +343,11 @@ std::unique_ptr<FrameSource> openVideo(const SourceOptions& options) {
   }
   cv::VideoCapture capture;
   // Of a pipe only one decoder gets the first byte; a second one would wait for a writer that is gone.
-  const bool opened = capture.open(options.source, pipe ? cv::CAP_FFMPEG : cv::CAP_ANY) && capture.isOpened();
+  bool opened = false;
+  {
+    const CapturedStderr captured;  // a reader that fails says so in its own words
+    opened = capture.open(options.source, pipe ? cv::CAP_FFMPEG : cv::CAP_ANY) && capture.isOpened();
+  }
   watchDecoder();
   if (!opened) {
     throw HostError(ExitCode::Source, "cannot open '" + options.source + "' as a video");
@@ -470,7 +475,7 @@ std::unique_ptr<FrameSource> openFrameSource(const SourceOptions& options) {
 }
 
 bool isReadableOnce(const std::string& source) {
-  return isPipe(source);
+  return isPipe(source) || source.find("://") != std::string::npos;
 }
 
 }  // namespace host

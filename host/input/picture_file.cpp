@@ -4,31 +4,21 @@
 
 #include <cerrno>
 #include <cstring>
-#include <iostream>
+#include <exception>
 #include <opencv2/imgcodecs.hpp>
-#include <sstream>
+#include <string>
 
+#include "base/captured_stderr.h"
 #include "base/host_error.h"
 
 namespace host {
 namespace {
 
-/// OpenCV prints the text of a failed assertion and goes on; a person gets our sentence instead.
-class CapturedComplaint {
- public:
-  CapturedComplaint() : before_(std::cerr.rdbuf(text_.rdbuf())) {}
-  ~CapturedComplaint() { std::cerr.rdbuf(before_); }
-  CapturedComplaint(const CapturedComplaint&) = delete;
-  CapturedComplaint& operator=(const CapturedComplaint&) = delete;
-  std::string text() const { return text_.str(); }
-
- private:
-  std::ostringstream text_;
-  std::streambuf* before_;
-};
-
 bool saysTooLarge(const std::string& complaint) {
-  return complaint.find("CV_IO_MAX_IMAGE") != std::string::npos || complaint.find("alloc") != std::string::npos;
+  for (const char* part : {"CV_IO_MAX_IMAGE", "alloc", "exceeds user limit"}) {
+    if (complaint.find(part) != std::string::npos) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -41,16 +31,14 @@ cv::Mat readPicture(const std::string& path) {
   if (access(path.c_str(), R_OK) != 0) fail(std::string(": ") + std::strerror(errno));
   cv::Mat picture;
   std::string complaint;
-  try {
-    const CapturedComplaint captured;
+  {
+    const CapturedStderr captured;  // OpenCV prints the text of a failed assertion and goes on, libpng its own words
     try {
       picture = cv::imread(path, cv::IMREAD_COLOR);
-    } catch (const cv::Exception& e) {
+    } catch (const std::exception& e) {  // OpenCV's own, or no memory
       complaint = e.what();
     }
     complaint += captured.text();
-  } catch (const std::bad_alloc&) {
-    complaint = "alloc";
   }
   if (saysTooLarge(complaint)) fail(": it is too large");
   if (picture.empty()) fail("");

@@ -8,7 +8,7 @@ namespace host {
 
 /// @return the picture, 8-bit BGR, never empty
 /// @throws HostError (Source) naming the file and why: not permitted, larger than can be read, damaged. Not for two
-///         threads at a time: OpenCV's own complaint is taken from standard error's stream meanwhile
+///         threads at a time: what the picture libraries print on standard error is caught meanwhile
 cv::Mat readPicture(const std::string& path);
 
 }  // namespace host

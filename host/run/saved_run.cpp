@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include "base/host_error.h"
+#include "base/json_error.h"
 #include "base/json_text.h"
 #include "base/pending_file.h"
 #include "input/picture_file.h"
@@ -196,7 +197,7 @@ SavedRun readSavedRun(const std::string& folder) {
     saved.records = readLines(root / "records.jsonl");
     saved.frames = std::make_unique<SavedFrames>(folder, frames, saved.about.at("fps").get<double>());
   } catch (const nlohmann::json::exception& e) {
-    damaged(aboutPath, e.what());
+    damaged(aboutPath, plainError(e));
   } catch (const std::out_of_range&) {
     damaged(aboutPath, "a box has fewer than four numbers");
   }

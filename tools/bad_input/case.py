@@ -7,7 +7,7 @@ import time
 from typing import Callable, Optional
 
 LONGEST_S = 20  # far more than any case needs; a program that hangs is ended
-NEVER_SHOWN = ("OpenCV(", "Assertion", "terminate called", "std::", "[json.exception", "cv::", "unexpected:")
+NEVER_SHOWN = ("OpenCV(", "Assertion", "terminate called", "std::", "[json.exception", "error: (-", "unexpected:")
 
 
 @dataclasses.dataclass(eq=False)

@@ -18,9 +18,12 @@ def send(number, watched="r.jsonl", lines=3, times=1):
     return act
 
 
-def send_after(number, seconds):
+def send_when_there(number, *names):
+    """Once a file of such a name is there: then the program is at work."""
     def act(folder, process):
-        time.sleep(seconds)
+        while process.poll() is None and not any(n.startswith(names) for n in os.listdir(folder)):
+            time.sleep(0.01)
+        time.sleep(0.2)
         process.send_signal(number)
     return act
 
@@ -63,18 +66,19 @@ def signals():
                                          "--video", "v.mp4"], 129, ("interrupted",), while_running=send(signal.SIGHUP),
              prepare=lambda f: write(f, "long.json", long), leaves=("s.json", "v.mp4"), one_line=False,
              check=lambda f, r: None if '"interrupted"' in text(f, "s.json") else "the summary does not say so"),
-        Case(group, "evaluate, SIGINT", ["evaluate", "w.mkv", "--truth", "t.txt", "--pace", "source", "--fps", "4",
+        Case(group, "evaluate, SIGINT", ["evaluate", "w.mkv", "--truth", "t.txt", "--pace", "source", "--fps", "1",
                                          "--json", "r.json"], 130, ("interrupted",),
-             prepare=lambda f: write(f, "t.txt", "116,165,32,60\n" * 12), while_running=send_after(signal.SIGINT, 1.5),
+             prepare=lambda f: write(f, "t.txt", "116,165,32,60\n" * 12), while_running=send_when_there(signal.SIGINT, ".csrt-track-", "r.json"),
              leaves=("r.json",), one_line=False,
              check=lambda f, r: None if '"interrupted"' in text(f, "r.json") else "the result does not say so"),
         Case(group, "replay, SIGHUP", [], 129, ("interrupted",), one_line=False,
              shell='sed -i \'s/"pace": "video"/"pace": "source"/; s/"fps": 25.0/"fps": 2.0/\' saved/run.json; '
                    'sed -i -E \'s/"time_s":0\\.([0-9]+)/"time_s":9\\1/\' saved/frames.jsonl; '
-                   '"$CSRT" replay saved & sleep 1; kill -HUP $!; wait $!'),
+                   '"$CSRT" replay saved --records o.jsonl & until [ -e o.jsonl ]; do sleep 0.01; done; '
+                   'kill -HUP $!; wait $!'),
     ]
     cases += [Case(group, f"draw-scene, {name}", ["draw-scene", "d.mp4", "--frames", "100000"], 128 + number, (),
-                   while_running=send_after(number, 0.8), leaves=("d.mp4",), one_line=False)
+                   while_running=send_when_there(number, ".csrt-track-", "d.mp4"), leaves=("d.mp4",), one_line=False)
               for name, number in (("SIGINT", signal.SIGINT), ("SIGTERM", signal.SIGTERM), ("SIGHUP", signal.SIGHUP))]
     return cases
 

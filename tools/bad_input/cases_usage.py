@@ -1,6 +1,4 @@
 """Usage: words and numbers that cannot be, boxes, help, standard output, a full disk."""
-import subprocess
-
 from case import Case
 from material import BOX, CLIP_BOX
 

@@ -8,7 +8,7 @@
 #include "base/host_error.h"
 #include "base/pending_file.h"
 #include "base/text_output.h"
-#include "host_program.h"
+#include "support/host_program.h"
 
 namespace host_test {
 namespace {

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "base/host_error.h"
-#include "host_program.h"
+#include "support/host_program.h"
 
 namespace host_test {
 namespace {
