@@ -6,8 +6,8 @@ include(CMakePackageConfigHelpers)
 
 set(CSRT_PLUGIN_DIR ${CMAKE_INSTALL_LIBDIR}/csrt-tracking)
 set(csrt_doc_dir ${CMAKE_INSTALL_DATADIR}/doc)
-set_target_properties(csrt_tracking_plugin PROPERTIES INSTALL_RPATH "$ORIGIN")
-install(TARGETS csrt_tracking_plugin LIBRARY DESTINATION ${CSRT_PLUGIN_DIR} COMPONENT plugin)
+set_target_properties(csrt_tracking_plugin csrt_tracking_plugin_fast PROPERTIES INSTALL_RPATH "$ORIGIN")
+install(TARGETS csrt_tracking_plugin csrt_tracking_plugin_fast LIBRARY DESTINATION ${CSRT_PLUGIN_DIR} COMPONENT plugin)
 
 if(NOT CSRT_OCULA_LIBRARY)
   install(TARGETS OculaTools LIBRARY DESTINATION ${CSRT_PLUGIN_DIR} COMPONENT hostlib)
@@ -16,7 +16,7 @@ endif()
 # Development files: what a host includes, and how it finds library and plug-in.
 install(FILES ${PROJECT_SOURCE_DIR}/include/ialgo_plugin.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/csrt-tracking COMPONENT dev)
-install(FILES ${PROJECT_SOURCE_DIR}/include/ocula/ocula_picture.h
+install(FILES ${PROJECT_SOURCE_DIR}/ocula/ocula_picture.h
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/csrt-tracking/ocula COMPONENT dev)
 configure_package_config_file(cmake/csrt_tracking_pluginConfig.cmake.in
   ${PROJECT_BINARY_DIR}/csrt_tracking_pluginConfig.cmake
@@ -30,6 +30,18 @@ file(RELATIVE_PATH csrt_pc_to_prefix /p/${CMAKE_INSTALL_LIBDIR}/pkgconfig /p)  #
 configure_file(cmake/csrt_tracking_plugin.pc.in ${PROJECT_BINARY_DIR}/csrt_tracking_plugin.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/csrt_tracking_plugin.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
+
+# The engine alone, for programs that use OpenCV's tracker and nothing else of this project.
+install(TARGETS csrt_engine ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT engine)
+install(FILES ${PROJECT_SOURCE_DIR}/engine/include/csrt_engine/csrt_engine.h
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/csrt_engine COMPONENT engine)
+configure_package_config_file(cmake/csrt_engineConfig.cmake.in ${PROJECT_BINARY_DIR}/csrt_engineConfig.cmake
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/csrt_engine PATH_VARS CMAKE_INSTALL_INCLUDEDIR CMAKE_INSTALL_LIBDIR)
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/csrt_engineConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/csrt_engineConfig.cmake ${PROJECT_BINARY_DIR}/csrt_engineConfigVersion.cmake
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/csrt_engine COMPONENT engine)
+configure_file(cmake/csrt_engine.pc.in ${PROJECT_BINARY_DIR}/csrt_engine.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/csrt_engine.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT engine)
 
 if(TARGET csrt-track)
   set_target_properties(csrt-track PROPERTIES INSTALL_RPATH "$ORIGIN/../${CSRT_PLUGIN_DIR}")
@@ -59,7 +71,7 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL plugin hostlib dev tools)
+set(CPACK_COMPONENTS_ALL plugin hostlib dev tools engine)
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
@@ -73,18 +85,21 @@ set(csrt_package_plugin csrt-tracking-plugin)
 set(csrt_package_hostlib libocula-tools-standin)
 set(csrt_package_dev csrt-tracking-dev)
 set(csrt_package_tools csrt-track)
+set(csrt_package_engine libcsrt-engine-dev)
 set(csrt_section_plugin libs)
 set(csrt_section_hostlib libs)
 set(csrt_section_dev libdevel)
 set(csrt_section_tools video)
+set(csrt_section_engine libdevel)
 set(csrt_depends_plugin "libocula-tools-standin (= ${PROJECT_VERSION}-1)")
 set(csrt_depends_hostlib "")
 set(csrt_depends_dev
   "csrt-tracking-plugin (= ${PROJECT_VERSION}-1), ament-cmake, libclass-loader-dev, libconsole-bridge-dev, libopencv-dev")
 set(csrt_depends_tools "csrt-tracking-plugin (= ${PROJECT_VERSION}-1)")
+set(csrt_depends_engine "libopencv-dev, libopencv-contrib-dev")
 file(READ ${PROJECT_SOURCE_DIR}/packaging/descriptions.txt csrt_descriptions)
 find_program(GZIP_PROGRAM gzip)
-foreach(component plugin hostlib dev tools)
+foreach(component plugin hostlib dev tools engine)
   string(TOUPPER ${component} upper)
   set(package ${csrt_package_${component}})
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${package})

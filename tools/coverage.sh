@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# coverage.sh [TEST...]: which lines and branches of src/ and common/ the tests reach. Builds without optimisation in
+# coverage.sh [TEST...]: which lines and branches of src/, config/ and common/ the tests reach. Builds without optimisation in
 # build/coverage and runs all tests, or only those named (such as sw_json_test); prints a table with the lines that were
 # not reached and writes build/coverage/report/index.html.
 set -euo pipefail
@@ -23,7 +23,7 @@ find "$build" -name '*.gcda' -delete # counts of an earlier run
 ctest --test-dir "$build" --output-on-failure --parallel "$(nproc)" "${wanted[@]}"
 
 # Branches that only an exception takes are the compiler's, not ours: one for nearly every call.
-report=(gcovr --root . --filter 'src/' --filter 'common/' --exclude-throw-branches --exclude-unreachable-branches)
+report=(gcovr --root . --filter 'src/' --filter 'config/' --filter 'common/' --exclude-throw-branches --exclude-unreachable-branches)
 mkdir -p "$build/report"
 "${report[@]}" --html-details "$build/report/index.html" "$build"
 "${report[@]}" "$build"

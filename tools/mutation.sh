@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Breaks src/ and common/ in about a hundred small ways, one at a time, and says which of them the tests notice; fails
+# Breaks src/, config/ and common/ in about a hundred small ways, one at a time, and says which of them the tests notice; fails
 # below 90 %. The list and what reads it lie in tools/mutation.
 #
 # usage: tools/mutation.sh [--jobs N] [--only NUMBER...]

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Reads the code without running it: layout (clang-format), mistakes (clang-tidy, cppcheck), shell scripts
-# (shellcheck); and compiles the CUDA source against OpenCV's real headers. Any finding is an error.
+# Reads the code without running it: layout (clang-format), which room includes which (rooms), mistakes (clang-tidy,
+# cppcheck), shell scripts (shellcheck); and compiles the CUDA source against OpenCV's real headers. Any finding is an
+# error.
 #
-# usage: tools/static-checks.sh [format] [tidy] [tidy-plugin] [cppcheck] [shell] [cuda]     all of them unless named
+# usage: tools/static-checks.sh [format] [rooms] [tidy] [tidy-plugin] [cppcheck] [shell] [cuda]   default: all
 # tidy takes about 40 minutes of processor time, most of it in the headers of the host program's libraries;
-# tidy-plugin looks at src/ and common/ alone.
+# tidy-plugin looks at src/, config/ and common/ alone.
 # BUILD names a configured build folder for clang-tidy (default: build-tidy, configured here).
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -16,9 +17,13 @@ check_format() {
   git ls-files -z '*.cpp' '*.h' | xargs -0 clang-format --dry-run -Werror
 }
 
+check_rooms() {
+  tools/check-rooms.py
+}
+
 # The plug-in, its library and its host program; tests are left to the compilers' warnings and the sanitizers.
 check_tidy() {
-  local build=${BUILD:-build-tidy} folders=${1:-src|common|host}
+  local build=${BUILD:-build-tidy} folders=${1:-src|config|common|ocula|host}
   [ -e "$build/compile_commands.json" ] ||
     cmake -S . -B "$build" -G Ninja -DCSRT_BUILD_TESTS=OFF -DPython3_EXECUTABLE=/usr/bin/python3 >/dev/null
   sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' "$build/compile_commands.json" | grep -E "^$root/($folders)/" |
@@ -26,14 +31,14 @@ check_tidy() {
 }
 
 check_tidy-plugin() {
-  check_tidy 'src|common'
+  check_tidy 'src|config|common'
 }
 
 check_cppcheck() {
-  git ls-files 'src/*.cpp' 'common/*.cpp' 'host/*.cpp' |
+  git ls-files 'src/*.cpp' 'config/*.cpp' 'common/*.cpp' 'ocula/*.cpp' 'host/*.cpp' |
     xargs cppcheck --quiet --std=c++17 --language=c++ --enable=warning,performance,portability --inline-suppr \
       --suppress=missingInclude --suppress=missingIncludeSystem --suppress=unmatchedSuppression --suppress=cppcheckError \
-      -I include -I src -I common -j "$(nproc)" --error-exitcode=1
+      -I include -I src -I config -I common -j "$(nproc)" --error-exitcode=1
 }
 
 check_shell() {
@@ -52,9 +57,9 @@ check_cuda() {
 csrt_packages+=(clang-format clang-tidy cppcheck shellcheck)
 csrt_install_dependencies
 failed=()
-for check in "${@:-format tidy cppcheck shell cuda}"; do
+for check in "${@:-format rooms tidy cppcheck shell cuda}"; do
   for one in $check; do
-    case $one in format | tidy | tidy-plugin | cppcheck | shell | cuda) ;; *) fail "no such check: $one" ;; esac
+    case $one in format | rooms | tidy | tidy-plugin | cppcheck | shell | cuda) ;; *) fail "no such check: $one" ;; esac
     note "$one"
     "check_$one" || failed+=("$one")
   done

@@ -7,9 +7,9 @@
 #include <tuple>
 #include <utility>
 
+#include "base/host_error.h"
 #include "evaluation/seeded_random.h"
-#include "host_error.h"
-#include "run_summary.h"
+#include "run/run_summary.h"
 
 namespace host {
 namespace {

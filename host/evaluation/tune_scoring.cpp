@@ -6,10 +6,10 @@
 #include <set>
 #include <utility>
 
+#include "base/host_error.h"
+#include "base/interrupt.h"
 #include "evaluation/evaluation_run.h"
 #include "evaluation/results.h"
-#include "host_error.h"
-#include "interrupt.h"
 
 namespace host {
 namespace {

@@ -7,7 +7,7 @@
 
 #include "evaluation/sequence.h"
 #include "evaluation/tuning.h"
-#include "plugin_library.h"
+#include "plugin/plugin_library.h"
 
 namespace host {
 

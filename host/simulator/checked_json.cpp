@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "host_error.h"
+#include "base/host_error.h"
 
 namespace host::sim {
 namespace {

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <set>
 
+#include "plugin/reason_words.h"
+
 namespace host::sim {
 namespace {
 
@@ -55,7 +57,7 @@ const char* faultOf(const HonestyFrame& frame, const Sides& sides) {
   }
   if (!maySee) return mayMiss ? "claims a target that cannot be seen" : "does not wait while the camera turns";
   const bool inView = frame.shown == Shown::Target || frame.shown == Shown::Partly;
-  if (inView && frame.hasBox && frame.overlap < Honesty::kOnTarget) return "claims something beside the target";
+  if (inView && frame.seen && frame.overlap < Honesty::kOnTarget) return "claims something beside the target";
   return nullptr;
 }
 
@@ -135,8 +137,8 @@ void addCauses(Json& json, const std::vector<WrongFrames>& causes) {
 std::string linesOf(const std::vector<WrongFrames>& causes) {
   std::string text;
   for (const WrongFrames& one : causes) {
-    text += fmt::format("{:>10}  {}: {}{}{} (first: frame {})\n", one.count, one.what, one.exit,
-                        one.detail.empty() ? "" : "; ", one.detail, one.firstFrame);
+    const std::string cause = one.exit + (one.detail.empty() ? "" : "; ") + one.detail;
+    text += fmt::format("{:>10}  {}: {} (first: frame {})\n", one.count, one.what, explained(cause), one.firstFrame);
   }
   return text;
 }
@@ -162,7 +164,7 @@ Honesty judgeHonesty(const std::vector<HonestyFrame>& frames, long firstFrame) {
     } else {
       wrongStates.add(fault, frame, number);
     }
-    if (!claimsToSee(frame.state) || !frame.hasBox) continue;
+    if (!frame.seen) continue;
     ++honesty.claims;
     if (frame.overlap >= Honesty::kOnTarget) continue;
     ++honesty.wrongClaims;
@@ -188,11 +190,11 @@ void HonestyWatch::frame(const SimulatedFrame& frame) {
   HonestyFrame kept;
   kept.shown = shown;
   kept.state = record.state;
-  kept.hasBox = record.box.has_value();
+  kept.seen = isSeen(record);
   if (record.box && shown != Shown::Nothing) {
     kept.overlap = overlap(*record.box, frame.truth.box & cv::Rect2d({0, 0}, cv::Size2d(size_)));
   }
-  kept.exit = record.isInit ? "init" : exitOf(record.log);
+  kept.exit = record.isInit ? "init" : record.exit;
   kept.detail = detailOf_(record);
   frames_.push_back(kept);
 }
@@ -245,15 +247,13 @@ void HonestyWatch::noteEvents_(const SimulatedFrame& frame, Shown shown) {
 }
 
 void HonestyWatch::noteHistory_(const CallRecord& record) {
-  const std::string outcome = searchOutcomeOf(record.log);
-  if (!outcome.empty()) {
-    searchOutcome_ = outcome;
+  if (!record.search.empty()) {
+    searchOutcome_ = record.search;
     searchedOn_ = record.frame;
   }
   if (!record.reason.empty()) givenUpFor_ = record.reason;
   if (record.state == TrackState::Redetected) trackerFrom_ = "a search";
-  if (record.state == TrackState::Reseeded && !frames_.empty())
-    trackerFrom_ = record.isInit ? "a mark" : exitOf(record.log);
+  if (record.state == TrackState::Reseeded && !frames_.empty()) trackerFrom_ = record.isInit ? "a mark" : record.exit;
 }
 
 std::string HonestyWatch::detailOf_(const CallRecord& record) const {

@@ -5,7 +5,7 @@
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 
-#include "host_error.h"
+#include "base/host_error.h"
 #include "simulator/drawing.h"
 
 namespace host::sim {

@@ -1,6 +1,6 @@
 #include "simulator/shipped_scenarios.h"
 
-#include "embedded.h"
+#include "base/embedded.h"
 
 namespace host::sim {
 namespace {

@@ -5,9 +5,9 @@
 #include <optional>
 #include <vector>
 
-#include "call_record.h"
 #include "ocula/ocula_picture.h"
-#include "plugin_library.h"
+#include "plugin/call_record.h"
+#include "plugin/plugin_library.h"
 #include "simulator/panorama.h"
 #include "simulator/scenario.h"
 

@@ -23,7 +23,7 @@ import switches
 ROOT = Path(__file__).resolve().parents[2]
 LIST = ROOT / 'tools/mutation/list.txt'
 BUILD = ROOT / 'build/mutation'
-MUTATED = ('src', 'common')
+MUTATED = ('src', 'config', 'common')
 LEAST_KILLED = 0.9
 # A long run over what properties_test runs too, and a test that needs a device.
 NOT_RUN = {'soak_test', 'gpu_backend_test'}

@@ -100,7 +100,7 @@ def compiles(path, text, mutants, command):
 
 def compile_command():
     opencv = subprocess.run(['pkg-config', '--cflags', 'opencv4'], capture_output=True, text=True, check=True).stdout
-    folders = [f'-I{ROOT / f}' for f in ('src', 'common', 'include', 'host/ocula', 'host')]
+    folders = [f'-I{ROOT / f}' for f in ('src', 'config', 'common', 'include')]
     return ['g++', '-std=c++17', '-fsyntax-only', '-w', *folders, *opencv.split()]
 
 
@@ -140,7 +140,7 @@ def draw(path, share, randomness, command):
 def main():
     count = int(sys.argv[1]) if len(sys.argv) > 1 else 100
     seed = int(sys.argv[2]) if len(sys.argv) > 2 else 1
-    files = [str(p.relative_to(ROOT)) for f in ('src', 'common') for p in sorted((ROOT / f).glob('*.[ch]*'))
+    files = [str(p.relative_to(ROOT)) for f in ('src', 'config', 'common') for p in sorted((ROOT / f).glob('*.[ch]*'))
              if p.name not in LEFT_OUT and p.suffix in ('.cpp', '.h')]
     weight = {f: math.sqrt(len(list(candidates(f)))) for f in files}
     total = sum(weight.values())

@@ -1,6 +1,6 @@
 """The list of mutations: one block each, the lines as they are and as they become.
 
-    src/rounding.cpp: comparison
+    config/rounding.cpp: comparison
     -  if (value <= std::numeric_limits<int>::min()) return std::numeric_limits<int>::min();
     +  if (value < std::numeric_limits<int>::min()) return std::numeric_limits<int>::min();
     = Why no test can tell the two apart.  (only where that is so)

@@ -1,0 +1,38 @@
+// Options that evaluate and tune share.
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "config/config_text.h"
+#include "evaluation/sequence.h"
+
+namespace CLI {
+class App;
+}
+
+namespace host {
+
+class FilePlan;
+
+/// The texts behind a SequenceOptions.
+struct SequenceArguments {
+  std::vector<std::string> sources;
+  std::vector<std::string> truths;
+  std::vector<std::string> only;
+  std::string format = "auto";
+  long firstNumber = 1;
+  double fps = 0.0;
+
+  /// Adds the options to a command; `this` must outlive it.
+  void addTo(CLI::App& command);
+  /// Declares all that is read: sources, the truth in their folders, the truths given.
+  void addTo(FilePlan& plan) const;
+  /// @throws HostError (Usage) for a word or number that cannot be
+  SequenceOptions read() const;
+};
+
+/// --preset, --config, --set.
+void addConfigOptions(CLI::App& command, ConfigOptions& config);
+
+}  // namespace host

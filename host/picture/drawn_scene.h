@@ -1,0 +1,34 @@
+// A small scene made of numbers: a figure walks along a street and passes behind a lamp post. For a first look where
+// no clip is at hand, and for tests that need a video with a known answer.
+#pragma once
+
+#include <cstdint>
+#include <opencv2/core.hpp>
+#include <string>
+
+namespace host {
+
+class DrawnScene {
+ public:
+  /// @param size  of the frames, pixels, at least 160 x 120
+  /// @param seed  the same seed draws the same pixels on every machine
+  DrawnScene(cv::Size size, std::uint64_t seed);
+
+  /// Frame i, from 0: 8-bit BGR. Pure: any order.
+  cv::Mat frame(int i) const;
+  /// Where the figure is in frame i, full-frame pixels; behind the post too.
+  cv::Rect truth(int i) const;
+
+ private:
+  cv::Mat background_;
+  cv::Mat figure_;
+};
+
+/// What writeDrawnScene() draws: where its figure is, a scene of the same size and seed knows.
+inline constexpr std::uint64_t kDrawnSceneSeed = 20240607;
+
+/// Writes `frames` frames as a video, or as many as there were when a signal asked to stop. @throws HostError (Usage,
+/// Output) naming the path
+void writeDrawnScene(const std::string& path, cv::Size size, int frames, double fps);
+
+}  // namespace host
