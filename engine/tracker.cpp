@@ -58,15 +58,17 @@ void EngineTracker::setInitialMask(cv::InputArray mask) {
   presetMask_ = mask.getMat();
 }
 
-bool EngineTracker::ownCase(const cv::Mat& image, const cv::Rect& box) const {
+bool EngineTracker::ownInput(const cv::Mat& image, const cv::Rect& box) {
   if (image.empty() || (image.type() != CV_8UC1 && image.type() != CV_8UC3)) return false;
   if (box.width < 1 || box.height < 1 || box.width > kLargestSide || box.height > kLargestSide) return false;
-  if (std::abs(static_cast<long long>(box.x)) > kLargestSide || std::abs(static_cast<long long>(box.y)) > kLargestSide)
-    return false;
+  return std::abs(static_cast<long long>(box.x)) <= kLargestSide && std::abs(static_cast<long long>(box.y)) <= kLargestSide;
+}
+
+bool EngineTracker::ownSizes() const {
+  if (!(std::max(templateSize_.width, templateSize_.height) <= kLargestSide)) return false;
+  if (std::min(cells_.width, cells_.height) < kSmallestCells) return false;
   const cv::Size model = ScaleSearch::modelSize(templateSize_, params_.scale_model_max_area);
-  if (std::min(model.width, model.height) < 2 * ScaleCells::kCell) return false;
-  return std::max(templateSize_.width, templateSize_.height) <= kLargestSide &&
-         std::min(cells_.width, cells_.height) >= kSmallestCells && patchSize_.width / cellSize_ == cells_.width;
+  return std::min(model.width, model.height) >= 2 * ScaleCells::kCell;
 }
 
 void EngineTracker::initOpenCv(cv::InputArray image, const cv::Rect& box) {
@@ -157,8 +159,9 @@ void EngineTracker::init(cv::InputArray input, const cv::Rect& boundingBox) {
   who_ = Who::Nobody;
   refuseUnusable(params_);
   const cv::Mat image = input.getMat();
+  if (!ownInput(image, boundingBox)) return initOpenCv(input, boundingBox);
   chooseSizes(boundingBox);
-  if (!ownCase(image, boundingBox)) return initOpenCv(input, boundingBox);
+  if (!ownSizes()) return initOpenCv(input, boundingBox);
 
   imageSize_ = image.size();
   const cv::Mat labels = gaussianLabels(params_.gsl_sigma, cells_);

@@ -29,7 +29,8 @@ class EngineTracker final : public cv::tracking::TrackerCSRT {
  private:
   enum class Who { Nobody, Engine, OpenCv };
 
-  bool ownCase(const cv::Mat& image, const cv::Rect& box) const;
+  static bool ownInput(const cv::Mat& image, const cv::Rect& box);
+  bool ownSizes() const;
   void initOpenCv(cv::InputArray image, const cv::Rect& box);
   void chooseSizes(const cv::Rect& box);
   void makeDefaultMask();
