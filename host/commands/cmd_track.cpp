@@ -1,5 +1,6 @@
 // csrt-track track: follows targets through a video and writes what was found.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -36,6 +37,7 @@ struct TrackOptions {
   SourceOptions source;
   LiveTrackOptions live;
   std::vector<std::string> boxes;
+  std::vector<std::string> points;
   ConfigOptions config;
   std::string metadata;
   std::string records;
@@ -92,6 +94,11 @@ class PictureObserver : public RunObserver {
   cv::Mat last_;
 };
 
+bool isAnyInPercent(const std::vector<std::string>& boxes) {
+  return std::any_of(boxes.begin(), boxes.end(),
+                     [](const std::string& box) { return box.find('%') != std::string::npos; });
+}
+
 void checkOptions(const TrackOptions& options) {
   if (options.source.source.empty() == options.source.pipeline.empty()) {
     throw HostError(ExitCode::Usage, "one source is needed: SOURCE, or --gstreamer PIPELINE");
@@ -99,17 +106,20 @@ void checkOptions(const TrackOptions& options) {
   if (options.threads < 1 || options.threads > 256) {
     throw HostError(ExitCode::Usage, "--threads " + std::to_string(options.threads) + " is not between 1 and 256");
   }
-  if (options.boxes.empty() && !options.show) {
+  if (options.boxes.empty() && options.points.empty() && !options.show && options.live.control.empty()) {
     throw HostError(ExitCode::Usage,
-                    "--box is required: where is the target on the first frame? (or --show, to drag a box)");
+                    "--box is required: where is the target on the first frame? (or --point, --show, --control)");
   }
   if (!options.video.empty()) checkWritable(options.video, "--video");
   if (!options.truth.empty() && options.report.empty()) {
     throw HostError(ExitCode::Usage, "--truth is for the report: name it with --report FILE");
   }
-  if (!options.saveRun.empty() && options.show) {
-    throw HostError(ExitCode::Usage,
-                    "--save-run and --show exclude one another: a run steered by hand cannot be repeated");
+  if (!options.saveRun.empty() && (options.show || !options.live.control.empty())) {
+    throw HostError(ExitCode::Usage, std::string("--save-run and ") + (options.show ? "--show" : "--control") +
+                                         " exclude one another: a run steered by hand cannot be repeated");
+  }
+  if (!options.saveRun.empty() && (!options.points.empty() || isAnyInPercent(options.boxes))) {
+    throw HostError(ExitCode::Usage, "--save-run needs each target as a --box in pixels");
   }
   if (!options.still.empty()) {
     checkPictureName(options.still, "--still");
@@ -166,7 +176,7 @@ int track(const TrackOptions& options) {
   const bool live = isLive(options.source);
   run.sourceName =
       live::withoutPassword(options.source.pipeline.empty() ? options.source.source : options.source.pipeline);
-  run.targets = parseTargetOptions(options.boxes);
+  run.targets = parseTargetOptions(options.boxes, options.points);
   run.configText = buildConfigText(options.config);
   if (!options.metadata.empty() && !live) run.metadata = readMetadataFile(options.metadata);
   run.pace = paceOf(options.pace);
@@ -178,7 +188,12 @@ int track(const TrackOptions& options) {
   checkSets(options.config.sets, library.create()->getConfigList());
   noteUncheckedFile(options);
 
-  if (live) source = openLiveSource(options.source, options.live, options.metadata, options.quiet);
+  live::LiveSource* camera = nullptr;
+  if (live) {
+    auto opened = openLiveSource(options.source, options.live, options.metadata, options.quiet);
+    camera = opened.get();
+    source = std::move(opened);
+  }
   RunSummary summary;
   Progress progress;
   PictureObserver pictures(options.video, options.still);
@@ -195,7 +210,8 @@ int track(const TrackOptions& options) {
   if (saver) observers.push_back(&*saver);
   if (!options.quiet) observers.push_back(&progress);
   const std::unique_ptr<RunSteering> window = options.show ? openLiveWindow("csrt-track") : nullptr;
-  const TrackRunResult result = runTrack(*source, library, run, observers, window.get());
+  const std::unique_ptr<RunSteering> control = openControl(options.live, camera, window.get());
+  const TrackRunResult result = runTrack(*source, library, run, observers, control ? control.get() : window.get());
   return finish(options, summary, result);
 }
 
@@ -220,9 +236,15 @@ void addTrackCommand(CLI::App& app, int& status) {
   addLiveOptions(command, options->source, options->live);
   command
       .add_option("--box", options->boxes,
-                  "Target on the first frame: left, top, width, height in pixels; may be repeated, then with names: "
-                  "--box walker=412,230,64,48")
+                  "Target on the first frame: left, top, width, height in pixels or percent (10%); may be repeated, "
+                  "then with names: --box walker=412,230,64,48")
       ->type_name("[NAME=]X,Y,W,H")
+      ->take_all()
+      ->allow_extra_args(false);
+  command
+      .add_option("--point", options->points,
+                  "A point on the target on the first frame, in pixels or percent; the box is found around it")
+      ->type_name("[NAME=]X,Y")
       ->take_all()
       ->allow_extra_args(false);
   command
