@@ -31,7 +31,7 @@ bool groupDiffers(const std::string& group, CsrtConfig a, CsrtConfig b) {
 }  // namespace
 
 void CSRTTrackingAlgo::setConfig(std::string json) {
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const CheckedLock lock(mutex_);
   try {
     log_("setConfig(): payload size = %zu", json.size());
     SwString error;

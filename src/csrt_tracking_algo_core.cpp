@@ -81,7 +81,7 @@ std::string CSRTTrackingAlgo::getName() const {
 }
 
 std::string CSRTTrackingAlgo::getUuid() {
-  const std::lock_guard<std::mutex> lock(uuidMutex_);
+  const CheckedLock lock(uuidMutex_);
   if (uuid_.empty()) uuid_ = generateUuid_();
   return uuid_;
 }
@@ -150,7 +150,7 @@ void CSRTTrackingAlgo::log_(const char* format, ...) const {
 
 std::vector<AlgoOutput> CSRTTrackingAlgo::init(const Frames& frames, const BBox& box, bool* started) {
   if (started != nullptr) *started = false;
-  const std::lock_guard<std::mutex> lock(mutex_);
+  const CheckedLock lock(mutex_);
   try {
     bool ok = false;
     std::vector<AlgoOutput> outputs = start_Locked_(frames, box, ok);
@@ -259,21 +259,16 @@ void CSRTTrackingAlgo::clearPrepositionAndZoom_Locked_() {
 struct CSRTTrackingAlgo::UpdateStep {
   explicit UpdateStep(ocula::OculaPicture& p) : picture(p) {}
 
-  void take(std::unique_lock<std::mutex>& lock) {
-    hostMustKnow = true;
-    lock.lock();
-    hostMustKnow = false;
-  }
-
   ocula::OculaPicture& picture;
   cv::Size frame;
   cv::Rect window;          ///< Part of the frame that the tracker sees.
   bool hardResize = false;  ///< The window changed too much to keep the tracker's input size.
   cv::Mat crop;             ///< The window's pixels, 8-bit BGR; may be smaller than the window.
   cv::Mat cropMemory;       ///< Lent by the object for the time of the call.
+  unsigned startCount = 0;  ///< Of the object when the window was chosen.
   cv::Rect boxInCrop;       ///< Where the target was, in the crop.
   bool sizeChanged = false;
-  bool hostMustKnow = false;  ///< Taking the lock, or building a tracker that cannot be built: let the error through.
+  bool rethrow = false;  ///< Taking the lock, or building a tracker that cannot be built: the host gets the error.
   DetectionResult result;
 };
 
@@ -291,7 +286,7 @@ std::vector<AlgoOutput> CSRTTrackingAlgo::update(const Frames& frames, bool* pro
     trackFrame_(step);
   } catch (const std::exception& e) {
     log_("update(): exception: %s", e.what());
-    if (step.hostMustKnow) throw;
+    if (step.rethrow) throw;
     step.result.dets.clear();
   }
   return {makeDetectionsOutput_(step.result)};
@@ -299,25 +294,40 @@ std::vector<AlgoOutput> CSRTTrackingAlgo::update(const Frames& frames, bool* pro
 
 void CSRTTrackingAlgo::trackFrame_(UpdateStep& step) {
   step.frame = {step.picture.width(), step.picture.height()};
-  std::unique_lock<std::mutex> lock(mutex_, std::defer_lock);
-  step.take(lock);
+  step.rethrow = true;
+  CheckedLock lock(mutex_);
+  step.rethrow = false;
   if (answerWithoutTracking_Locked_(step)) return;  // waiting, reset, lost, just re-seeded
   chooseWindow_Locked_(step);
 
-  cv::swap(step.cropMemory, buffers_.crop);  // another call in the meantime finds none and takes its own
-  lock.unlock();                             // a host may configure or restart while pixels are copied ...
+  lendCropMemory_Locked_(step);
+  lock.unlock();  // a host may configure or restart while pixels are copied ...
   const bool haveCrop = tryCropWindow_(step);
-  step.take(lock);
+  step.rethrow = true;
+  lock.lock();
+  step.rethrow = false;
   answerOnCrop_Locked_(step, haveCrop);
+  takeBackCropMemory_Locked_(step);
+}
+
+// Another call in the meantime finds none and takes its own.
+void CSRTTrackingAlgo::lendCropMemory_Locked_(UpdateStep& step) {
+  cv::swap(step.cropMemory, buffers_.crop);
+}
+
+// Not what somebody still looks at: the tracker keeps a crop's pixels where it was built on them.
+void CSRTTrackingAlgo::takeBackCropMemory_Locked_(UpdateStep& step) {
   step.crop.release();
-  if (step.cropMemory.u != nullptr && step.cropMemory.u->refcount == 1) cv::swap(step.cropMemory, buffers_.crop);
+  const bool ours = step.cropMemory.u != nullptr && step.cropMemory.u->refcount == 1;
+  if (ours) cv::swap(step.cropMemory, buffers_.crop);
 }
 
 void CSRTTrackingAlgo::answerOnCrop_Locked_(UpdateStep& step, bool haveCrop) {
   if (!haveCrop) return answerPredicted_Locked_(step, "update(): OUT %zu detections (empty ROI)");
-  if (!initialized_ || fullyLost_) {  // ... so look again
-    return answerPredicted_Locked_(step, "update(): OUT %zu detections (late not init/fullyLost)");
-  }
+  constexpr char kLate[] = "update(): OUT %zu detections (late not init/fullyLost)";
+  // ... so look again: was the target forgotten, or was another one started on?
+  if (!initialized_ || fullyLost_) return answerPredicted_Locked_(step, kLate);
+  if (startCount_ != step.startCount) return logAnswer_(step.result, kLate, step.result.dets.size());
   locateBoxInCrop_Locked_(step);
   switch (chooseAction_Locked_(step)) {
     case TrackAction::Step:
@@ -358,6 +368,7 @@ void CSRTTrackingAlgo::chooseWindow_Locked_(UpdateStep& step) {
   const cv::Rect guarded = guardWindowForCSRT_(wished, trackBox_, step.frame);
   const cv::Rect sized = applyCropSizePolicyAndClamp_(guarded, procRoi_, step.frame);
   const FrozenWindow frozen = freezeWindowSize(sized, csrtInputSize_, trackBox_, step.frame, config_.roi);
+  step.startCount = startCount_;
   step.window = frozen.window;
   step.hardResize = frozen.hardResize;
 }
@@ -511,9 +522,9 @@ void CSRTTrackingAlgo::carryBoxFromOldWindow_Locked_(UpdateStep& step) {
 
 void CSRTTrackingAlgo::rebuildTracker_Locked_(UpdateStep& step) {
   if (!hasArea(step.boxInCrop)) step.boxInCrop = centredBoxInCrop(trackBox_.size(), step.crop.size());
-  step.hostMustKnow = true;
+  step.rethrow = true;
   publishTracker_Locked_(step.crop, step.boxInCrop);
-  step.hostMustKnow = false;
+  step.rethrow = false;
 
   csrtInputSize_ = step.crop.size();
   initCrop_ = step.crop.clone();

@@ -181,6 +181,7 @@ bool CSRTTrackingAlgo::initializeTrackerFromFrameLocked_(ocula::OculaPicture& pi
 void CSRTTrackingAlgo::commitStart_Locked_(const cv::Ptr<cv::tracking::TrackerCSRT>& tracker, const GpuImage& patch,
                                            const cv::Mat& crop, const cv::Rect& window, const cv::Rect& boxInCrop) {
   initCrop_ = crop.clone();  // first: it is the one step that can fail
+  ++startCount_;
   origPatchGpu_ = patch;
   dynPatchValid_ = false;
   lastScore_ = 1.0;

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
-# Reads the code without running it: layout (clang-format), mistakes (clang-tidy, cppcheck), shell scripts
-# (shellcheck); and compiles the CUDA source against OpenCV's real headers. Any finding is an error.
+# Reads the code without running it: layout (clang-format), which room includes which (rooms), mistakes (clang-tidy,
+# cppcheck), shell scripts (shellcheck); and compiles the CUDA source against OpenCV's real headers. Any finding is an
+# error.
 #
-# usage: tools/static-checks.sh [format] [tidy] [tidy-plugin] [cppcheck] [shell] [cuda]     all of them unless named
+# usage: tools/static-checks.sh [format] [rooms] [tidy] [tidy-plugin] [cppcheck] [shell] [cuda]   default: all
 # tidy takes about 40 minutes of processor time, most of it in the headers of the host program's libraries;
 # tidy-plugin looks at src/, config/ and common/ alone.
 # BUILD names a configured build folder for clang-tidy (default: build-tidy, configured here).
@@ -14,6 +15,10 @@ cd "$root"
 
 check_format() {
   git ls-files -z '*.cpp' '*.h' | xargs -0 clang-format --dry-run -Werror
+}
+
+check_rooms() {
+  tools/check-rooms.py
 }
 
 # The plug-in, its library and its host program; tests are left to the compilers' warnings and the sanitizers.
@@ -52,9 +57,9 @@ check_cuda() {
 csrt_packages+=(clang-format clang-tidy cppcheck shellcheck)
 csrt_install_dependencies
 failed=()
-for check in "${@:-format tidy cppcheck shell cuda}"; do
+for check in "${@:-format rooms tidy cppcheck shell cuda}"; do
   for one in $check; do
-    case $one in format | tidy | tidy-plugin | cppcheck | shell | cuda) ;; *) fail "no such check: $one" ;; esac
+    case $one in format | rooms | tidy | tidy-plugin | cppcheck | shell | cuda) ;; *) fail "no such check: $one" ;; esac
     note "$one"
     "check_$one" || failed+=("$one")
   done

@@ -40,7 +40,7 @@ class PluginFollower : public Follower {
     answer.cpu_ms = rounded(threadMilliseconds() - begin);
     answer.wall_ms = rounded(record.update_ms);
     if (record.box) answer.box = cv::Rect2d(*record.box);
-    answer.seen = record.box && record.framesSinceSeen == 0;
+    answer.seen = isSeen(record);
     return answer;
   }
 

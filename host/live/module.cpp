@@ -1,4 +1,4 @@
-#include "module.h"
+#include "live/module.h"
 
 #include <dlfcn.h>
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "receiver.h"
+#include "live/receiver.h"
 
 namespace live {
 

@@ -166,8 +166,7 @@ Annotator::Past& Annotator::remember_(const CallRecord& record) {
   if (record.isInit) past.trail.clear();
   const std::optional<cv::Rect>& box = record.isInit ? record.givenBox : record.box;
   if (!box) return past;
-  const bool seen = record.framesSinceSeen && *record.framesSinceSeen == 0;
-  if (seen) {
+  if (record.isInit ? record.framesSinceSeen == 0 : isSeen(record)) {
     const cv::Point centre = centreOf(*box);
     past.motion = past.trail.empty() ? cv::Point2f() : cv::Point2f(centre - past.trail.back());
     past.trail.push_back(centre);

@@ -8,37 +8,38 @@
 #include <vector>
 
 #include "ialgo_plugin.h"
-#include "plugin/track_state.h"
+#include "plugin/call_facts.h"
 
 namespace host {
 
 inline constexpr const char* kRecordSchemaName = "csrt-track.record";
 inline constexpr int kRecordSchemaVersion = 1;
 
-struct CallRecord {
-  std::string target;               ///< The target's name; unique in a run.
-  long frame = 0;                   ///< Counted from 0 in the source.
-  double time_s = 0.0;              ///< Seconds since the source's beginning.
-  std::string pace = "fast";        ///< Which time the plug-in saw: fast, source or video.
-  bool isInit = false;              ///< The call was init(), else update().
-  bool started = false;             ///< What init() answered.
-  double update_ms = 0.0;           ///< Wall-clock time of the plug-in's call, milliseconds.
-  std::vector<AlgoOutput> outputs;  ///< The plug-in's, in its order; without the window that debugging adds.
-  TrackState state = TrackState::Inactive;
-  BoxFrom boxFrom = BoxFrom::None;
+/// The facts about one call, and which call it was.
+struct CallRecord : CallFacts {
+  std::string target;                   ///< The target's name; unique in a run.
+  long frame = 0;                       ///< Counted from 0 in the source.
+  double time_s = 0.0;                  ///< Seconds since the source's beginning.
+  std::string pace = "fast";            ///< Which time the plug-in saw: fast, source or video.
+  bool isInit = false;                  ///< The call was init(), else update().
+  bool started = false;                 ///< What init() answered.
+  double update_ms = 0.0;               ///< Wall-clock time of the plug-in's call, milliseconds.
+  std::vector<AlgoOutput> outputs;      ///< The plug-in's, in its order; without the window that debugging adds.
   std::optional<cv::Rect> givenBox;     ///< Of init(): the box to start on, full-frame pixels.
-  std::optional<cv::Rect> box;          ///< The first detection, full-frame pixels.
-  std::optional<double> score;          ///< Only where it was measured on this frame.
-  std::optional<cv::Rect> window;       ///< The processing window of a tracked frame, full-frame pixels.
   std::optional<long> framesSinceSeen;  ///< 0: seen in this frame. Empty: never seen.
   std::optional<double> secondsSinceSeen;
   std::optional<double> ageMs;   ///< Live: the picture's age when the answer was ready, milliseconds.
   bool ageFromSender = false;    ///< Live: the age is by the sender's clock; else since arrival.
   std::optional<long> dropped;   ///< Live: frames received since the last call that were not worked on.
   bool noSignal = false;         ///< Live: no frame came, and no call was made; the box is the last one.
-  std::string reason;            ///< Why the target was lost or the start refused; empty: no such thing.
-  std::vector<std::string> log;  ///< The plug-in's log lines of this call; not part of the JSON.
+  std::vector<std::string> log;  ///< The plug-in's log lines of this call, to be shown; not part of the JSON.
 };
+
+/// Whether the record's box is where the target was seen in this frame. False without a box, for a box that is only
+/// predicted, and for the last box carried over a rebuild of the tracker.
+inline bool isSeen(const CallRecord& record) {
+  return record.box.has_value() && record.framesSinceSeen == 0;
+}
 
 /// Members keep the plug-in's order. NaN and infinite numbers become null.
 nlohmann::ordered_json toJson(const AlgoValue& value);

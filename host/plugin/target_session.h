@@ -50,7 +50,7 @@ class TargetSession {
   template <typename Call>
   std::string timedCall_(CallRecord& record, Call call) const;
   CallRecord begin_(const FramePlace& place, bool isInit) const;
-  void judge_(CallRecord& record, const StateReport& report);
+  void take_(CallRecord& record, const CallFacts& facts);
 
   std::shared_ptr<IAlgoPlugin> plugin_;
   std::string name_;

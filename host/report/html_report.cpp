@@ -58,10 +58,6 @@ const TruthMark* markAt(const TruthTarget* truth, long frame) {
   return at != truth->marks.end() && at->frame == frame ? &*at : nullptr;
 }
 
-bool isSeen(TrackState state) {
-  return state == TrackState::Tracked || state == TrackState::Rebuilt || state == TrackState::Redetected;
-}
-
 template <std::size_t N>
 Json stepsOf(double width) {
   Json steps = Json::array();
@@ -135,7 +131,7 @@ void HtmlReport::judge_(Target& target, const CallRecord& record, Json& point) {
   if (mark == nullptr || record.isInit) return;
   const std::optional<cv::Rect2d> truth = mark->absent ? std::nullopt : std::optional<cv::Rect2d>(mark->box);
   const std::optional<cv::Rect2d> box = record.box ? std::optional<cv::Rect2d>(*record.box) : std::nullopt;
-  target.samples.judgements.push_back(judge(record.frame, record.time_s, truth, box, isSeen(record.state)));
+  target.samples.judgements.push_back(judge(record.frame, record.time_s, truth, box, isSeen(record)));
   point["iou"] = target.samples.judgements.back().iou;
 }
 

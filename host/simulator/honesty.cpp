@@ -55,7 +55,7 @@ const char* faultOf(const HonestyFrame& frame, const Sides& sides) {
   }
   if (!maySee) return mayMiss ? "claims a target that cannot be seen" : "does not wait while the camera turns";
   const bool inView = frame.shown == Shown::Target || frame.shown == Shown::Partly;
-  if (inView && frame.hasBox && frame.overlap < Honesty::kOnTarget) return "claims something beside the target";
+  if (inView && frame.seen && frame.overlap < Honesty::kOnTarget) return "claims something beside the target";
   return nullptr;
 }
 
@@ -162,7 +162,7 @@ Honesty judgeHonesty(const std::vector<HonestyFrame>& frames, long firstFrame) {
     } else {
       wrongStates.add(fault, frame, number);
     }
-    if (!claimsToSee(frame.state) || !frame.hasBox) continue;
+    if (!frame.seen) continue;
     ++honesty.claims;
     if (frame.overlap >= Honesty::kOnTarget) continue;
     ++honesty.wrongClaims;
@@ -188,11 +188,11 @@ void HonestyWatch::frame(const SimulatedFrame& frame) {
   HonestyFrame kept;
   kept.shown = shown;
   kept.state = record.state;
-  kept.hasBox = record.box.has_value();
+  kept.seen = isSeen(record);
   if (record.box && shown != Shown::Nothing) {
     kept.overlap = overlap(*record.box, frame.truth.box & cv::Rect2d({0, 0}, cv::Size2d(size_)));
   }
-  kept.exit = record.isInit ? "init" : exitOf(record.log);
+  kept.exit = record.isInit ? "init" : record.exit;
   kept.detail = detailOf_(record);
   frames_.push_back(kept);
 }
@@ -245,15 +245,13 @@ void HonestyWatch::noteEvents_(const SimulatedFrame& frame, Shown shown) {
 }
 
 void HonestyWatch::noteHistory_(const CallRecord& record) {
-  const std::string outcome = searchOutcomeOf(record.log);
-  if (!outcome.empty()) {
-    searchOutcome_ = outcome;
+  if (!record.search.empty()) {
+    searchOutcome_ = record.search;
     searchedOn_ = record.frame;
   }
   if (!record.reason.empty()) givenUpFor_ = record.reason;
   if (record.state == TrackState::Redetected) trackerFrom_ = "a search";
-  if (record.state == TrackState::Reseeded && !frames_.empty())
-    trackerFrom_ = record.isInit ? "a mark" : exitOf(record.log);
+  if (record.state == TrackState::Reseeded && !frames_.empty()) trackerFrom_ = record.isInit ? "a mark" : record.exit;
 }
 
 std::string HonestyWatch::detailOf_(const CallRecord& record) const {

@@ -22,7 +22,7 @@ enum class Shown {
 struct HonestyFrame {
   Shown shown = Shown::Nothing;
   TrackState state = TrackState::Inactive;
-  bool hasBox = false;
+  bool seen = false;     ///< Its box was called seen.
   double overlap = 0.0;  ///< Of the box with the part of the target's box inside the frame; 0 where it is hidden.
   std::string exit;      ///< The plug-in's exit that led to the state, in its own words.
   std::string detail;    ///< What had gone before it: the last search, or why the target was given up.
@@ -47,7 +47,7 @@ struct Honesty {
   static constexpr double kOnTarget = 0.1;      ///< Overlap from which a box lies on the target.
   long frames = 0;                              ///< Frames answered by update(), and the operator's further marks.
   long right = 0;                               ///< Frames whose state is right.
-  long claims = 0;                              ///< Boxes in state tracked, rebuilt or redetected ...
+  long claims = 0;                              ///< Boxes called seen ...
   long wrongClaims = 0;                         ///< ... whose overlap with the truth is below kOnTarget.
   long partly = 0;                              ///< Frames that show the target partly.
   std::vector<WrongFrames> wrongStates;         ///< Frames that are not right, most frequent cause first.

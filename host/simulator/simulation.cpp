@@ -76,29 +76,16 @@ class Stage {
   std::vector<std::pair<const Actor*, Sprite>> actors_;
 };
 
-/// The pan and tilt the plug-in asks for, if it does.
-std::optional<Angles> askedFor(const std::vector<AlgoOutput>& outputs) {
-  for (const AlgoOutput& output : outputs) {
-    const auto* members = std::get_if<AlgoValue::Object>(&output.value);
-    if (output.name != "gimbal_preposition.v1" || members == nullptr) continue;
-    Angles angles;
-    for (const auto& [key, value] : *members) {
-      const auto* number = std::get_if<double>(&value);
-      if (number != nullptr && key == "target_pan_deg") angles.pan = *number;
-      if (number != nullptr && key == "target_tilt_deg") angles.tilt = *number;
-    }
-    return angles;
-  }
-  return std::nullopt;
-}
-
 /// The host's part: what it orders after each answer of the plug-in.
 class Operator {
  public:
   explicit Operator(const Scenario& scenario) : scenario_(scenario), follower_(scenario.host.follow) {}
 
   GimbalOrder orderAfter(const CallRecord& record, double hfov) {
-    if (record.isInit) asked_ = askedFor(record.outputs);
+    if (record.isInit) {
+      asked_.reset();
+      if (record.pointTo) asked_ = Angles{record.pointTo->pan_deg, record.pointTo->tilt_deg};
+    }
     const bool waiting = record.state == TrackState::Waiting;
     if (phase_ == HostPhase::Pointing && !waiting) {
       phase_ = HostPhase::Following;
@@ -106,8 +93,7 @@ class Operator {
     }
     if (phase_ == HostPhase::Pointing && asked_) return {true, *asked_};
     // Only a box that was seen in this frame: chasing predictions would drive the camera away from where it was lost.
-    const bool seen = record.framesSinceSeen.value_or(1) == 0 && record.box.has_value();
-    const std::optional<cv::Rect2d> box = seen ? std::optional<cv::Rect2d>(*record.box) : std::nullopt;
+    const std::optional<cv::Rect2d> box = isSeen(record) ? std::optional<cv::Rect2d>(*record.box) : std::nullopt;
     const double vfov = vfovOf(hfov, scenario_.frame);
     return {false, follower_.rateFor(box, hfov, vfov, scenario_.frame, 1.0 / scenario_.fps)};
   }

@@ -18,16 +18,6 @@ Spread spreadOf(const std::vector<double>& values) {
   return {quantile(values, 0.5), quantile(values, 0.95), *std::max_element(values.begin(), values.end())};
 }
 
-bool reportedSeen(const CallRecord& record) {
-  return record.box.has_value() && record.framesSinceSeen.value_or(1) == 0;
-}
-
-bool isZoomReseed(const CallRecord& record) {
-  return std::any_of(record.log.begin(), record.log.end(), [](const std::string& line) {
-    return messageOf(line).rfind("CSRT zoom_changed: scale_x", 0) == 0;
-  });
-}
-
 }  // namespace
 
 void SimulationSummary::begin(const Scenario& scenario, const Panorama& panorama) {
@@ -65,10 +55,10 @@ void SimulationSummary::frame(const SimulatedFrame& frame) {
 
 void SimulationSummary::countFollowing_(const SimulatedFrame& frame) {
   const CallRecord& record = frame.record;
-  const bool seen = reportedSeen(record);
+  const bool seen = isSeen(record);
   const double iou = record.box ? overlap(*record.box, frame.truth.box) : 0.0;
   if (!totals_.firstIou && record.box) totals_.firstIou = iou;
-  if (isZoomReseed(record)) ++totals_.zoomReseeds;
+  if (record.zoomReseeded) ++totals_.zoomReseeds;
   if (record.state == TrackState::Redetected) ++totals_.redetections;
   if (frame.truth.visibleShare >= kCanBeSeen) {
     ++totals_.framesVisible;

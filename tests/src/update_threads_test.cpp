@@ -51,6 +51,25 @@ TEST_F(UpdateThreadsTest, LooksAgainAfterCroppingWhetherItStillTracks) {
   EXPECT_FALSE(algo.initialized_);
 }
 
+TEST_F(UpdateThreadsTest, AnswersNothingForATargetThatWasStartedMeanwhile) {
+  makeTrackerCheap(algo.config_);
+  const cv::Rect second(100, 80, 40, 40);
+  picture = DrawnScene({640, 360}, {40, 40}).pictureAt(kBox.tl());
+  picture->onCrop = [&](const cv::Rect& r) {
+    const cv::Mat pixels = picture->getBGR()(r);
+    std::thread([&] {
+      algo.init({DrawnScene({640, 360}, {40, 40}).pictureAt(second.tl())}, {second.x, second.y, 40, 40}, nullptr);
+    }).join();
+    return pixels;
+  };
+  const Lines lines = logOfStep();
+  EXPECT_EQ(lineStarting(lines, "update(): OUT"), "update(): OUT 0 detections (late not init/fullyLost)");
+  EXPECT_TRUE(algo.initialized_);
+  EXPECT_EQ(algo.trackBox_, second) << "the new tracker never saw the old target's window";
+  EXPECT_EQ(algo.lastScore_, 1.0);
+  EXPECT_EQ(algo.lostFrames_, 0);
+}
+
 TEST_F(UpdateThreadsTest, PredictsWhenTheTargetWasDeclaredLostMeanwhile) {
   picture->onCrop = [&](const cv::Rect& r) {
     const std::lock_guard<std::mutex> lock(algo.mutex_);

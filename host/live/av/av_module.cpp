@@ -1,7 +1,7 @@
 // The libavformat module of csrt-track: what it exports.
-#include "av_handles.h"
-#include "av_receiver.h"
-#include "av_stream_file.h"
+#include "live/av/av_handles.h"
+#include "live/av/av_receiver.h"
+#include "live/av/av_stream_file.h"
 #include "live/receiver.h"
 
 namespace live {

@@ -1,7 +1,7 @@
 // The GStreamer module of csrt-track: what it exports.
 #include <gst/gst.h>
 
-#include "gst_receiver.h"
+#include "live/gst/gst_receiver.h"
 #include "live/receiver.h"
 
 namespace live {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -13,8 +14,8 @@ HonestyFrame frameOf(Shown shown, TrackState state, double overlapOfBox = -1.0) 
   HonestyFrame frame;
   frame.shown = shown;
   frame.state = state;
-  frame.hasBox = overlapOfBox >= 0;
-  frame.overlap = frame.hasBox ? overlapOfBox : 0.0;
+  frame.seen = overlapOfBox >= 0 && state != TrackState::Predicted;
+  frame.overlap = std::max(0.0, overlapOfBox);
   frame.exit = name(state);
   return frame;
 }
@@ -133,12 +134,13 @@ class Watch : public testing::Test {
   }
 
   /// @param box  the target's true box; the frame has 640 x 360 pixels
-  void step(const cv::Rect2d& box, double visibleShare, TrackState state, const std::vector<std::string>& log = {}) {
+  void step(const cv::Rect2d& box, double visibleShare, TrackState state, const CallFacts& said = {}) {
     SimulatedFrame frame;
     frame.record.frame = next_;
     frame.record.isInit = next_ == 0;
     frame.record.state = state;
-    frame.record.log = log;
+    frame.record.exit = said.exit;
+    frame.record.search = said.search;
     if (next_ == 0) frame.record.givenBox = cv::Rect(box);
     frame.truth.there = true;
     frame.truth.box = box;
@@ -219,12 +221,14 @@ TEST_F(Watch, EventsNameTheBorderOrTheCover) {
 
 TEST_F(Watch, AWrongFrameTellsTheLastSearchAndWhyItWasGivenUp) {
   begin("{}");
-  const std::string search = "reDetectGlobally[timing-appearance_fail]: total=1 ms";
-  const std::string predict = "update(): LOST -> OUT 1 detections (predict)";
+  CallFacts predicts;
+  predicts.exit = "LOST predict";
+  CallFacts searches = predicts;
+  searches.search = "appearance_fail";
   step(kMiddle, 1, TrackState::Reseeded);
-  step(kMiddle, 0, TrackState::Predicted, {search, predict});
-  for (int i = 0; i < 5; ++i) step(kMiddle, 1, TrackState::Predicted, {predict});
-  step(kMiddle, 1, TrackState::Predicted, {search, predict});
+  step(kMiddle, 0, TrackState::Predicted, searches);
+  for (int i = 0; i < 5; ++i) step(kMiddle, 1, TrackState::Predicted, predicts);
+  step(kMiddle, 1, TrackState::Predicted, searches);
   std::vector<std::string> details;
   for (const WrongFrames& one : watch_.honesty().wrongStates) details.push_back(one.exit + "; " + one.detail);
   EXPECT_EQ(details, (std::vector<std::string>{"LOST predict; no search yet since it came into view",
