@@ -8,6 +8,7 @@
 #include "base/host_error.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
+#include "live/module.h"
 #include "plugin/doctor_checks.h"
 #include "plugin/plugin_library.h"
 
@@ -43,11 +44,31 @@ bool print(const std::vector<DoctorFinding>& findings) {
   return problem;
 }
 
+/// Which modules for live sources there are, and the decoders that they would take. Without them files still work.
+std::vector<DoctorFinding> checkLive() {
+  std::vector<DoctorFinding> findings;
+  for (const live::FoundModule& found : live::modules()) {
+    if (found.module == nullptr) {
+      findings.push_back({Level::Note, "live", found.path + " cannot be used: " + found.fault});
+      continue;
+    }
+    std::string sentence = found.module->title();
+    for (const std::string& decoder : found.module->decoders()) sentence += ", " + decoder;
+    findings.push_back({Level::Ok, "live", sentence});
+  }
+  if (findings.empty()) {
+    findings.push_back(
+        {Level::Note, "live", "no live sources: install the package csrt-track-live to receive streams"});
+  }
+  return findings;
+}
+
 int examine(const DoctorOptions& options) {
   const bool pluginBad = print(checkPlugin(options.plugin.empty() ? defaultPluginPath() : options.plugin));
   const bool openCvBad = print(checkOpenCv());
   const bool outputBad = print(checkOutput(options.output));
   print({checkDisplay()});
+  print(checkLive());
   if (pluginBad) return static_cast<int>(ExitCode::Plugin);
   if (outputBad) return static_cast<int>(ExitCode::Output);
   return static_cast<int>(openCvBad ? ExitCode::Findings : ExitCode::Done);

@@ -15,6 +15,7 @@
 #include "commands/commands.h"
 #include "commands/help_footer.h"
 #include "commands/live_options.h"
+#include "commands/stream_outputs.h"
 #include "config/config_check.h"
 #include "config/config_text.h"
 #include "evaluation/truth.h"
@@ -26,6 +27,7 @@
 #include "report/html_report.h"
 #include "run/live_window.h"
 #include "run/progress.h"
+#include "run/record_folder.h"
 #include "run/run_summary.h"
 #include "run/saved_run.h"
 #include "run/track_run.h"
@@ -48,6 +50,10 @@ struct TrackOptions {
   std::string report;
   std::string truth;
   std::string saveRun;
+  std::string klvOut;
+  std::string stream;
+  std::string recordDir;
+  std::string recordQuota = "10G";
   int threads = 1;
   bool debug = false;
   bool quiet = false;
@@ -110,6 +116,10 @@ void checkOptions(const TrackOptions& options) {
     throw HostError(ExitCode::Usage,
                     "--box is required: where is the target on the first frame? (or --point, --show, --control)");
   }
+  if (bytesOf(options.recordQuota) == 0) {
+    throw HostError(ExitCode::Usage, "--record-quota '" + options.recordQuota + "' is not a size such as 500M or 20G");
+  }
+  if (!options.klvOut.empty()) checkWritable(options.klvOut, "--klv-out");
   if (!options.video.empty()) checkWritable(options.video, "--video");
   if (!options.truth.empty() && options.report.empty()) {
     throw HostError(ExitCode::Usage, "--truth is for the report: name it with --report FILE");
@@ -207,6 +217,14 @@ int track(const TrackOptions& options) {
   if (records) observers.push_back(&*records);
   if (!options.video.empty() || !options.still.empty()) observers.push_back(&pictures);
   if (report) observers.push_back(&*report);
+  std::optional<KlvOutput> klvOut;
+  if (!options.klvOut.empty()) observers.push_back(&klvOut.emplace(options.klvOut, run.metadata));
+  std::optional<StreamOutput> stream;
+  if (!options.stream.empty()) observers.push_back(&stream.emplace(options.stream));
+  std::optional<RecordFolder> folder;
+  if (!options.recordDir.empty()) {
+    observers.push_back(&folder.emplace(options.recordDir, bytesOf(options.recordQuota)));
+  }
   if (saver) observers.push_back(&*saver);
   if (!options.quiet) observers.push_back(&progress);
   const std::unique_ptr<RunSteering> window = options.show ? openLiveWindow("csrt-track") : nullptr;
@@ -266,6 +284,19 @@ void addTrackCommand(CLI::App& app, int& status) {
   command.add_option("--still", options->still, "Write the last annotated frame, such as last.png")->type_name("FILE");
   command.add_option("--report", options->report, "Write a page with charts, events and pictures, such as report.html")
       ->type_name("FILE");
+  command.add_option("--klv-out", options->klvOut, "Write plain video with the camera's angles inside (MPEG-TS, KLV)")
+      ->type_name("FILE.ts");
+  command
+      .add_option("--stream", options->stream,
+                  "Send the drawn picture: rtsp://127.0.0.1:8554/track serves it, udp://HOST:PORT sends MPEG-TS")
+      ->type_name("ADDRESS");
+  command
+      .add_option("--record-dir", options->recordDir,
+                  "Keep the drawn video and the records in this folder, a file a minute, the oldest deleted")
+      ->type_name("DIR");
+  command.add_option("--record-quota", options->recordQuota, "How much --record-dir may hold, such as 500M or 20G")
+      ->type_name("SIZE")
+      ->capture_default_str();
   command.add_option("--truth", options->truth, "Where the targets really are, for the report; as for 'evaluate'")
       ->type_name("FILE");
   command.add_option("--save-run", options->saveRun, "Keep frames, calls and answers in a new folder, for 'replay'")

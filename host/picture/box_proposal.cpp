@@ -7,7 +7,7 @@
 namespace host {
 namespace {
 
-constexpr double kRadius = 0.05;    // of the frame's height: how far from the point the thing may reach
+constexpr double kRadius = 0.06;    // of the frame's height: how far from the point the thing may reach
 constexpr double kFallback = 0.10;  // of the frame's height: the square's side
 constexpr int kWorkSide = 96;       // pixels: the side of the picture that is cut
 constexpr int kRounds = 3;
@@ -34,7 +34,7 @@ BoxProposal proposeBox(const cv::Mat& bgr, cv::Point point) {
   cv::resize(bgr(window), small, {}, scale, scale, cv::INTER_AREA);
   const cv::Point2d middle((point.x - window.x) * scale, (point.y - window.y) * scale);
   cv::Mat mask(small.size(), CV_8UC1, cv::Scalar(cv::GC_BGD));
-  cv::circle(mask, middle, static_cast<int>(radius * 1.5 * scale), cv::Scalar(cv::GC_PR_BGD), cv::FILLED);
+  cv::circle(mask, middle, static_cast<int>(radius * 1.8 * scale), cv::Scalar(cv::GC_PR_BGD), cv::FILLED);
   cv::circle(mask, middle, static_cast<int>(radius * 0.8 * scale), cv::Scalar(cv::GC_PR_FGD), cv::FILLED);
   cv::circle(mask, middle, std::max(1, static_cast<int>(radius * 0.2 * scale)), cv::Scalar(cv::GC_FGD), cv::FILLED);
   cv::Mat ground;

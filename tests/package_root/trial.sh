@@ -3,7 +3,7 @@
 # documentation's blocks.
 set -euo pipefail
 cd /trial
-packages=(csrt-tracking-plugin libocula-tools-standin csrt-tracking-dev csrt-track)
+packages=(csrt-tracking-plugin libocula-tools-standin csrt-tracking-dev csrt-track csrt-track-live)
 
 say() { echo "package-root-test: $*"; }
 fail() { say "$*" >&2; exit 1; }
