@@ -105,6 +105,7 @@ foreach(check rtsp ts rtp ffmpeg stopped killed reconnect wrong garbage resized 
     CSRT_PLUGIN=$<TARGET_FILE:csrt_tracking_plugin> ${PROJECT_SOURCE_DIR}/tools/live-check.sh --short ${check})
   set_tests_properties(live_${check} PROPERTIES LABELS native SKIP_RETURN_CODE 77 TIMEOUT 180 RESOURCE_LOCK live)
 endforeach()
+csrt_add_host_test(control_test)
 csrt_add_test(capture_rules_test csrt_live)
 csrt_add_test(capture_test csrt_live)
 csrt_add_test(camera_track_test csrt_live)

@@ -6,7 +6,8 @@
 #include <gst/rtsp-server/rtsp-server.h>
 #endif
 
-#include <atomic>
+#include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <mutex>
 #include <thread>
@@ -17,14 +18,15 @@ namespace live {
 namespace {
 
 constexpr const char* kEncode =
-    " ! videoconvert ! video/x-raw,format=I420 ! x264enc tune=zerolatency speed-preset=ultrafast key-int-max=25 "
+    " ! videoconvert ! video/x-raw,format=I420 ! x264enc tune=zerolatency speed-preset=ultrafast key-int-max=12 "
     "bitrate=4000";
 
 std::string sourceText(const SenderRequest& request) {
   // Two pictures wait at most: a slow receiver loses pictures, not time.
   return "appsrc name=src is-live=true do-timestamp=true format=time block=false max-buffers=2 leaky-type=downstream "
-         "caps=video/x-raw,format=BGR,framerate=0/1,width=" +
-         std::to_string(request.width) + ",height=" + std::to_string(request.height);
+         "caps=video/x-raw,format=BGR,framerate=" +
+         std::to_string(std::max(1L, std::lround(request.fps))) + "/1,width=" + std::to_string(request.width) +
+         ",height=" + std::to_string(request.height);
 }
 
 /// Hands a picture to a source element, as a copy with rows as GStreamer expects them.
