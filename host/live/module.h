@@ -14,6 +14,9 @@ struct FoundModule {
   std::string fault;
 };
 
+/// Where the modules lie that are installed; none of them is loaded. Any thread.
+std::vector<std::string> modulePaths();
+
 /// The modules in the program's library folder, loaded once and kept. Any thread.
 const std::vector<FoundModule>& modules();
 
