@@ -113,6 +113,7 @@ int main(int argc, char** argv) {
   host::addConfigCommand(app, status);
   host::addSchemaCommand(app, status);
   host::addDoctorCommand(app, status);
+  host::addGridCommand(app, status);
   host::addDrawSceneCommand(app, status);
   try {
     app.parse(argc, argv);

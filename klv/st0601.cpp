@@ -1,4 +1,4 @@
-#include "st0601.h"
+#include "klv/st0601.h"
 
 #include <algorithm>
 #include <array>

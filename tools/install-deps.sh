@@ -9,6 +9,9 @@ csrt_packages=(
   libgtest-dev libbenchmark-dev
   libavcodec-dev libavformat-dev libswscale-dev
   libcli11-dev nlohmann-json3-dev libfmt-dev libvalijson-dev libjs-chart.js
+  # live sources
+  libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstrtspserver-1.0-dev
+  libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
 )
 
 # Writes one sentence to standard error and ends the script that sourced this file.

@@ -1,9 +1,13 @@
 // csrt-track simulate: a gimbal camera in a drawn scene that the plug-in points, arms and follows with.
 #include <CLI/CLI.hpp>
+#include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
+#include <variant>
 #include <vector>
 
 #include "base/host_error.h"
@@ -13,6 +17,7 @@
 #include "commands/commands.h"
 #include "commands/help_footer.h"
 #include "commands/plugin_choice.h"
+#include "commands/stream_outputs.h"
 #include "config/config_text.h"
 #include "input/file_plan.h"
 #include "picture/picture_output.h"
@@ -26,6 +31,31 @@
 
 namespace host {
 namespace {
+
+/// The plain video with what the camera said inside, as MPEG-TS.
+class KlvClip : public sim::SimulationObserver {
+ public:
+  explicit KlvClip(std::string path) : path_(std::move(path)) {}
+  void begin(const sim::Scenario& scenario, const sim::Panorama& /*panorama*/) override {
+    file_.emplace(path_, scenario.frame, scenario.fps);
+  }
+  void frame(const sim::SimulatedFrame& frame) override {
+    const auto value = [&frame](const std::string& key) -> std::optional<double> {
+      const auto found = frame.metadata.find(key);
+      const double* const number = found == frame.metadata.end() ? nullptr : std::get_if<double>(&found->second);
+      return number == nullptr ? std::nullopt : std::optional<double>(*number);
+    };
+    const double time = frame.record.time_s;
+    file_->write(frame.bgr, value, static_cast<std::uint64_t>(time * 1e6), time);
+  }
+  void end() override {
+    if (file_) file_->close();
+  }
+
+ private:
+  std::string path_;
+  std::optional<KlvFile> file_;
+};
 
 struct SimulateOptions {
   std::string scenario = "off-centre";
@@ -163,7 +193,9 @@ int simulate(const SimulateOptions& options) {
 
   sim::SimulationSummary summary;
   sim::SimulationPictures pictures(options.video, options.sheet);
-  sim::SimulationClip clip(options.clip, options.clipMetadata);
+  const bool inStream = std::filesystem::path(options.clip).extension() == ".ts";
+  sim::SimulationClip clip(inStream ? "" : options.clip, options.clipMetadata);
+  KlvClip klvClip(options.clip);
   std::optional<WholeText> summaryFile;
   if (!options.summary.empty()) summaryFile.emplace(options.summary, "--summary");
   std::optional<sim::SimulationRecords> records;
@@ -172,6 +204,7 @@ int simulate(const SimulateOptions& options) {
   if (!options.records.empty()) observers.push_back(&records.emplace(options.records));
   if (!options.video.empty() || !options.sheet.empty()) observers.push_back(&pictures);
   if (!options.clip.empty() || !options.clipMetadata.empty()) observers.push_back(&clip);
+  if (inStream) observers.push_back(&klvClip);
   if (options.debug) observers.push_back(&log);
   const bool started =
       sim::simulate(scenario, library, {options.clock == "simulated", guardChoiceOf(options.guard)}, observers);
@@ -197,7 +230,10 @@ void addOutputs(CLI::App& command, SimulateOptions& options) {
       ->type_name("FILE");
   command.add_option("--sheet", options.sheet, "One picture of the moments at which something changed")
       ->type_name("FILE");
-  command.add_option("--clip", options.clip, "The plain video, as a camera would record it")->type_name("FILE");
+  command
+      .add_option("--clip", options.clip,
+                  "The plain video, as a camera would record it; FILE.ts: with its angles inside (KLV)")
+      ->type_name("FILE");
   command.add_option("--clip-metadata", options.clipMetadata, "Its metadata, for 'track --metadata'")
       ->type_name("FILE");
 }

@@ -1,5 +1,6 @@
 // csrt-track track: follows targets through a video and writes what was found.
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <cstdio>
 #include <filesystem>
 #include <memory>
@@ -17,6 +18,7 @@
 #include "commands/help_footer.h"
 #include "commands/live_options.h"
 #include "commands/plugin_choice.h"
+#include "commands/stream_outputs.h"
 #include "config/config_check.h"
 #include "config/config_text.h"
 #include "evaluation/truth.h"
@@ -29,6 +31,7 @@
 #include "report/html_report.h"
 #include "run/live_window.h"
 #include "run/progress.h"
+#include "run/record_folder.h"
 #include "run/run_summary.h"
 #include "run/saved_run.h"
 #include "run/track_run.h"
@@ -40,6 +43,7 @@ struct TrackOptions {
   SourceOptions source;
   LiveTrackOptions live;
   std::vector<std::string> boxes;
+  std::vector<std::string> points;
   ConfigOptions config;
   std::string metadata;
   std::string records;
@@ -53,6 +57,10 @@ struct TrackOptions {
   std::string truthFormat = "auto";
   long firstNumber = 1;
   std::string saveRun;
+  std::string klvOut;
+  std::string stream;
+  std::string recordDir;
+  std::string recordQuota = "10G";
   int threads = 1;
   bool debug = false;
   bool quiet = false;
@@ -113,6 +121,11 @@ class PictureObserver : public RunObserver {
   cv::Mat last_;
 };
 
+bool isAnyInPercent(const std::vector<std::string>& boxes) {
+  return std::any_of(boxes.begin(), boxes.end(),
+                     [](const std::string& box) { return box.find('%') != std::string::npos; });
+}
+
 void checkOptions(const TrackOptions& options) {
   if (options.source.source.empty() == options.source.pipeline.empty()) {
     throw HostError(ExitCode::Usage, "one source is needed: SOURCE, or --gstreamer PIPELINE");
@@ -120,16 +133,22 @@ void checkOptions(const TrackOptions& options) {
   if (options.threads < 1 || options.threads > 256) {
     throw HostError(ExitCode::Usage, "--threads " + std::to_string(options.threads) + " is not between 1 and 256");
   }
-  if (options.boxes.empty() && !options.show) {
+  if (options.boxes.empty() && options.points.empty() && !options.show && options.live.control.empty()) {
     throw HostError(ExitCode::Usage,
-                    "--box is required: where is the target on the first frame? (or --show, to drag a box)");
+                    "--box is required: where is the target on the first frame? (or --point, --show, --control)");
+  }
+  if (bytesOf(options.recordQuota) == 0) {
+    throw HostError(ExitCode::Usage, "--record-quota '" + options.recordQuota + "' is not a size such as 500M or 20G");
   }
   if (!options.truth.empty() && options.report.empty()) {
     throw HostError(ExitCode::Usage, "--truth is for the report: name it with --report FILE");
   }
-  if (!options.saveRun.empty() && options.show) {
-    throw HostError(ExitCode::Usage,
-                    "--save-run and --show exclude one another: a run steered by hand cannot be repeated");
+  if (!options.saveRun.empty() && (options.show || !options.live.control.empty())) {
+    throw HostError(ExitCode::Usage, std::string("--save-run and ") + (options.show ? "--show" : "--control") +
+                                         " exclude one another: a run steered by hand cannot be repeated");
+  }
+  if (!options.saveRun.empty() && (!options.points.empty() || isAnyInPercent(options.boxes))) {
+    throw HostError(ExitCode::Usage, "--save-run needs each target as a --box in pixels");
   }
   if (!options.video.empty()) checkVideoName(options.video, "--video");
   if (!options.still.empty()) checkPictureName(options.still, "--still");
@@ -146,6 +165,7 @@ void checkFiles(const TrackOptions& options) {
   plan.writes("--video", options.video);
   plan.writes("--still", options.still);
   plan.writes("--report", options.report);
+  plan.writes("--klv-out", options.klvOut);
   plan.writesFolder("--save-run", options.saveRun);
   plan.check();
 }
@@ -234,7 +254,7 @@ int track(const TrackOptions& options) {
   const bool live = isLive(options.source);
   run.sourceName =
       live::withoutPassword(options.source.pipeline.empty() ? options.source.source : options.source.pipeline);
-  run.targets = parseTargetOptions(options.boxes);
+  run.targets = parseTargetOptions(options.boxes, options.points);
   run.configText = buildConfigText(config);
   if (!options.metadata.empty() && !live) run.metadata = readMetadataFile(options.metadata);
   run.pace = paceOf(options.pace);
@@ -250,7 +270,12 @@ int track(const TrackOptions& options) {
   checkSets(options.config.sets, library.create()->getConfigList());
   noteUncheckedFile(options, config.fileText.value_or(""));
 
-  if (live) source = openLiveSource(options.source, options.live, options.metadata, options.quiet);
+  live::LiveSource* camera = nullptr;
+  if (live) {
+    auto opened = openLiveSource(options.source, options.live, options.metadata, options.quiet);
+    camera = opened.get();
+    source = std::move(opened);
+  }
   RunSummary summary;
   Progress progress;
   PictureObserver pictures(options.video, options.still);
@@ -264,10 +289,19 @@ int track(const TrackOptions& options) {
   if (records) observers.push_back(&*records);
   if (!options.video.empty() || !options.still.empty()) observers.push_back(&pictures);
   if (report) observers.push_back(&*report);
+  std::optional<KlvOutput> klvOut;
+  if (!options.klvOut.empty()) observers.push_back(&klvOut.emplace(options.klvOut, run.metadata));
+  std::optional<StreamOutput> stream;
+  if (!options.stream.empty()) observers.push_back(&stream.emplace(options.stream));
+  std::optional<RecordFolder> folder;
+  if (!options.recordDir.empty()) {
+    observers.push_back(&folder.emplace(options.recordDir, bytesOf(options.recordQuota)));
+  }
   if (saver) observers.push_back(&*saver);
   if (!options.quiet) observers.push_back(&progress);
   const std::unique_ptr<RunSteering> window = options.show ? openLiveWindow("csrt-track") : nullptr;
-  const TrackRunResult result = runTrack(*source, library, run, observers, window.get());
+  const std::unique_ptr<RunSteering> control = openControl(options.live, camera, window.get());
+  const TrackRunResult result = runTrack(*source, library, run, observers, control ? control.get() : window.get());
   return finish(options, run.configText, summary, result);
 }
 
@@ -294,9 +328,15 @@ void addTrackCommand(CLI::App& app, int& status) {
   addLiveOptions(command, options->source, options->live);
   command
       .add_option("--box", options->boxes,
-                  "Target on the first frame: left, top, width, height in pixels; may be repeated, then with names: "
-                  "--box walker=412,230,64,48")
+                  "Target on the first frame: left, top, width, height in pixels or percent (10%); may be repeated, "
+                  "then with names: --box walker=412,230,64,48")
       ->type_name("[NAME=]X,Y,W,H")
+      ->take_all()
+      ->allow_extra_args(false);
+  command
+      .add_option("--point", options->points,
+                  "A point on the target on the first frame, in pixels or percent; the box is found around it")
+      ->type_name("[NAME=]X,Y")
       ->take_all()
       ->allow_extra_args(false);
   command
@@ -318,6 +358,19 @@ void addTrackCommand(CLI::App& app, int& status) {
   command.add_option("--still", options->still, "Write the last annotated frame, such as last.png")->type_name("FILE");
   command.add_option("--report", options->report, "Write a page with charts, events and pictures, such as report.html")
       ->type_name("FILE");
+  command.add_option("--klv-out", options->klvOut, "Write plain video with the camera's angles inside (MPEG-TS, KLV)")
+      ->type_name("FILE.ts");
+  command
+      .add_option("--stream", options->stream,
+                  "Send the drawn picture: rtsp://127.0.0.1:8554/track serves it, udp://HOST:PORT sends MPEG-TS")
+      ->type_name("ADDRESS");
+  command
+      .add_option("--record-dir", options->recordDir,
+                  "Keep the drawn video and the records in this folder, a file a minute, the oldest deleted")
+      ->type_name("DIR");
+  command.add_option("--record-quota", options->recordQuota, "How much --record-dir may hold, such as 500M or 20G")
+      ->type_name("SIZE")
+      ->capture_default_str();
   command.add_option("--truth", options->truth, "Where the targets really are, for the report; as for 'evaluate'")
       ->type_name("FILE");
   command.add_option("--format", options->truthFormat, "Format of the truth: auto, otb, got10k, vot, mot or csv")

@@ -11,6 +11,7 @@ namespace host {
 void addTrackCommand(CLI::App& app, int& status);
 void addConfigCommand(CLI::App& app, int& status);
 void addDoctorCommand(CLI::App& app, int& status);
+void addGridCommand(CLI::App& app, int& status);
 void addDrawSceneCommand(CLI::App& app, int& status);
 void addSimulateCommand(CLI::App& app, int& status);
 void addServeCommand(CLI::App& app, int& status);

@@ -4,6 +4,7 @@
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
+#include "run/control_steering.h"
 
 namespace host {
 
@@ -48,6 +49,28 @@ std::unique_ptr<live::LiveSource> openLiveSource(const SourceOptions& source, co
   live.sidecar = metadata;
   live.quiet = quiet;
   return std::make_unique<live::LiveSource>(source, live, [] { return interruptSignal() != 0; });
+}
+
+std::unique_ptr<RunSteering> openControl(const LiveTrackOptions& options, live::LiveSource* source,
+                                         RunSteering* beneath) {
+  if (options.control.empty()) return nullptr;
+  KeptFrames kept;
+  if (source != nullptr) {
+    kept.find = [source](long index) -> std::optional<SourceFrame> {
+      const std::optional<live::LiveFrame> found = source->past().find(index);
+      if (!found) return std::nullopt;
+      return source->sourceFrameOf(*found, 0);
+    };
+    kept.after = [source](long index) {
+      std::vector<SourceFrame> later;
+      for (const live::LiveFrame& frame : source->past().after(index)) {
+        later.push_back(source->sourceFrameOf(frame, 0));
+      }
+      return later;
+    };
+    kept.range = [source] { return source->past().range(); };
+  }
+  return std::make_unique<ControlSteering>(options.control, std::move(kept), live::framesToCatchUp, beneath);
 }
 
 }  // namespace host

@@ -6,6 +6,7 @@
 
 #include "input/frame_source.h"
 #include "live/live_source.h"
+#include "run/track_run.h"
 
 namespace CLI {
 class App;
@@ -29,5 +30,10 @@ bool isLive(const SourceOptions& source);
 /// @throws HostError (Usage) for a wrong option, (Source) where it cannot be received
 std::unique_ptr<live::LiveSource> openLiveSource(const SourceOptions& source, const LiveTrackOptions& live,
                                                  const std::string& metadata, bool quiet);
+
+/// Takes commands while the run goes on, from where --control says; null without it.
+/// @param source   the live source whose last second is kept; null: only the newest frame can be named
+/// @param beneath  the window, or null
+std::unique_ptr<RunSteering> openControl(const LiveTrackOptions& live, live::LiveSource* source, RunSteering* beneath);
 
 }  // namespace host

@@ -1,4 +1,4 @@
-#include "address.h"
+#include "live/address.h"
 
 #include <algorithm>
 #include <array>

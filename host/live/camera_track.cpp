@@ -1,4 +1,4 @@
-#include "camera_track.h"
+#include "live/camera_track.h"
 
 #include <algorithm>
 #include <array>

@@ -1,4 +1,4 @@
-#include "capture.h"
+#include "live/capture.h"
 
 #include <algorithm>
 #include <chrono>

@@ -11,11 +11,11 @@
 #include <string>
 #include <thread>
 
-#include "camera_track.h"
-#include "capture_rules.h"
-#include "frame_ring.h"
-#include "newest_slot.h"
-#include "receiver.h"
+#include "live/camera_track.h"
+#include "live/capture_rules.h"
+#include "live/frame_ring.h"
+#include "live/newest_slot.h"
+#include "live/receiver.h"
 
 namespace live {
 

@@ -1,4 +1,4 @@
-#include "capture_rules.h"
+#include "live/capture_rules.h"
 
 #include <algorithm>
 

@@ -1,4 +1,4 @@
-#include "frame_ring.h"
+#include "live/frame_ring.h"
 
 #include <algorithm>
 #include <utility>

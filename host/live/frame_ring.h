@@ -8,7 +8,7 @@
 #include <optional>
 #include <vector>
 
-#include "camera_track.h"
+#include "live/camera_track.h"
 
 namespace live {
 

@@ -1,4 +1,4 @@
-#include "live_source.h"
+#include "live/live_source.h"
 
 #include <cmath>
 #include <cstdio>
@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "base/host_error.h"
-#include "module.h"
+#include "live/module.h"
 
 namespace live {
 namespace {

@@ -7,9 +7,9 @@
 #include <optional>
 #include <string>
 
-#include "capture.h"
 #include "input/frame_source.h"
-#include "sidecar.h"
+#include "live/capture.h"
+#include "live/sidecar.h"
 
 namespace live {
 

@@ -1,4 +1,4 @@
-#include "module.h"
+#include "live/module.h"
 
 #include <dlfcn.h>
 
@@ -47,13 +47,19 @@ bool prefersAv(AddressKind kind) {
 
 }  // namespace
 
+std::vector<std::string> modulePaths() {
+  std::vector<std::string> paths;
+  for (const char* const file : kFiles) {
+    const std::string path = pathOf(file);
+    if (!path.empty()) paths.push_back(path);
+  }
+  return paths;
+}
+
 const std::vector<FoundModule>& modules() {
   static const std::vector<FoundModule> kAll = [] {
     std::vector<FoundModule> all;
-    for (const char* const file : kFiles) {
-      const std::string path = pathOf(file);
-      if (!path.empty()) all.push_back(load(path));
-    }
+    for (const std::string& path : modulePaths()) all.push_back(load(path));
     return all;
   }();
   return kAll;

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "receiver.h"
+#include "live/receiver.h"
 
 namespace live {
 
@@ -13,6 +13,9 @@ struct FoundModule {
   Module* module = nullptr;  ///< Null: it cannot be used, and `fault` says why.
   std::string fault;
 };
+
+/// Where the modules lie that are installed; none of them is loaded. Any thread.
+std::vector<std::string> modulePaths();
 
 /// The modules in the program's library folder, loaded once and kept. Any thread.
 const std::vector<FoundModule>& modules();

@@ -1,4 +1,4 @@
-#include "picture_converter.h"
+#include "live/picture_converter.h"
 
 extern "C" {
 #include <libswscale/swscale.h>

@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "address.h"
+#include "live/address.h"
 
 namespace live {
 

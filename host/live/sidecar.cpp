@@ -1,4 +1,4 @@
-#include "sidecar.h"
+#include "live/sidecar.h"
 
 #include <fstream>
 #include <nlohmann/json.hpp>

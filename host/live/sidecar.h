@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "camera_track.h"
+#include "live/camera_track.h"
 
 namespace live {
 

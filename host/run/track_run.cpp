@@ -212,6 +212,7 @@ bool steer(RunSteering* steering, const SourceFrame& frame, const std::vector<Ca
 SourceFrame firstFrame(FrameSource& source, TrackRun& run, RunSteering* steering) {
   SourceFrame frame;
   if (!source.read(frame)) throw HostError(ExitCode::Source, "'" + run.sourceName + "' has no frame");
+  resolveOn(frame.bgr, run.targets);
   if (!run.targets.empty()) return frame;
   const std::optional<BBox> box = steering != nullptr ? steering->firstBox(frame.bgr) : std::nullopt;
   if (!box && steering != nullptr && steering->startsWithout()) {

@@ -3,7 +3,7 @@
 # documentation's blocks.
 set -euo pipefail
 cd /trial
-packages=(csrt-tracking-plugin libocula-tools-standin csrt-tracking-dev csrt-track libcsrt-engine-dev)
+packages=(csrt-tracking-plugin libocula-tools-standin csrt-tracking-dev csrt-track libcsrt-engine-dev csrt-track-live)
 
 say() { echo "package-root-test: $*"; }
 fail() { say "$*" >&2; exit 1; }

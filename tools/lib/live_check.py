@@ -317,8 +317,8 @@ class Check:
         """The same boxes from the stream as from the file, where no frame was dropped."""
         with tempfile.TemporaryDirectory() as room:
             avi, mp4 = os.path.join(room, "scene.avi"), os.path.join(room, "scene.mp4")
-            subprocess.run([self.track_program, "draw-scene", avi, "--frames", "60"], check=True, capture_output=True)
-            subprocess.run(["ffmpeg", "-nostdin", "-loglevel", "quiet", "-i", avi, "-pix_fmt", "yuv420p", "-c:v", "libx264", "-tune", "zerolatency", "-g", "10", mp4],
+            subprocess.run([self.track_program, "draw-scene", avi, "--frames", "40"], check=True, capture_output=True)
+            subprocess.run(["ffmpeg", "-nostdin", "-loglevel", "quiet", "-i", avi, "-vf", "setpts=N/6/TB", "-r", "6", "-pix_fmt", "yuv420p", "-c:v", "libx264", "-tune", "zerolatency", "-g", "10", mp4],
                            check=True)
             box = ["--box", "116,165,32,60", "--records", "-", "--quiet"]
             port = free_port()
@@ -332,13 +332,148 @@ class Check:
         by_live = [json.loads(line) for line in live_run.stdout.splitlines()]
         calls = [record for record in by_live if record["call"] != "none"]
         dropped = sum(record["dropped"] for record in calls)
-        same = sum(a.get("box") == b.get("box") for a, b in zip(by_file, calls))
-        figures = f"{same} of {len(by_file)} boxes the same, {len(calls)} frames, {dropped} dropped {live_run.stderr.strip()[:200]}"
-        whole = len(calls) == len(by_file) > 20
-        self.judge("the same boxes as from the file", whole and (dropped > 0 or same == len(calls)), figures)
+        # A machine that is busy with other things drops some: compared is what came before.
+        until = next((i for i, record in enumerate(calls) if record["dropped"] > 0), len(calls))
+        same = sum(a.get("box") == b.get("box") for a, b in zip(by_file, calls[:until]))
+        figures = f"{same} of {until} boxes the same, {len(calls)} of {len(by_file)} frames, {dropped} dropped " \
+                  f"{live_run.stderr.strip()[:200]}"
+        self.judge("the same boxes as from the file", len(by_file) == 40 and until >= 10 and same == until, figures)
 
 
-ALL = ["rtsp", "ts", "ffmpeg", "rtp", "stopped", "killed", "reconnect", "wrong", "garbage", "resized", "clip"]
+    def klv(self):
+        """What is written beside the video is read back by others byte for byte, and by us from a stream."""
+        with tempfile.TemporaryDirectory() as room:
+            path = {name: os.path.join(room, name) for name in ("scene.avi", "m.csv", "x.ts", "ff.bin", "gst.bin")}
+            subprocess.run([self.track_program, "draw-scene", path["scene.avi"], "--frames", "50"], check=True,
+                           capture_output=True)
+            with open(path["m.csv"], "w", encoding="ascii") as rows:
+                rows.write("frame,pan_deg,tilt_deg,hfov_deg,vfov_deg\n")
+                rows.writelines(f"{n},{-10 + n * 0.5},{-5 - n * 0.1},60,33.75\n" for n in range(50))
+            done = subprocess.run([self.track_program, "track", path["scene.avi"], "--box", "116,165,32,60", "--metadata",
+                                   path["m.csv"], "--klv-out", path["x.ts"], "--quiet"], capture_output=True, text=True)
+            subprocess.run(["ffmpeg", "-nostdin", "-loglevel", "quiet", "-i", path["x.ts"], "-map", "0:d", "-c", "copy",
+                            "-f", "data", path["ff.bin"]], check=False)
+            subprocess.run(["gst-launch-1.0", "-q", "filesrc", f"location={path['x.ts']}", "!", "tsdemux", "!",
+                            "meta/x-klv", "!", "filesink", f"location={path['gst.bin']}"], check=False, timeout=30)
+            by_ffmpeg, by_gst = (open(path[name], "rb").read() if os.path.exists(path[name]) else b""
+                                 for name in ("ff.bin", "gst.bin"))
+            packets = split_packets(by_ffmpeg)
+            pans = [pan_of(packet) for packet in packets]
+            right = [abs(pan - (-10 + n * 0.5) % 360) < 1e-4 for n, pan in enumerate(pans)]
+            self.judge("KLV read back byte for byte", by_ffmpeg == by_gst and len(packets) == 50 and all(right),
+                       f"{len(packets)} packets, {len(by_ffmpeg)} bytes by ffmpeg, {len(by_gst)} by tsdemux "
+                       f"{done.stderr.strip()}")
+            port = free_port(socket.SOCK_DGRAM)
+            with Sender("ffmpeg", "-nostdin", "-loglevel", "quiet", "-re", "-stream_loop", "5", "-i", path["x.ts"], "-map",
+                        "0", "-c", "copy", "-f", "mpegts", f"udp://127.0.0.1:{port}?pkt_size=1316", ready=False):
+                lines, said = self.probe(f"udp://127.0.0.1:{port}", 5)
+                live = self.track(f"udp://127.0.0.1:{port}", "--frames", "5")
+            end = lines[-1] if lines else {}
+            self.judge("KLV in a stream", end.get("packets", 0) > 5 and end.get("packets_refused") == 0 and
+                       any("camera" in line for line in lines) and live.returncode == 0,
+                       f"{end.get('packets')} packets, {end.get('packets_refused')} refused, "
+                       f"{sum('camera' in line for line in lines)} frames with a direction {said}")
+
+    def control(self):
+        port = free_port()
+        with tempfile.TemporaryDirectory() as room, own_sender("rtsp", port, 40):
+            path = os.path.join(room, "control")
+            process = subprocess.Popen([self.track_program, "track", f"rtsp://127.0.0.1:{port}/test", "--control", path,
+                                        "--quiet", "--give-up", "5"], stdin=subprocess.DEVNULL)
+            try:
+                for _ in range(150):
+                    if os.path.exists(path):
+                        break
+                    time.sleep(0.1)
+                mode = os.stat(path).st_mode & 0o777
+                with socket.socket(socket.AF_UNIX) as link:
+                    link.settimeout(15)
+                    link.connect(path)
+                    lines = link.makefile("rw")
+
+                    def ask(text):
+                        lines.write(text + "\n")
+                        lines.flush()
+                        return json.loads(lines.readline())
+
+                    before = ask("status")
+                    time.sleep(1)
+                    kept = ask("status")["frames_kept"]
+                    old = ask(f"box 40%,45%,8%,18% frame={max(kept[0], kept[1] - 8)}")
+                    wrong, gone, stop = ask("jump"), ask("box 1,2,30,40 frame=100000"), ask("stop")
+                status = process.wait(timeout=20)
+            finally:
+                if process.poll() is None:
+                    process.kill()
+                process.wait(timeout=5)
+            good = (mode == 0o600 and before["ok"] and old["ok"] and old["started"] and not wrong["ok"] and
+                    not gone["ok"] and stop["ok"] and status == 0 and not os.path.exists(path))
+            self.judge("control socket", good, f"mode {mode:o}, an old frame: caught up {old.get('caught_up')}, "
+                       f"exit {status}, {gone.get('error')}")
+
+    def outputs(self):
+        """The drawn picture sent on and received again; a folder of minutes; a grid."""
+        port, rtsp, udp = free_port(), free_port(), free_port(socket.SOCK_DGRAM)
+        with tempfile.TemporaryDirectory() as room, own_sender("rtsp", port, 60):
+            folder = os.path.join(room, "kept")
+            for name, address in (("rtsp", f"rtsp://127.0.0.1:{rtsp}/track"), ("udp", f"udp://127.0.0.1:{udp}")):
+                process = subprocess.Popen([self.track_program, "track", f"rtsp://127.0.0.1:{port}/test", "--box", BOX,
+                                            "--stream", address, "--record-dir", folder, "--record-quota", "50M",
+                                            "--quiet"], stdin=subprocess.DEVNULL)
+                try:
+                    for _ in range(5):
+                        lines, said = self.probe(address, 5)
+                        if self.frames_of(lines):
+                            break
+                        time.sleep(1)
+                    self.judge(f"drawn picture by {name}", len(self.frames_of(lines)) > 5,
+                               f"{len(self.frames_of(lines))} frames {said}")
+                finally:
+                    process.send_signal(signal.SIGTERM)
+                    status = process.wait(timeout=20)
+                self.judge(f"ended by SIGTERM ({name})", status == 143, f"exit {status}")
+            files = sorted(os.listdir(folder))
+            self.judge("folder of records", len(files) == 4 and all(os.path.getsize(os.path.join(folder, f)) > 1000
+                                                                     for f in files), " ".join(files))
+            grid = os.path.join(room, "grid.png")
+            done = subprocess.run([self.track_program, "grid", f"rtsp://127.0.0.1:{port}/test", "--out", grid],
+                                  capture_output=True, text=True, timeout=30)
+            self.judge("grid", done.returncode == 0 and os.path.getsize(grid) > 1000, done.stdout.strip())
+
+
+KEY = bytes.fromhex("060E2B34020B01010E01030101000000")
+
+
+def split_packets(data):
+    """The packets of a run of them; one with a wrong checksum ends the list."""
+    packets, at = [], 0
+    while data[at:at + 16] == KEY:
+        length, head = data[at + 16], 17
+        if length >= 0x80:
+            head += length & 0x7F
+            length = int.from_bytes(data[at + 17:at + head], "big")
+        packet = data[at:at + head + length]
+        total = sum(byte << (8 if i % 2 == 0 else 0) for i, byte in enumerate(packet[:-2])) & 0xFFFF
+        if total != int.from_bytes(packet[-2:], "big"):
+            break
+        packets.append(packet[head:])
+        at += head + length
+    return packets
+
+
+def pan_of(values):
+    """Tag 18 of a packet's values, degrees."""
+    at = 0
+    while at < len(values):
+        tag, length = values[at], values[at + 1]
+        if tag == 18:
+            return int.from_bytes(values[at + 2:at + 2 + length], "big") / 0xFFFFFFFF * 360
+        at += 2 + length
+    return float("nan")
+
+
+ALL = ["rtsp", "ts", "ffmpeg", "rtp", "stopped", "killed", "reconnect", "wrong", "garbage", "resized", "clip", "klv",
+       "control", "outputs"]
 
 
 def missing():

@@ -1,7 +1,7 @@
 // The libavformat module of csrt-track: what it exports.
-#include "av_handles.h"
-#include "av_receiver.h"
-#include "av_stream_file.h"
+#include "live/av/av_handles.h"
+#include "live/av/av_receiver.h"
+#include "live/av/av_stream_file.h"
 #include "live/receiver.h"
 
 namespace live {
@@ -21,9 +21,8 @@ class AvModule : public Module {
            kind == AddressKind::Stdin || kind == AddressKind::Rtsp;
   }
   std::unique_ptr<Receiver> open(const ReceiverRequest& request) override { return openAvReceiver(request); }
-  std::unique_ptr<Sender> openSender(const SenderRequest& /*request*/, std::string& fault) override {
-    fault = "this module sends nothing";
-    return nullptr;
+  std::unique_ptr<Sender> openSender(const SenderRequest& /*request*/, std::string& /*fault*/) override {
+    return nullptr;  // the other module does, and says what is wrong
   }
   std::unique_ptr<StreamFile> createFile(const SenderRequest& request, std::string& fault) override {
     return createAvStreamFile(request, fault);

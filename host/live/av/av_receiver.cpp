@@ -1,11 +1,11 @@
-#include "av_receiver.h"
+#include "live/av/av_receiver.h"
 
 #include <algorithm>
 #include <chrono>
 #include <string>
 #include <utility>
 
-#include "av_handles.h"
+#include "live/av/av_handles.h"
 #include "live/picture_converter.h"
 
 namespace live {

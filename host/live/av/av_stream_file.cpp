@@ -1,9 +1,9 @@
-#include "av_stream_file.h"
+#include "live/av/av_stream_file.h"
 
 #include <array>
 #include <cstring>
 
-#include "av_handles.h"
+#include "live/av/av_handles.h"
 
 extern "C" {
 #include <libavutil/opt.h>

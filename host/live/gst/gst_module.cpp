@@ -1,7 +1,8 @@
 // The GStreamer module of csrt-track: what it exports.
 #include <gst/gst.h>
 
-#include "gst_receiver.h"
+#include "live/gst/gst_receiver.h"
+#include "live/gst/gst_sender.h"
 #include "live/receiver.h"
 
 namespace live {
@@ -21,13 +22,11 @@ class GstModule : public Module {
   const char* title() const override { return title_.c_str(); }
   bool receives(AddressKind kind) const override { return kind != AddressKind::None; }
   std::unique_ptr<Receiver> open(const ReceiverRequest& request) override { return openGstReceiver(request); }
-  std::unique_ptr<Sender> openSender(const SenderRequest& /*request*/, std::string& fault) override {
-    fault = "this module sends nothing";
-    return nullptr;
+  std::unique_ptr<Sender> openSender(const SenderRequest& request, std::string& fault) override {
+    return openGstSender(request, fault);
   }
-  std::unique_ptr<StreamFile> createFile(const SenderRequest& /*request*/, std::string& fault) override {
-    fault = "this module writes no files";
-    return nullptr;
+  std::unique_ptr<StreamFile> createFile(const SenderRequest& /*request*/, std::string& /*fault*/) override {
+    return nullptr;  // the other module does, and says what is wrong
   }
   std::vector<std::string> decoders() const override { return gstDecoders(); }
 

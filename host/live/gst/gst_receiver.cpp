@@ -1,4 +1,4 @@
-#include "gst_receiver.h"
+#include "live/gst/gst_receiver.h"
 
 #include <gst/app/gstappsink.h>
 #include <gst/gst.h>
@@ -11,7 +11,7 @@
 #include <mutex>
 #include <utility>
 
-#include "gst_handles.h"
+#include "live/gst/gst_handles.h"
 #include "live/picture_converter.h"
 
 namespace live {

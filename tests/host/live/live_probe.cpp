@@ -76,10 +76,12 @@ void probe(const Wishes& wishes) {
     const std::optional<double> drawn = drawnTime(frame.bgr);
     const double real = drawn ? (clocks.unixTime() - *drawn) * 1000.0 : -1.0;
     std::printf(
-        "{\"at\":%.4f,\"frame\":%ld,\"time_s\":%.4f,\"dropped\":%ld,\"age_ms\":%.2f,\"real_age_ms\":%.2f,\"drawn_ms\":%"
+        "{%s\"at\":%.4f,\"frame\":%ld,\"time_s\":%.4f,\"dropped\":%ld,\"age_ms\":%.2f,\"real_age_ms\":%.2f,\"drawn_"
+        "ms\":%"
         ".0f,\"sender\":%s}\n",
-        clocks.unixTime(), frame.index, frame.time_s, frame.live->dropped, believed, real,
-        drawn.value_or(-0.001) * 1000, frame.live->senderClock ? "true" : "false");
+        frame.live->camera.count("pan_deg") != 0 ? "\"camera\":true," : "", clocks.unixTime(), frame.index,
+        frame.time_s, frame.live->dropped, believed, real, drawn.value_or(-0.001) * 1000,
+        frame.live->senderClock ? "true" : "false");
     std::fflush(stdout);
     std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(wishes.workMs));
   }
