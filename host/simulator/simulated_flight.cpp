@@ -229,7 +229,7 @@ class Flight {
     }
     for (; !underWay_.empty() && underWay_.front().at_s <= t_s; underWay_.pop_front()) {
       video_.write(std::move(underWay_.front().bytes));
-      shown_ = true;
+      shown_ = underWay_.front().box;
     }
     talk_(t_s);
   }
@@ -249,10 +249,11 @@ class Flight {
     }
     component_.tick(t_s);
     std::vector<mavlink::Frame> outgoing = component_.takeOutgoing();
-    if (options_.marks && shown_ && !underWay_.empty()) {
+    if (options_.marks && shown_) {
       // The mark is made for the frame that comes next, the one it will be used on: a person's would be a little old,
       // and that would say more about the person than about the gimbal.
-      if (const auto mark = marker_.mark(underWay_.front().box, t_s)) outgoing.push_back(*mark);
+      if (const auto mark = marker_.mark(underWay_.empty() ? *shown_ : underWay_.front().box, t_s))
+        outgoing.push_back(*mark);
     }
     for (const mavlink::Frame& frame : outgoing) {
       const std::vector<std::uint8_t> bytes = mavlink::encodeFrame(frame);
@@ -317,7 +318,7 @@ class Flight {
   std::optional<TextOutput> records_;
   std::deque<Sent> underWay_;
   std::deque<Reading> readings_;
-  bool shown_ = false;  // a frame has gone out
+  std::optional<cv::Rect2d> shown_;  // the target in the last frame that has gone out
   std::optional<double> firstSide_;
   std::vector<double> errors_;
   double panSquares_ = 0.0;

@@ -36,7 +36,8 @@ summary = json.load(open(sys.argv[1]))
 records = [json.loads(line) for line in open(sys.argv[2])]
 ages = sorted(record["age_ms"] for record in records)
 print(json.dumps(summary), "frames judged:", len(records), "age ms, 95 of 100:", ages[int(0.95 * len(ages))])
-if summary["late_frames"] > 10 or ages[int(0.95 * len(ages))] > 400:
+# A mark that is heard late is made on a picture that is gone: the box then lies beside the car, and stays there.
+if summary["late_frames"] > 10 or (summary["marked_s"] or 0) > 0.25 or ages[int(0.95 * len(ages))] > 400:
     print("skipped: this machine is too slow for a run in real time")
     sys.exit(77)
 failures = []
