@@ -1,6 +1,6 @@
 // csrt-track compare and merge: what to do with results of evaluate and tune.
-#include <CLI/CLI.hpp>
 #include <fmt/format.h>
+#include <CLI/CLI.hpp>
 
 #include <cstdio>
 #include <memory>

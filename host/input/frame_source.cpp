@@ -434,6 +434,7 @@ class WatchedSource : public FrameSource {
     return true;
   }
   double fps() const override { return source_->fps(); }
+  std::string note() const override { return source_->note(); }
   long expected() const override { return source_->expected(); }
   std::vector<std::string> faults() const override {
     std::vector<std::string> all = source_->faults();
