@@ -12,6 +12,7 @@
 #include <ocula/ocula_picture.h>
 #include "csrt_config.h"
 #include "csrt_tracker_health.h"
+#include "frame_search.h"
 #include "gpu_image.h"
 #include "ialgo_plugin.h"
 #include "thread_safety.h"
@@ -57,8 +58,6 @@ class CSRTTrackingAlgo : public IAlgoPlugin {
 
  protected:  // tests look inside by deriving
   struct UpdateStep;
-  struct RedetectPatch;
-  struct RedetectRun;
   enum class TrackAction { Step, ReinitFromOldWindow, Rebuild };
 
   // Output records and log (csrt_tracking_algo_core.cpp)
@@ -183,24 +182,22 @@ class CSRTTrackingAlgo : public IAlgoPlugin {
   void fillPredictedResult_Locked_(DetectionResult& result, ocula::OculaPicture& picture, int frameW, int frameH)
       CSRT_REQUIRES(mutex_);
 
-  // Re-detection (csrt_tracking_algo_redetect.cpp)
+  // Re-detection (csrt_tracking_algo_redetect.cpp); the search itself is in frame_search.h
   /// Best place of `templ` near a point. @param cx, cy, objW, objH  full-frame pixels
   /// @param score  -1 when there is none  @param out  size of `templ`; empty when there is none
   void findBestInROI_GPU_Locked_(double cx, double cy, double objW, double objH, const GpuImage& templ,
                                  const GpuImage& image, double& score, cv::Rect& out) CSRT_REQUIRES(mutex_);
   /// Searches the whole frame; afterwards the tracker runs on the find, or one failed attempt is counted.
   void reDetectGlobally_Locked_(ocula::OculaPicture& picture, int frameW, int frameH) CSRT_REQUIRES(mutex_);
-  void collectPatches_Locked_(RedetectRun& run) const CSRT_REQUIRES(mutex_);
-  void takeReference_Locked_(RedetectRun& run) const CSRT_REQUIRES(mutex_);
-  bool tryShrinkFrame_Locked_(RedetectRun& run) CSRT_REQUIRES(mutex_);
-  void searchCoarse_Locked_(RedetectRun& run) CSRT_REQUIRES(mutex_);
-  void matchAtScales_Locked_(RedetectRun& run, const RedetectPatch& patch) CSRT_REQUIRES(mutex_);
-  bool matchBeatsBest_Locked_(RedetectRun& run, const RedetectPatch& patch, const GpuImage& coarse,
-                              const GpuImage& templ) CSRT_REQUIRES(mutex_);
-  void searchFine_Locked_(RedetectRun& run) CSRT_REQUIRES(mutex_);
-  const char* validate_Locked_(const RedetectRun& run) const CSRT_REQUIRES(mutex_);
-  const char* reinitialise_Locked_(const RedetectRun& run, ocula::OculaPicture& picture) CSRT_REQUIRES(mutex_);
-  void finishRedetect_Locked_(const RedetectRun& run, const char* outcome, double value) CSRT_REQUIRES(mutex_);
+  void logTooSmall_Locked_(const NearMatch& match, const cv::Size& templ) const CSRT_REQUIRES(mutex_);
+  std::vector<SearchPatch> searchPatches_Locked_() const CSRT_REQUIRES(mutex_);
+  SearchLimits searchLimits_Locked_() const CSRT_REQUIRES(mutex_);
+  NearMatch searchFine_Locked_(FrameSearch& search) CSRT_REQUIRES(mutex_);
+  const char* validate_Locked_(const NearMatch& find) const CSRT_REQUIRES(mutex_);
+  const char* reinitialise_Locked_(const cv::Rect& find, const cv::Size& frame, ocula::OculaPicture& picture)
+      CSRT_REQUIRES(mutex_);
+  void finishRedetect_Locked_(const FrameSearch& search, std::size_t patches, const char* outcome, double value)
+      CSRT_REQUIRES(mutex_);
   /// Likeness of the frame at `box` (frame pixels) to the target at the start, [-1, 1]; 0 when it cannot be told.
   double computeOrigAppearanceAt_(const cv::Rect& box) const CSRT_REQUIRES(mutex_);
 
@@ -268,10 +265,6 @@ class CSRTTrackingAlgo : public IAlgoPlugin {
  private:
   struct {  // reused by every frame and every search
     cv::Mat crop;
-    GpuImage coarse;
-    GpuImage patch;
-    GpuImage templ;
-    GpuImage scores;
-    cv::Mat scoreMap;
+    SearchMemory search;
   } buffers_ CSRT_GUARDED_BY(mutex_);
 };

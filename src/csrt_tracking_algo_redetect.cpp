@@ -7,20 +7,15 @@
 
 #include "box_refinement.h"
 #include "csrt_tracking_algo.h"
+#include "frame_search.h"
 #include "stability_score.h"
+#include "tracker_engine.h"
 #include "window_geometry.h"
 
 namespace {
 
 constexpr double kRefinedGrowth = 0.01;  // context left around a refined box, box sides
-constexpr int kSmallestTemplate = 5;     // matching fewer pixels finds everything everywhere
-constexpr int kSmallestAppearance = 7;
-constexpr int kCoarseSide = 320;     // the first search never looks at more pixels on the shorter side
-constexpr double kSureScale = 0.95;  // such a hit ends the search over sizes ...
-constexpr double kSurePatch = 0.97;  // ... and such a one over patches
 constexpr char kSuccess[] = "success";
-constexpr double kMinAppearance = 0.6;
-constexpr double kAppearanceCore = 0.6;  // middle part of a box that shows mostly target, box sides
 
 cv::Rect growBy(const cv::Rect& r, double ratio, const cv::Size& bounds) {
   const int dx = roundToInt(ratio * r.width);
@@ -36,38 +31,6 @@ cv::Rect refineBox(const cv::Mat& crop, const cv::Rect& box) {
   const cv::Rect refined = clipToFrame(
       refineInit_GraphSegNearSeed(crop, box, seed, 2.0, 320, 0.8, 700.0F, 160, 3, 16.0, 0.1, 6.0, 8), crop.size());
   return hasArea(refined) ? growBy(refined, kRefinedGrowth, crop.size()) : cv::Rect();
-}
-
-// Size that OpenCV gives a picture resized by a factor.
-cv::Size scaledSize(const cv::Size& size, double factor) {
-  return {cv::saturate_cast<int>(size.width * factor), cv::saturate_cast<int>(size.height * factor)};
-}
-
-bool isSmallerThan(const cv::Size& size, int side) {
-  return size.width < side || size.height < side;
-}
-
-bool isLargerThan(const cv::Size& size, int side) {
-  return size.width > side && size.height > side;
-}
-
-// The middle of `r`, or all of it where the middle is too small to compare.
-cv::Rect appearanceCore(const cv::Rect& r) {
-  const int w = std::max(roundToInt(kAppearanceCore * r.width), 4);
-  const int h = std::max(roundToInt(kAppearanceCore * r.height), 4);
-  const cv::Rect core = intersectRects({r.x + (r.width - w) / 2, r.y + (r.height - h) / 2, w, h}, r);
-  return isLargerThan(core.size(), kSmallestAppearance) ? core : r;
-}
-
-double intersectionOverUnion(const cv::Rect& a, const cv::Rect& b) {
-  const auto common = static_cast<double>(areaOf(intersectRects(a, b)));
-  const double together = static_cast<double>(areaOf(a)) + static_cast<double>(areaOf(b)) - common;
-  return areaOf(a) < 1 || together <= 0.0 ? 0.0 : common / together;
-}
-
-double distanceBetween(const cv::Point2f& a, const cv::Point2f& b) {
-  const cv::Point2f step = a - b;
-  return std::sqrt(double{step.x} * step.x + double{step.y} * step.y);
 }
 
 }  // namespace
@@ -133,7 +96,7 @@ cv::Ptr<cv::tracking::TrackerCSRT> CSRTTrackingAlgo::createTracker_() const {
   if (!c.use_hog && !c.use_color_names && !c.use_rgb && !c.use_gray) {  // OpenCV would crash in init()
     throw std::runtime_error("CSRT needs at least one of use_hog, use_color_names, use_rgb and use_gray");
   }
-  return cv::tracking::TrackerCSRT::create(makeCSRTParams_());
+  return createTracker(makeCSRTParams_());
 }
 
 bool CSRTTrackingAlgo::initializeTrackerFromFrameLocked_(ocula::OculaPicture& picture, const cv::Rect& box, bool refine,
@@ -364,212 +327,95 @@ void CSRTTrackingAlgo::fillPredictedResult_Locked_(DetectionResult& result, ocul
 
 // -------------------------------------------------------------------------------------------------- re-detection
 
-/// A picture of the target and the sizes it is tried at.
-struct CSRTTrackingAlgo::RedetectPatch {
-  const GpuImage* image;
-  const std::vector<double>* scales;
-  const char* source;
-};
-
-/// What one search of the whole frame has found so far.
-struct CSRTTrackingAlgo::RedetectRun {
-  std::vector<RedetectPatch> patches;
-  cv::Size frame;
-  cv::Rect reference;    ///< Where the target was last believed to be.
-  double maxDist = 0.0;  ///< Farthest from there that a find is plausible, pixels.
-  double factor = 1.0;   ///< Shrink factor of the coarse search.
-
-  double coarseScore = -1.0;
-  const RedetectPatch* best = nullptr;
-  cv::Point bestPlace;    ///< Coarse pixels.
-  cv::Size bestTemplate;  ///< Coarse pixels.
-  double fineScore = -1.0;
-  cv::Rect fineBox;  ///< Frame pixels.
-
-  int smallPatches = 0;
-  int scalesTested = 0;
-  int scalesSkippedSize = 0;
-  int matchCalls = 0;
-  std::int64_t start = cv::getTickCount();
-  std::int64_t coarseDone = start;
-  std::int64_t searchStart = start;
-  std::int64_t searchEnd = start;
-  std::int64_t fineEnd = start;
-};
-
 void CSRTTrackingAlgo::findBestInROI_GPU_Locked_(double cx, double cy, double objW, double objH, const GpuImage& templ,
                                                  const GpuImage& image, double& score, cv::Rect& out) {
-  score = -1.0;
-  out = {};
-  if (templ.empty() || image.empty()) return;
-  const cv::Size object(std::max(roundToInt(objW), templ.cols()), std::max(roundToInt(objH), templ.rows()));
-  const int fine = config_.redetect.fine_roi_size;
-  const cv::Rect search = clipToFrame(fineSearchRect({cx, cy}, object, fine), image.size());
-  if (!hasArea(search)) return;
-  if (search.width < templ.cols() || search.height < templ.rows()) {
-    log_("findBestInROI: search ROI too small for template search=(%d,%d,%d,%d) templ=%dx%d obj=%dx%d fine=%d",
-         search.x, search.y, search.width, search.height, templ.cols(), templ.rows(), object.width, object.height,
-         fine);
-    return;
-  }
-  gpuMatchTemplate(image.region(search), templ, buffers_.scores, cv::TM_CCOEFF_NORMED);
-  const BestMatch best = bestMatch(buffers_.scores, buffers_.scoreMap);
-  score = best.score;
-  out = {search.x + best.place.x, search.y + best.place.y, templ.cols(), templ.rows()};
+  const NearMatch match =
+      findNear(image, templ, {cx, cy}, {objW, objH}, config_.redetect.fine_roi_size, buffers_.search);
+  logTooSmall_Locked_(match, templ.size());
+  score = match.score;
+  out = match.box;
+}
+
+void CSRTTrackingAlgo::logTooSmall_Locked_(const NearMatch& match, const cv::Size& templ) const {
+  if (!match.tooSmall) return;
+  const cv::Rect& r = match.region;
+  log_("findBestInROI: search ROI too small for template search=(%d,%d,%d,%d) templ=%dx%d obj=%dx%d fine=%d", r.x, r.y,
+       r.width, r.height, templ.width, templ.height, match.object.width, match.object.height,
+       config_.redetect.fine_roi_size);
 }
 
 void CSRTTrackingAlgo::reDetectGlobally_Locked_(ocula::OculaPicture& picture, int frameW, int frameH) {
-  RedetectRun run;
   if (!initialized_ || fullGrayGpu_.empty()) return forceFullyLost_Locked_();
-  run.frame = {frameW, frameH};
-  collectPatches_Locked_(run);
-  if (run.patches.empty()) return onRedetectFail_Locked_();
-  takeReference_Locked_(run);
-  if (!tryShrinkFrame_Locked_(run)) return onRedetectFail_Locked_();
+  const std::vector<SearchPatch> patches = searchPatches_Locked_();
+  if (patches.empty()) return onRedetectFail_Locked_();
+  FrameSearch search(fullGrayGpu_, patches, searchLimits_Locked_(), buffers_.search);
+  if (!search.tryShrinkFrame()) return onRedetectFail_Locked_();
 
-  searchCoarse_Locked_(run);
-  if (run.best == nullptr) return finishRedetect_Locked_(run, "noCandidate", -1.0);
-  searchFine_Locked_(run);
-  if (!hasArea(run.fineBox)) return finishRedetect_Locked_(run, "fineRoi_empty", run.fineScore);
-  const char* outcome = validate_Locked_(run);
-  if (outcome == nullptr) outcome = reinitialise_Locked_(run, picture);
-  finishRedetect_Locked_(run, outcome, run.fineScore);
+  if (!search.searchCoarse()) return finishRedetect_Locked_(search, patches.size(), "noCandidate", -1.0);
+  const NearMatch find = searchFine_Locked_(search);
+  const char* outcome = hasArea(find.box) ? validate_Locked_(find) : "fineRoi_empty";
+  if (outcome == nullptr) outcome = reinitialise_Locked_(find.box, {frameW, frameH}, picture);
+  finishRedetect_Locked_(search, patches.size(), outcome, find.score);
 }
 
-void CSRTTrackingAlgo::collectPatches_Locked_(RedetectRun& run) const {
-  if (!origPatchGpu_.empty()) run.patches.push_back({&origPatchGpu_, &config_.redetect.scale_list, "orig"});
-  if (dynPatchValid_ && !dynPatchGpu_.empty()) run.patches.push_back({&dynPatchGpu_, &dynScaleList_, "dyn"});
+std::vector<SearchPatch> CSRTTrackingAlgo::searchPatches_Locked_() const {
+  std::vector<SearchPatch> patches;
+  if (!origPatchGpu_.empty()) patches.push_back({&origPatchGpu_, &config_.redetect.scale_list, "orig"});
+  if (dynPatchValid_ && !dynPatchGpu_.empty()) patches.push_back({&dynPatchGpu_, &dynScaleList_, "dyn"});
+  return patches;
 }
 
-void CSRTTrackingAlgo::takeReference_Locked_(RedetectRun& run) const {
-  run.reference = areaOf(predictedBox_) >= 1 ? predictedBox_ : trackBox_;
-  if (!hasArea(run.reference)) return;
-  const auto w = static_cast<double>(run.reference.width);
-  const auto h = static_cast<double>(run.reference.height);
-  run.maxDist = std::max(3.0 * std::sqrt(w * w + h * h), 80.0);
+SearchLimits CSRTTrackingAlgo::searchLimits_Locked_() const {
+  const CsrtConfig::Redetect& c = config_.redetect;
+  return {c.coarse_factor, c.fine_roi_size, c.re_detect_threshold, config_.stability.min_scale_ratio,
+          config_.stability.max_scale_ratio};
 }
 
-bool CSRTTrackingAlgo::tryShrinkFrame_Locked_(RedetectRun& run) {
-  const cv::Size full = fullGrayGpu_.size();
-  const int shorter = std::min(full.width, full.height);
-  if (shorter < 1) return false;
-  run.factor = config_.redetect.coarse_factor;
-  if (shorter > kCoarseSide) run.factor = std::min(run.factor, static_cast<double>(kCoarseSide) / shorter);
-  if (!(run.factor > 0.0)) run.factor = 1.0;
-  if (isSmallerThan(scaledSize(full, run.factor), kSmallestTemplate)) return false;
-  if (run.factor != 1.0) {
-    resizeImage(fullGrayGpu_, buffers_.coarse, {}, run.factor, run.factor, cv::INTER_AREA);
-  }
-  run.coarseDone = run.searchStart = cv::getTickCount();
-  return true;
-}
-
-void CSRTTrackingAlgo::searchCoarse_Locked_(RedetectRun& run) {
-  for (const RedetectPatch& patch : run.patches) {
-    matchAtScales_Locked_(run, patch);
-    if (run.coarseScore > kSurePatch) break;
-  }
-  run.searchEnd = cv::getTickCount();
-}
-
-void CSRTTrackingAlgo::matchAtScales_Locked_(RedetectRun& run, const RedetectPatch& patch) {
-  const bool tooSmall = isSmallerThan(patch.image->size(), kSmallestTemplate) ||
-                        isSmallerThan(scaledSize(patch.image->size(), run.factor), kSmallestTemplate);
-  if (tooSmall) {
-    ++run.smallPatches;
-    return;
-  }
-  if (run.factor != 1.0) resizeImage(*patch.image, buffers_.patch, {}, run.factor, run.factor, cv::INTER_LINEAR);
-  const GpuImage& coarse = run.factor != 1.0 ? buffers_.coarse : fullGrayGpu_;
-  const GpuImage& shrunken = run.factor != 1.0 ? buffers_.patch : *patch.image;
-  for (const double scale : *patch.scales) {
-    ++run.scalesTested;
-    const cv::Size size(std::max(roundToInt(shrunken.cols() * scale), kSmallestTemplate),
-                        std::max(roundToInt(shrunken.rows() * scale), kSmallestTemplate));
-    if (size.width > coarse.cols() || size.height > coarse.rows()) {
-      ++run.scalesSkippedSize;
-      continue;
-    }
-    if (size != shrunken.size()) resizeImage(shrunken, buffers_.templ, size, 0.0, 0.0, cv::INTER_LINEAR);
-    const GpuImage& templ = size != shrunken.size() ? buffers_.templ : shrunken;
-    if (matchBeatsBest_Locked_(run, patch, coarse, templ) && run.coarseScore > kSureScale) break;
-  }
-}
-
-bool CSRTTrackingAlgo::matchBeatsBest_Locked_(RedetectRun& run, const RedetectPatch& patch, const GpuImage& coarse,
-                                              const GpuImage& templ) {
-  ++run.matchCalls;
-  gpuMatchTemplate(coarse, templ, buffers_.scores, cv::TM_CCOEFF_NORMED);
-  const BestMatch match = bestMatch(buffers_.scores, buffers_.scoreMap);
-  if (!(match.score > run.coarseScore)) return false;  // equal: the earlier hit stays
-  run.coarseScore = match.score;
-  run.best = &patch;
-  run.bestPlace = match.place;
-  run.bestTemplate = templ.size();
-  return true;
-}
-
-// Centred on the coarse hit's corner, not its middle: the search region's smallest side covers the difference.
-void CSRTTrackingAlgo::searchFine_Locked_(RedetectRun& run) {
-  const double back = 1.0 / run.factor;
-  findBestInROI_GPU_Locked_(run.bestPlace.x * back, run.bestPlace.y * back, run.bestTemplate.width * back,
-                            run.bestTemplate.height * back, *run.best->image, fullGrayGpu_, run.fineScore, run.fineBox);
-  run.fineEnd = cv::getTickCount();
-  log_("reDetectGlobally: coarse=%.3f, fine=%.3f ROI=(%d,%d,%d,%d) src=%s scale=%.3f", run.coarseScore, run.fineScore,
-       run.fineBox.x, run.fineBox.y, run.fineBox.width, run.fineBox.height, run.best->source, run.factor);
+NearMatch CSRTTrackingAlgo::searchFine_Locked_(FrameSearch& search) {
+  const NearMatch find = search.searchFine();
+  logTooSmall_Locked_(find, search.bestPatchSize());
+  log_("reDetectGlobally: coarse=%.3f, fine=%.3f ROI=(%d,%d,%d,%d) src=%s scale=%.3f", search.coarseScore(), find.score,
+       find.box.x, find.box.y, find.box.width, find.box.height, search.source(), search.factor());
+  return find;
 }
 
 // nullptr for a find that can be trusted, else the outcome that it fails with.
-const char* CSRTTrackingAlgo::validate_Locked_(const RedetectRun& run) const {
-  const double threshold = config_.redetect.re_detect_threshold;
-  const bool hasReference = hasArea(run.reference);
-  double dist = 0.0;
-  double areaRatio = 1.0;
-  bool scaleOK = true;
-  bool near = false;
-  if (hasReference) {
-    dist = distanceBetween(centreOf(run.fineBox), centreOf(run.reference));
-    areaRatio = static_cast<double>(areaOf(run.fineBox)) / static_cast<double>(areaOf(run.reference));
-    scaleOK = config_.stability.min_scale_ratio <= areaRatio && areaRatio <= config_.stability.max_scale_ratio &&
-              !(dist > run.maxDist);  // the distance is part of the same test, on purpose
-    near = dist < 0.25 * run.maxDist;
-  }
-  const double simOrig = computeOrigAppearanceAt_(run.fineBox);
-  const double iou = intersectionOverUnion(run.reference, run.fineBox);
-  const bool geomStrong = hasReference && iou >= 0.7 && dist <= 0.3 * run.maxDist;
+const char* CSRTTrackingAlgo::validate_Locked_(const NearMatch& find) const {
+  const SearchReference reference = referenceAt(areaOf(predictedBox_) >= 1 ? predictedBox_ : trackBox_);
+  const double simOrig = computeOrigAppearanceAt_(find.box);
+  const SearchVerdict v = judgeFind(find.box, find.score, simOrig, reference, searchLimits_Locked_());
   log_(
       "reDetectGlobally (validate): fine=%.3f dist=%.1f maxDist=%.1f areaRatio=%.2f scaleOK=%d near=%d simOrig=%.3f "
       "(min=%.3f) IoU=%.2f geomStrong=%d",
-      run.fineScore, dist, run.maxDist, areaRatio, scaleOK ? 1 : 0, near ? 1 : 0, simOrig, kMinAppearance, iou,
-      geomStrong ? 1 : 0);
-  if (!geomStrong && !(simOrig >= kMinAppearance)) return "appearance_fail";
-
-  const double tNear = 0.7 * threshold;
-  const bool accept = scaleOK && (run.fineScore > threshold || (hasReference && near && run.fineScore > tNear));
+      find.score, v.dist, reference.maxDist, v.areaRatio, v.scaleOK ? 1 : 0, v.near ? 1 : 0, simOrig, kMinLikeness,
+      v.overlap, v.geomStrong ? 1 : 0);
+  if (!v.looksRight) return "appearance_fail";
   log_(
       "reDetectGlobally (validate): fine=%.3f dist=%.1f maxDist=%.1f areaRatio=%.2f scaleOK=%d near=%d tNear=%.3f "
       "accept=%d",
-      run.fineScore, dist, run.maxDist, areaRatio, scaleOK ? 1 : 0, near ? 1 : 0, tNear, accept ? 1 : 0);
-  return accept ? nullptr : "reject";
+      find.score, v.dist, reference.maxDist, v.areaRatio, v.scaleOK ? 1 : 0, v.near ? 1 : 0, v.nearScore,
+      v.accepted ? 1 : 0);
+  return v.accepted ? nullptr : "reject";
 }
 
-const char* CSRTTrackingAlgo::reinitialise_Locked_(const RedetectRun& run, ocula::OculaPicture& picture) {
+const char* CSRTTrackingAlgo::reinitialise_Locked_(const cv::Rect& find, const cv::Size& frame,
+                                                   ocula::OculaPicture& picture) {
   tracker_.reset();
   trackerReady_ = false;
   redetectAttempts_ = 0;
   tracker_ = createTracker_();  // stays, unready, when there is nothing to start it on
-  const cv::Rect window = computeProcWindow_Locked_(run.fineBox, run.frame);
+  const cv::Rect window = computeProcWindow_Locked_(find, frame);
   cv::Mat crop = picture.cropToMat(window.x, window.y, window.width, window.height);
   if (crop.empty()) return "roiBgr_empty";
   crop = ensureBGR8Contiguous_(crop);
-  const cv::Rect local = clipToFrame(toCrop(run.fineBox, window.tl()), crop.size());
+  const cv::Rect local = clipToFrame(toCrop(find, window.tl()), crop.size());
   if (!hasArea(local)) return "local_empty";
   tracker_->init(crop, local);
   trackerReady_ = true;
 
   initCrop_ = crop.clone();
   procRoi_ = window;
-  trackBox_ = predictedBox_ = run.fineBox;
+  trackBox_ = predictedBox_ = find;
   initBoxInCrop_ = local;
   csrtInputSize_ = crop.size();
   initialized_ = true;
@@ -581,31 +427,24 @@ const char* CSRTTrackingAlgo::reinitialise_Locked_(const RedetectRun& run, ocula
   return kSuccess;
 }
 
-void CSRTTrackingAlgo::finishRedetect_Locked_(const RedetectRun& run, const char* outcome, double value) {
+void CSRTTrackingAlgo::finishRedetect_Locked_(const FrameSearch& search, std::size_t patches, const char* outcome,
+                                              double value) {
   const double perMs = 1000.0 / cv::getTickFrequency();
   const auto ms = [perMs](std::int64_t ticks) { return static_cast<double>(ticks) * perMs; };
-  const double total = ms(cv::getTickCount() - run.start);
-  const double coarse = ms(run.coarseDone - run.start);
-  const double search = ms(run.searchEnd - run.searchStart);
-  const double fine = ms(run.fineEnd - run.searchEnd);  // negative when there was nothing to search finely
+  const FrameSearch::Times& at = search.times();
+  const FrameSearch::Counts& counts = search.counts();
+  const double total = ms(cv::getTickCount() - at.start);
+  const double coarse = ms(at.shrunk - at.start);
+  const double searched = ms(at.coarse - at.shrunk);
+  const double fine = ms(at.fine - at.coarse);  // negative when there was nothing to search finely
   log_(
       "reDetectGlobally[timing-%s]: total=%.3f ms | coarse=%.3f | search=%.3f | fine=%.3f | validate+reinit=%.3f | "
       "patches=%zu smallPatches=%d scalesTested=%d scalesSkippedSize=%d matchCalls=%d fineVal=%.3f",
-      outcome, total, coarse, search, fine, std::max(total - coarse - search - fine, 0.0), run.patches.size(),
-      run.smallPatches, run.scalesTested, run.scalesSkippedSize, run.matchCalls, value);
+      outcome, total, coarse, searched, fine, std::max(total - coarse - searched - fine, 0.0), patches,
+      counts.smallPatches, counts.scalesTested, counts.scalesSkippedSize, counts.matchCalls, value);
   if (outcome != kSuccess) onRedetectFail_Locked_();
 }
 
 double CSRTTrackingAlgo::computeOrigAppearanceAt_(const cv::Rect& box) const {
-  if (origPatchGpu_.empty() || fullGrayGpu_.empty()) return 0.0;
-  const cv::Rect r = clipToFrame(box, fullGrayGpu_.size());
-  if (!isLargerThan(r.size(), kSmallestAppearance)) return 0.0;
-  const cv::Mat candidate = fullGrayGpu_.region(appearanceCore(r)).download();
-  cv::Mat patch = origPatchGpu_.region(appearanceCore({{}, origPatchGpu_.size()})).download();
-  if (patch.size() != candidate.size()) cv::resize(patch, patch, candidate.size(), 0.0, 0.0, cv::INTER_LINEAR);
-  cv::Mat similarity;
-  cv::matchTemplate(candidate, patch, similarity, cv::TM_CCOEFF_NORMED);
-  double best = 0.0;
-  cv::minMaxLoc(similarity, nullptr, &best);
-  return best;
+  return likenessAt(fullGrayGpu_, origPatchGpu_, box);
 }

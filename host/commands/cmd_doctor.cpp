@@ -11,9 +11,10 @@
 #include "base/host_error.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
+#include "commands/plugin_choice.h"
 #include "live/module.h"
 #include "plugin/doctor_checks.h"
-#include "plugin/plugin_library.h"
+#include "run/engine_check.h"
 
 namespace host {
 namespace {
@@ -21,7 +22,7 @@ namespace {
 using Level = DoctorFinding::Level;
 
 struct DoctorOptions {
-  std::string plugin;
+  PluginChoice plugin;
   std::string output = ".";
   bool live = false;
 };
@@ -79,31 +80,32 @@ std::vector<DoctorFinding> checkLive(const std::string& folder) {
 }
 
 int examine(const DoctorOptions& options) {
-  const bool pluginBad = print(checkPlugin(options.plugin.empty() ? defaultPluginPath() : options.plugin));
+  const std::string plugin = pathOf(options.plugin);
+  const bool pluginBad = print(checkPlugin(plugin));
+  const bool enginesDiffer = !pluginBad && print({checkEngines(plugin)});
   const bool openCvBad = print(checkOpenCv());
   const bool outputBad = print(checkOutput(options.output));
   print({checkDisplay()});
   print(options.live ? checkLive(options.output) : checkLiveFiles());
   if (pluginBad) return static_cast<int>(ExitCode::Plugin);
   if (outputBad) return static_cast<int>(ExitCode::Output);
-  return static_cast<int>(openCvBad ? ExitCode::Findings : ExitCode::Done);
+  return static_cast<int>(openCvBad || enginesDiffer ? ExitCode::Findings : ExitCode::Done);
 }
 
 }  // namespace
 
 void addDoctorCommand(CLI::App& app, int& status) {
   const auto options = std::make_shared<DoctorOptions>();
-  CLI::App& command =
-      *app.add_subcommand("doctor", "Check the plug-in, OpenCV, the GPU, codecs, output folder and display");
-  command.add_option("--plugin", options->plugin, "The plug-in library; default: the one that track would use")
-      ->type_name("PATH");
+  CLI::App& command = *app.add_subcommand(
+      "doctor", "Check the plug-in and its engines, OpenCV, the GPU, codecs, output folder and display");
+  addPluginOptions(command, options->plugin);
   command.add_option("--output", options->output, "Folder that output would go to")
       ->type_name("DIR")
       ->capture_default_str();
   command.add_flag("--live", options->live, "Load the modules for live sources and name the decoders they would take");
   command.footer(helpFooter({"doctor", "doctor --plugin build/lib/libcsrt_tracking_plugin.so --output results"},
                             {{0, "all is well; notes do not change it"},
-                             {1, "OpenCV does not fit"},
+                             {1, "OpenCV does not fit, or the two engines give different answers"},
                              {4, "the plug-in cannot be used"},
                              {6, "output cannot be written"}}));
   command.callback([options, &status] { status = examine(*options); });

@@ -24,7 +24,7 @@ double rounded(double ms) {
 class PluginFollower : public Follower {
  public:
   PluginFollower(PluginLibrary& library, const std::string& configText, bool followFrameTime)
-      : session_(library.create(), "target") {
+      : session_(library.create(), "target", library.engine()) {
     session_.configure(configText);
     session_.keepPace(followFrameTime ? Pace::Video : Pace::Fast);
   }
@@ -123,9 +123,8 @@ std::unique_ptr<Follower> makePluginFollower(PluginLibrary& library, const std::
   return std::make_unique<PluginFollower>(library, configText, followFrameTime);
 }
 
-std::unique_ptr<Follower> makeReferenceFollower(const std::string* configText) {
-  return makeTrackerFollower(cv::tracking::TrackerCSRT::create(
-      configText == nullptr ? cv::tracking::TrackerCSRT::Params() : paramsOf(*configText)));
+std::unique_ptr<Follower> makeReferenceFollower(const std::string* configText, TrackerMaker make) {
+  return makeTrackerFollower(make(configText == nullptr ? cv::tracking::TrackerCSRT::Params() : paramsOf(*configText)));
 }
 
 std::unique_ptr<Follower> makeTrackerFollower(cv::Ptr<cv::Tracker> tracker) {

@@ -6,6 +6,7 @@
 #include <opencv2/core.hpp>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace host {
 
@@ -14,7 +15,7 @@ struct SourceOptions {
   std::string pipeline;  ///< A GStreamer pipeline in place of `source`; empty: none.
   long start = 0;        ///< First frame to deliver, counted from 0 in the source.
   long frames = 0;       ///< At most so many frames; 0: to the end.
-  double fps = 0.0;      ///< Frames per second to assume; 0: what the source says, 25 for pictures.
+  double fps = 0.0;      ///< Frames per second, whatever the source says; 0: its own time stamps, 25 for pictures.
 };
 
 /// What is known of a live frame beside its picture.
@@ -28,8 +29,11 @@ struct LiveFacts {
 /// One decoded frame and its place in the source.
 struct SourceFrame {
   long index = 0;                 ///< Counted from 0 at the source's own beginning.
-  double time_s = 0.0;            ///< Seconds since the source's beginning: index / fps, or the clock for a camera.
+  double time_s = 0.0;            ///< Seconds since the source's first frame: its time stamp, else index / fps; of a
+                                  ///< camera the clock's.
   cv::Mat bgr;                    ///< 8-bit BGR; owned by the caller, never overwritten by a later read.
+  std::string file;               ///< Of a sequence of pictures: the picture's name, without its folder. Else empty.
+  std::string note;               ///< What was the matter with this frame, such as "damaged"; empty: nothing.
   std::optional<LiveFacts> live;  ///< Of live sources alone.
   bool noSignal = false;          ///< Of live sources: no frame came for a second or more; there is no picture.
 };
@@ -40,9 +44,20 @@ class FrameSource {
   virtual ~FrameSource() = default;
   /// The next frame. False at the end, after options.frames frames, or where the source cannot be decoded further.
   virtual bool read(SourceFrame& frame) = 0;
-  virtual double fps() const = 0;     ///< Frames per second, > 0.
-  virtual long expected() const = 0;  ///< Frames that read() will probably deliver; 0: unknown.
+  virtual double fps() const = 0;                  ///< Frames per second, > 0.
+  virtual std::string note() const { return {}; }  ///< What a person should know of the rate; empty: nothing.
+  virtual long expected() const = 0;               ///< Frames that read() will probably deliver; 0: unknown.
+  /// What was the matter with the source as far as it was read, one short sentence each: it ended before the end it
+  /// names, frames were damaged, pictures changed their size. Empty: nothing.
+  virtual std::vector<std::string> faults() const { return {}; }
 };
+
+/// The pictures that a folder or a pattern stands for, in their order; empty for any other source, and where there are
+/// none.
+std::vector<std::string> picturesOfSource(const std::string& source);
+
+/// Whether a source is a pipe, which can be read but once.
+bool isReadableOnce(const std::string& source);
 
 /// Opens a source. The first frame is only read by read().
 /// @throws HostError (Source) when it cannot be opened or ends before `start`; (Usage) for a negative number

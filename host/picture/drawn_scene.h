@@ -27,7 +27,8 @@ class DrawnScene {
 /// What writeDrawnScene() draws: where its figure is, a scene of the same size and seed knows.
 inline constexpr std::uint64_t kDrawnSceneSeed = 20240607;
 
-/// Writes `frames` frames as a video. @throws HostError (Usage, Output) naming the path
+/// Writes `frames` frames as a video, or as many as there were when a signal asked to stop. @throws HostError (Usage,
+/// Output) naming the path
 void writeDrawnScene(const std::string& path, cv::Size size, int frames, double fps);
 
 }  // namespace host

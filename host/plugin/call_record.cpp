@@ -1,5 +1,6 @@
 #include "plugin/call_record.h"
 
+#include <algorithm>
 #include <cmath>
 #include <variant>
 
@@ -37,6 +38,10 @@ double roundedTo(double value, int digits) {
 
 }  // namespace
 
+bool anyFollowed(const std::vector<CallRecord>& records) {
+  return std::any_of(records.begin(), records.end(), [](const CallRecord& r) { return !r.isInit || r.started; });
+}
+
 Json toJson(const AlgoValue& value) {
   return std::visit(ToJson{}, static_cast<const AlgoValue::Base&>(value));
 }
@@ -50,8 +55,11 @@ Json toJson(const CallRecord& record) {
                {"call", record.noSignal ? "none"
                         : record.isInit ? "init"
                                         : "update"}};
+  if (!record.file.empty()) json["file"] = record.file;
+  if (!record.sourceNote.empty()) json["source_note"] = record.sourceNote;
   if (record.isInit) json["started"] = record.started;
   if (record.givenBox) json["given_box"] = toJson(*record.givenBox);
+  json["engine"] = record.engine;
   json["pace"] = record.pace;
   json["update_ms"] = roundedTo(record.update_ms, 3);
   json["state"] = name(record.state);

@@ -19,8 +19,8 @@ double millisecondsSince(Clock::time_point begin) {
 
 }  // namespace
 
-TargetSession::TargetSession(std::shared_ptr<IAlgoPlugin> plugin, std::string name)
-    : plugin_(std::move(plugin)), name_(std::move(name)) {
+TargetSession::TargetSession(std::shared_ptr<IAlgoPlugin> plugin, std::string name, std::string engine)
+    : plugin_(std::move(plugin)), name_(std::move(name)), engine_(std::move(engine)) {
   installLogCapture();
   plugin_->enableDebug(true);
 }
@@ -89,6 +89,7 @@ CallRecord TargetSession::begin_(const FramePlace& place, bool isInit) const {
   record.target = name_;
   record.frame = place.index;
   record.time_s = place.time_s;
+  record.engine = engine_;
   record.isInit = isInit;
   record.pace = host::name(pace_);
   return record;

@@ -26,7 +26,8 @@ class TargetSession {
  public:
   using Frame = std::shared_ptr<ocula::OculaPicture>;
 
-  TargetSession(std::shared_ptr<IAlgoPlugin> plugin, std::string name);
+  /// @param engine  the plug-in's, as records say it
+  TargetSession(std::shared_ptr<IAlgoPlugin> plugin, std::string name, std::string engine = "unknown");
 
   /// Gives the plug-in a configuration; its debug lines stay on whatever the text says. Empty: nothing is passed.
   /// @return what the plug-in logged
@@ -54,6 +55,7 @@ class TargetSession {
 
   std::shared_ptr<IAlgoPlugin> plugin_;
   std::string name_;
+  std::string engine_;
   std::optional<FramePlace> seen_;  // where the target was last seen
   long callsSinceSeen_ = 0;
   TrackState lastState_ = TrackState::Inactive;

@@ -20,6 +20,7 @@ struct RunInfo {
   std::vector<std::string> targets;  ///< Names, in the order of the records.
   std::string configText;            ///< What setConfig() got; empty: nothing.
   std::string pluginPath;
+  std::string engine;  ///< The plug-in's: opencv, fast or unknown.
 };
 
 /// All calls come from one thread. A thrown HostError ends the run in order.

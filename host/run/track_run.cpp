@@ -9,6 +9,7 @@
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
+#include "base/masked_address.h"
 #include "base/worker_pool.h"
 #include "input/metadata_keys.h"
 #include "plugin/target_session.h"
@@ -157,7 +158,7 @@ class Targets {
   }
 
   void add_(const std::string& name) {
-    sessions_.push_back(std::make_unique<TargetSession>(library_.create(), name));
+    sessions_.push_back(std::make_unique<TargetSession>(library_.create(), name, library_.engine()));
     sessions_.back()->keepPace(run_.pace);
     const std::vector<std::string> lines = sessions_.back()->configure(run_.configText);
     if (run_.logToStderr) showLog(name, lines);
@@ -169,15 +170,24 @@ class Targets {
   WorkerPool pool_;
 };
 
+/// What the source knows about the frame the records are of.
+void addSource(const SourceFrame& frame, std::vector<CallRecord>& records) {
+  for (CallRecord& record : records) {
+    record.file = frame.file;
+    record.sourceNote = frame.note;
+  }
+}
+
 RunInfo infoOf(const SourceFrame& first, const FrameSource& source, const PluginLibrary& library, const TrackRun& run) {
   RunInfo info;
-  info.source = run.sourceName;
+  info.source = withPasswordsMasked(run.sourceName);
   info.frameSize = first.bgr.size();
   info.fps = source.fps();
   info.firstFrame = first.index;
   for (const TargetOption& target : run.targets) info.targets.push_back(target.name);
   info.configText = run.configText;
   info.pluginPath = library.path();
+  info.engine = library.engine();
   return info;
 }
 
@@ -238,6 +248,7 @@ TrackRunResult runTrack(FrameSource& source, PluginLibrary& library, TrackRun ru
       observers.noSignal(targets.silent(frame));
     } else {
       ++result.frames;
+      addSource(frame, records);
       showLogs(records, run.logToStderr);
       observers.frame(frame, records);
     }
@@ -248,6 +259,8 @@ TrackRunResult runTrack(FrameSource& source, PluginLibrary& library, TrackRun ru
     records = targets.update(frame);
   }
   result.interrupted = interruptSignal() != 0;
+  result.sourceFaults = source.faults();
+  result.frameSize = info.frameSize;
   observers.end();
   return result;
 }

@@ -51,6 +51,8 @@ struct TrackRunResult {
   long frames = 0;                  ///< Frames delivered by the source, the first one included.
   std::vector<CallRecord> refused;  ///< The init records of targets that did not start.
   bool interrupted = false;
+  cv::Size frameSize;                     ///< Of the first frame, pixels.
+  std::vector<std::string> sourceFaults;  ///< What was the matter with the source; see FrameSource::faults().
 };
 
 /// Starts every target on the source's first frame and updates it on each later one until the source ends, a signal
