@@ -6,6 +6,7 @@
 #include <string>
 
 #include "base/host_error.h"
+#include "base/pending_file.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
 #include "commands/live_options.h"
@@ -23,7 +24,7 @@ struct GridOptions {
 
 int writeGrid(const GridOptions& options) {
   checkPictureName(options.picture, "--out");
-  checkWritable(options.picture, "--out");
+  PendingFile file(options.picture, "--out");
   std::unique_ptr<FrameSource> source;
   if (isLive(options.source)) {
     source = openLiveSource(options.source, options.live, "", true);
@@ -32,7 +33,7 @@ int writeGrid(const GridOptions& options) {
   }
   SourceFrame frame;
   if (!source->read(frame)) throw HostError(ExitCode::Source, "'" + options.source.source + "' has no frame");
-  writePicture(options.picture, drawGrid(frame.bgr));
+  writePicture(file, drawGrid(frame.bgr));
   std::printf("%s: %d x %d pixels\n", std::filesystem::absolute(options.picture).lexically_normal().c_str(),
               frame.bgr.cols, frame.bgr.rows);
   return static_cast<int>(ExitCode::Done);

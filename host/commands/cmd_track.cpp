@@ -164,6 +164,7 @@ void checkFiles(const TrackOptions& options) {
   plan.writes("--records", options.records);
   plan.writes("--video", options.video);
   plan.writes("--still", options.still);
+  plan.writes("--klv-out", options.klvOut);
   plan.writes("--report", options.report);
   plan.writes("--klv-out", options.klvOut);
   plan.writesFolder("--save-run", options.saveRun);

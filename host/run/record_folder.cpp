@@ -65,7 +65,8 @@ RecordFolder::RecordFolder(std::string folder, std::uint64_t quota) : folder_(st
   if (!fs::is_directory(folder_, failed)) {
     throw HostError(ExitCode::Usage, "--record-dir '" + folder_.string() + "' is not a folder and cannot be made");
   }
-  checkWritable((folder_ / "csrt-probe.jsonl").string(), "--record-dir");
+  TextOutput((folder_ / "csrt-probe.jsonl").string(), "--record-dir");  // said now rather than after a minute
+  fs::remove(folder_ / "csrt-probe.jsonl", failed);
 }
 
 void RecordFolder::begin(const RunInfo& info) {
@@ -90,8 +91,9 @@ void RecordFolder::beginPart_(double time_s) {
   const std::string number = std::to_string(part_++);
   const std::string name =
       kHead + timeText() + "-" + std::string(number.size() < 6 ? 6 - number.size() : 0, '0') + number;
-  records_.emplace((folder_ / (name + ".jsonl")).string());
-  video_.emplace((folder_ / (name + ".mkv")).string(), info_.frameSize, info_.fps);
+  records_.emplace((folder_ / (name + ".jsonl")).string(), "--record-dir");
+  file_.emplace((folder_ / (name + ".mkv")).string(), "--record-dir");
+  video_.emplace(*file_, info_.frameSize, info_.fps);
   begun_ = time_s;
 }
 
@@ -119,6 +121,7 @@ void RecordFolder::writeRecords_(const std::vector<CallRecord>& records) {
 void RecordFolder::end() {
   if (video_) video_->close();
   video_.reset();
+  file_.reset();
   records_.reset();
 }
 

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "base/pending_file.h"
 #include "base/text_output.h"
 #include "picture/annotate.h"
 #include "picture/picture_output.h"
@@ -50,6 +51,7 @@ class RecordFolder : public RunObserver {
   std::uint64_t quota_;
   RunInfo info_;
   Annotator annotator_;
+  std::optional<PendingFile> file_;
   std::optional<VideoOutput> video_;
   std::optional<TextOutput> records_;
   double begun_ = 0.0;
