@@ -1,6 +1,7 @@
 #include "evaluation/results.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <set>
 #include <sstream>
 #include <tuple>
@@ -9,7 +10,6 @@
 #include "base/host_error.h"
 #include "base/json_error.h"
 #include "base/json_text.h"
-#include "evaluation/sequence.h"
 #include "run/run_summary.h"
 
 namespace host {
@@ -197,29 +197,28 @@ std::vector<std::string> missingParts(const std::vector<EvaluationResult>& parts
                                       const std::vector<std::string>& names) {
   std::vector<std::string> missing;
   std::set<long> there;
-  std::string first;
-  Shard shard;
+  std::string count;
   for (std::size_t i = 0; i < parts.size(); ++i) {
     const std::string* cut = factOf(parts[i].facts, "interrupted");
     if (cut != nullptr) missing.push_back("'" + names[i] + "' was interrupted (" + *cut + ")");
     const std::string* shards = factOf(parts[i].facts, "shard");  // "1/3", of merged ones "1/3; 3/3"
     if (shards == nullptr) continue;
     std::istringstream list(*shards);
-    for (std::string text; std::getline(list >> std::ws, text, ';');) {
-      const Shard next = parseShard(text);
-      if (!first.empty() && next.count != shard.count) {
-        throw HostError(ExitCode::Usage, "'" + names[i] + "' is shard " + text + ", another is shard " + first +
-                                             ": they are of different divisions");
+    for (std::string shard; std::getline(list, shard, ';');) {
+      const std::size_t slash = shard.find('/');
+      const std::string of = slash == std::string::npos ? "" : shard.substr(slash);
+      if (!count.empty() && of != count) {
+        throw HostError(ExitCode::Usage, "'" + names[i] + "' is the shard" + (shard[0] == ' ' ? shard : " " + shard) +
+                                             ", others are of n" + count + ": they are of different divisions");
       }
-      if (first.empty()) first = text;
-      shard = next;
-      there.insert(next.index);
+      count = of;
+      there.insert(std::strtol(shard.c_str(), nullptr, 10));
     }
   }
+  const long all = count.empty() ? 0 : std::strtol(count.c_str() + 1, nullptr, 10);
   std::string absent;
-  for (long i = 1; !first.empty() && i <= shard.count; ++i) {
-    if (there.count(i) > 0) continue;
-    absent += (absent.empty() ? "" : ", ") + std::to_string(i) + "/" + std::to_string(shard.count);
+  for (long i = 1; i <= all; ++i) {
+    if (there.count(i) == 0) absent += (absent.empty() ? "" : ", ") + std::to_string(i) + count;
   }
   if (!absent.empty()) missing.push_back("missing: shard " + absent);
   return missing;
