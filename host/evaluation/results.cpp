@@ -1,6 +1,7 @@
 #include "evaluation/results.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <set>
 #include <sstream>
 #include <tuple>
@@ -9,7 +10,6 @@
 #include "base/host_error.h"
 #include "base/json_error.h"
 #include "base/json_text.h"
-#include "evaluation/sequence.h"
 #include "run/run_summary.h"
 
 namespace host {

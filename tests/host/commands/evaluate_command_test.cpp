@@ -222,8 +222,13 @@ TEST_F(ScriptedSequence, AnInterruptedRunWritesAWholeResult) {
   const std::string json = folder_.file("cut.json");
   Program program({"evaluate", folder_.file("walk"), "--plugin", CSRT_FAKE_PLUGIN, "--quiet", "--json", json, "--pace",
                    "source", "--fps", "1"});
-  while (!fs::exists(json) && !program.ended())
-    std::this_thread::yield();  // opened before the first frame, after signals are caught
+  // Its own file is begun before the first frame, after signals are caught, and takes its place at the end.
+  const auto begun = [this] {
+    const fs::directory_iterator files(folder_.file("")), end;
+    return std::any_of(files, end, [](const auto& f) { return f.path().filename().string().rfind(".csrt-", 0) == 0; });
+  };
+  while (!begun() && !program.ended()) std::this_thread::yield();
+  EXPECT_FALSE(fs::exists(json));
   program.signal(SIGINT);
   EXPECT_EQ(program.wait().status, 130);
   const Json result = Json::parse(textOf(json), nullptr, false);

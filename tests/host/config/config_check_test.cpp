@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <ctime>
 #include <nlohmann/json.hpp>
 
 #include "config_keys.h"
@@ -58,7 +59,8 @@ TEST(ConfigCheck, EveryNumberIsClampedAtBothEndsAndSilentOnThem) {
     const auto value = [&key](double number) {
       return key.type == ConfigType::Integer ? nlohmann::json(static_cast<long>(number)) : nlohmann::json(number);
     };
-    EXPECT_EQ(warningsOf(textOf(key.group, key.name, value(key.lowest))).size(), 0U) << key.name;
+    const bool cannotStart = std::string(key.name) == "padding";  // taken as it is, and named all the same
+    EXPECT_EQ(warningsOf(textOf(key.group, key.name, value(key.lowest))).size(), cannotStart ? 1U : 0U) << key.name;
     EXPECT_EQ(warningsOf(textOf(key.group, key.name, value(key.highest))).size(), 0U) << key.name;
     for (const double beyond : {key.lowest - 1, key.highest + 1}) {
       const ConfigFinding finding = only(textOf(key.group, key.name, value(beyond)));
@@ -141,6 +143,37 @@ TEST(ConfigCheck, SaysWhereATextIsNoJson) {
   EXPECT_EQ(only("{} x").text, "not JSON: Unexpected characters at the end of JSON.");
   EXPECT_EQ(only("[1]").level, Level::Unusable);
   EXPECT_EQ(only("").level, Level::Unusable);
+}
+
+TEST(ConfigCheck, NamesAPaddingWithWhichMostBoxesCannotStart) {
+  EXPECT_TRUE(only(R"({"csrt":{"padding":0}})").cannotStart);
+  EXPECT_TRUE(only(R"({"csrt":{"padding":0.49}})").cannotStart);
+  EXPECT_EQ(warningsOf(R"({"csrt":{"padding":0.5}})").size(), 0U);
+}
+
+TEST(ConfigCheck, RefusesNestingThatNoConfigurationHas) {
+  const std::string lists = std::string(100000, '[') + std::string(100000, ']');
+  const ConfigFinding finding = only("{\n\"roi\": " + lists + "}");
+  EXPECT_EQ(finding.level, Level::Unusable);
+  EXPECT_EQ(finding.place.line, 2U);
+  EXPECT_NE(finding.text.find("nested too deeply"), std::string::npos) << finding.text;
+  EXPECT_FALSE(only("{\"a\": \"" + lists + "\"}").level == Level::Unusable) << "brackets in a text are no nesting";
+}
+
+/// Processor time of checking so many unknown keys, seconds.
+double secondsFor(int keys) {
+  std::string text = "{";
+  for (int i = 0; i < keys; ++i) text += (i > 0 ? ",\n" : "") + ("\"unknown_key_" + std::to_string(i) + "\": 1");
+  text += "}";
+  const std::clock_t begin = std::clock();
+  EXPECT_EQ(checkConfig(text).size(), static_cast<std::size_t>(keys));
+  return static_cast<double>(std::clock() - begin) / CLOCKS_PER_SEC;
+}
+
+TEST(ConfigCheck, CostsNoMoreForAKeyAmongMany) {
+  secondsFor(2000);  // memory and tables are there from here on
+  const double few = secondsFor(20000);
+  EXPECT_LT(secondsFor(80000), 10 * few) << "four times as many keys; sixteen times the cost where it is quadratic";
 }
 
 }  // namespace
