@@ -8,7 +8,7 @@ cd "$here"
 . tools/install-deps.sh
 . tools/fetch-clip.sh
 csrt_install_dependencies
-csrt_build csrt-track csrt_tracking_plugin
+csrt_build csrt-track csrt_tracking_plugin csrt_tracking_plugin_fast
 
 if [ $# -gt 0 ]; then
   cd "$called_from"

@@ -7,8 +7,9 @@
 #   tools/engine-equality.sh [--short] [--pictures FOLDER]... [--build FOLDER] [--isa best|baseline|both] [--no-clip]
 #                            [--plugins-only] [--starts N] [--frames N] [--seed N]
 #
-# --short takes well under a minute: few starts, and one scenario. --plugins-only leaves out the first part. --build names a folder that is built already. Built
-# for another processor: CSRT_EMULATOR names what starts the programs, such as "qemu-aarch64 -L sysroot".
+# --short takes well under a minute: few starts, and one scenario. --plugins-only leaves out the first part. --build names
+# a folder that is built already. Built for another processor: CSRT_EMULATOR names what starts the programs, such as
+# "qemu-aarch64 -L sysroot".
 set -euo pipefail
 called_from=$PWD
 cd "$(dirname "$0")/.."

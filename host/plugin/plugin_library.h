@@ -19,7 +19,7 @@ inline constexpr const char* kPluginClass = "CSRTTrackingAlgo";
 inline constexpr const char* kOpenCvEngine = "opencv";
 inline constexpr const char* kFastEngine = "fast";
 inline constexpr const char* kUnknownEngine = "unknown";  ///< Of a plug-in that does not say.
-inline constexpr const char* kDefaultEngine = kOpenCvEngine;
+inline constexpr const char* kDefaultEngine = kFastEngine;
 
 /// One loaded plug-in library. Objects made by create() must be gone before the library is.
 class PluginLibrary {

@@ -144,7 +144,7 @@ def results():
              leaves=("m.json",)),
         Case(group, "merge of what is no shard", ["merge", "result.json"], 0, ()),
         Case(group, "merge of the same part twice", ["merge", "part1.json", "part1.json"], 2, ("part1.json", "both")),
-        Case(group, "merge of parts of different divisions", [], 1, ("missing",), one_line=False,
+        Case(group, "merge of parts of different divisions", [], 2, ("1/3", "2/2"),
              shell='"$CSRT" evaluate frames --truth truth.csv --shard 2/2 --quiet --json other.json && '
              '"$CSRT" merge part1.json other.json'),
         Case(group, "a target with no judged frame", ["evaluate", "frames", "--truth", "t.csv"], 0, (),
