@@ -10,6 +10,7 @@
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
+#include "base/text_file.h"
 #include "base/text_output.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"

@@ -22,9 +22,6 @@ std::string buildConfigText(const ConfigOptions& options);
 /// @throws HostError (Usage) naming the key and the nearest known one
 void checkSets(const std::vector<std::string>& sets, const std::string& schema);
 
-/// The whole file. @throws HostError (Usage) naming it when it cannot be read
-std::string readTextFile(const std::string& path);
-
 /// Whether the text asks for the plug-in's log lines (misc.debug).
 bool asksForDebug(const std::string& configText);
 

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "base/host_error.h"
-#include "run/run_summary.h"
+#include "base/statistics.h"
 
 namespace host {
 namespace {

@@ -9,7 +9,7 @@
 #include <sstream>
 
 #include "base/host_error.h"
-#include "config/config_text.h"
+#include "base/text_file.h"
 
 namespace host {
 namespace {

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "base/host_error.h"
-#include "config/config_text.h"
+#include "base/text_file.h"
 #include "input/metadata_keys.h"
 
 namespace host {

@@ -12,9 +12,9 @@
 
 #include "base/embedded.h"
 #include "base/host_error.h"
+#include "base/statistics.h"
 #include "picture/html_page.h"
 #include "picture/picture_output.h"
-#include "run/run_summary.h"
 
 namespace host {
 namespace {

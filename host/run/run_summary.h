@@ -36,7 +36,4 @@ class RunSummary : public RunObserver {
   std::map<std::string, TargetTotals> totals_;
 };
 
-/// The value below which `share` of the values lie, such as 0.5 for the median; 0 without values. Pure.
-double quantile(std::vector<double> values, double share);
-
 }  // namespace host

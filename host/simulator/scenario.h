@@ -10,7 +10,7 @@
 
 #include "simulator/actors.h"
 #include "simulator/camera.h"
-#include "simulator/follower.h"
+#include "simulator/camera_follower.h"
 #include "simulator/gimbal.h"
 
 namespace host::sim {

@@ -4,7 +4,7 @@
 #include <system_error>
 
 #include "base/host_error.h"
-#include "config/config_text.h"
+#include "base/text_file.h"
 #include "input/metadata_keys.h"
 #include "ocula/ocula_picture.h"
 #include "plugin/track_state.h"

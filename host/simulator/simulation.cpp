@@ -9,8 +9,8 @@
 #include "base/interrupt.h"
 #include "plugin/target_session.h"
 #include "simulator/camera.h"
+#include "simulator/camera_follower.h"
 #include "simulator/drawing.h"
-#include "simulator/follower.h"
 #include "simulator/gimbal.h"
 #include "simulator/reported_metadata.h"
 
@@ -104,7 +104,7 @@ class Operator {
 
  private:
   const Scenario& scenario_;
-  Follower follower_;
+  CameraFollower follower_;
   HostPhase phase_ = HostPhase::Pointing;
   double following_s_ = -1.0;
   std::optional<Angles> asked_;

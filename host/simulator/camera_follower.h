@@ -16,9 +16,9 @@ struct FollowParams {
 };
 
 /// Not thread-safe; one call per frame.
-class Follower {
+class CameraFollower {
  public:
-  explicit Follower(const FollowParams& params) : params_(params) {}
+  explicit CameraFollower(const FollowParams& params) : params_(params) {}
 
   /// @param box   where the target was seen in this frame, frame pixels; nothing: it was not seen
   /// @param dt_s  since the last frame
