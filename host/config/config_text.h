@@ -6,6 +6,7 @@
 
 namespace host {
 
+/// What the command line says about the configuration.
 struct ConfigOptions {
   std::string preset;             ///< Name of a shipped configuration; empty: none.
   std::string file;               ///< A JSON file; empty: none.

@@ -8,6 +8,7 @@
 
 namespace host {
 
+/// The scene, frame by frame.
 class StreetScene {
  public:
   /// @param size  of the frames, pixels, at least 160 x 120

@@ -6,6 +6,7 @@
 
 namespace host {
 
+/// What a call came to.
 enum class TrackState {
   Waiting,     ///< The camera is still being pointed at the target, or the frame had no pixels to look at.
   Tracked,     ///< The tracker found the target in this frame.

@@ -20,6 +20,7 @@ struct TargetTotals {
   std::vector<double> update_ms;  ///< One per update().
 };
 
+/// Adds a run up for people.
 class RunSummary : public RunObserver {
  public:
   void begin(const RunInfo& info) override;

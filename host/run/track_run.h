@@ -14,6 +14,7 @@
 
 namespace host {
 
+/// What to run: which targets, how configured, at what pace.
 struct TrackRun {
   std::string sourceName;
   std::string configText;             ///< For setConfig(); empty: nothing is passed.
@@ -39,6 +40,7 @@ class RunSteering {
   virtual Steering after(const SourceFrame& frame, const std::vector<CallRecord>& records) = 0;
 };
 
+/// What a run came to.
 struct TrackRunResult {
   long frames = 0;                  ///< Frames delivered by the source, the first one included.
   std::vector<CallRecord> refused;  ///< The init records of targets that did not start.

@@ -8,6 +8,7 @@
 
 namespace host::sim {
 
+/// How hard the camera follows a box.
 struct FollowParams {
   double gain_per_s = 2.5;       ///< Degrees per second for each degree off the middle.
   double integral_per_s2 = 1.5;  ///< What remains off the middle for a second adds so much rate.

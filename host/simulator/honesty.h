@@ -37,11 +37,13 @@ struct WrongFrames {
   long firstFrame = 0;
 };
 
+/// Something that changes what a state may be.
 struct HonestyEvent {
   long frame = 0;
   std::string what;
 };
 
+/// How honest a run was.
 struct Honesty {
   static constexpr long kTolerance = 3;         ///< Frames around an event that may be as before or as after it.
   static constexpr double kOnTarget = 0.1;      ///< Overlap from which a box lies on the target.

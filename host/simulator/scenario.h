@@ -15,12 +15,14 @@
 
 namespace host::sim {
 
+/// What is drawn.
 struct SceneParams {
   std::string picture;           ///< A panorama of the full turn; empty: one is drawn.
   double tilt_span_deg = 60.0;   ///< Height of the drawn scene, its middle at tilt 0. [20, 180]
   double pixels_per_deg = 12.0;  ///< Of the drawn scene. [4, 40]
 };
 
+/// The camera and its mount.
 struct CameraParams {
   Angles start;            ///< Where it looks on the first frame.
   double hfov_deg = 60.0;  ///< On the first frame.
@@ -46,11 +48,13 @@ struct MetadataFault {
   std::vector<std::string> keys;  ///< Empty: pan, tilt and both fields of view.
 };
 
+/// What goes wrong with the metadata.
 struct MetadataParams {
   double noise_deg = 0.0;  ///< Standard deviation of pan and tilt as they are reported.
   std::vector<MetadataFault> faults;
 };
 
+/// What the host does.
 struct HostParams {
   bool follow_me = true;         ///< What the metadata say to the plug-in.
   cv::Point2d box_offset{0, 0};  ///< How far beside the target the operator draws the box, in box sides.
@@ -78,6 +82,7 @@ struct Expectations {
   std::vector<std::string> final_state;    ///< One of these.
 };
 
+/// A scene, a camera, a host and what must come of them.
 struct Scenario {
   std::string name;  ///< Of the file, without its ending.
   std::string title;

@@ -23,6 +23,7 @@ struct Truth {
   double pointingErrorPx = 0.0;
 };
 
+/// What the host is doing with the camera.
 enum class HostPhase {
   Pointing,  ///< The gimbal goes to the angles the plug-in asked for.
   Following  ///< The gimbal is turned so that the box stays in the middle.
@@ -30,6 +31,7 @@ enum class HostPhase {
 
 const char* name(HostPhase phase);
 
+/// The camera on one frame.
 struct CameraState {
   View view;      ///< What is really seen.
   Angles gimbal;  ///< What the encoders read.
@@ -55,6 +57,7 @@ class SimulationObserver {
   virtual void end() {}
 };
 
+/// How to run a scenario.
 struct SimulationOptions {
   bool frameTime = true;  ///< The plug-in's clock follows the simulated time; false: it follows the machine's.
 };

@@ -54,6 +54,7 @@ struct Check {
   bool met = false;
 };
 
+/// Adds a run up and holds it against what its scenario expects.
 class SimulationSummary : public SimulationObserver {
  public:
   void begin(const Scenario& scenario, const Panorama& panorama) override;
