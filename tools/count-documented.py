@@ -68,7 +68,7 @@ def where_documented(lines, number):
 def kind_of(text, owner):
     if TYPE.match(text):
         return 'types'
-    if SKIPPED.search(text) or text.startswith(('namespace', 'public', 'private', 'protected')):
+    if SKIPPED.search(text) or text.startswith(('}', 'namespace', 'public', 'private', 'protected')):
         return None
     call = FUNCTION.search(re.sub(r'CSRT_\w+\(\w*\)|__attribute__\(\(.*?\)\)|std::function<[^;]*>', '', text))
     if call and not re.search(r'=[^=]*\(', text.split('(')[0] + '('):

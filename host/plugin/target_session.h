@@ -32,6 +32,7 @@ class TargetSession {
   /// @return what the plug-in logged
   std::vector<std::string> configure(const std::string& json);
 
+  /// One call of the plug-in and what it came to. @param place  of the frame in its source
   CallRecord init(const Frame& frame, const FramePlace& place, const BBox& box);
   CallRecord update(const Frame& frame, const FramePlace& place);
 
@@ -39,6 +40,7 @@ class TargetSession {
   /// call (see frame_clock.h), so that its rules in seconds judge the video and not this machine. Pace::Fast at first.
   void keepPace(Pace pace) { pace_ = pace; }
 
+  /// The target's name, and the object that follows it.
   const std::string& name() const { return name_; }
   IAlgoPlugin& plugin() { return *plugin_; }
 

@@ -21,6 +21,7 @@ enum class TrackState {
 /// Where the box of a record comes from.
 enum class BoxFrom { Tracker, Prediction, Redetection, None };
 
+/// The word in the records, such as "tracked"; and back, empty for a word that is none.
 const char* name(TrackState state);
 const char* name(BoxFrom from);
 std::optional<TrackState> trackStateOf(const std::string& name);

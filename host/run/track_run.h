@@ -16,7 +16,7 @@ namespace host {
 
 /// What to run: which targets, how configured, at what pace.
 struct TrackRun {
-  std::string sourceName;
+  std::string sourceName;             ///< As the user named it.
   std::string configText;             ///< For setConfig(); empty: nothing is passed.
   std::vector<TargetOption> targets;  ///< Empty: `steering` is asked.
   MetadataTable metadata;             ///< What the camera said, by frame; empty: nothing.
@@ -27,7 +27,7 @@ struct TrackRun {
 
 /// What a person at the window asks for after a frame.
 struct Steering {
-  bool stop = false;
+  bool stop = false;            ///< End the run.
   std::optional<BBox> restart;  ///< Start the first target over on this box of the frame just shown.
 };
 
@@ -44,7 +44,7 @@ class RunSteering {
 struct TrackRunResult {
   long frames = 0;                  ///< Frames delivered by the source, the first one included.
   std::vector<CallRecord> refused;  ///< The init records of targets that did not start.
-  bool interrupted = false;
+  bool interrupted = false;         ///< A signal ended it.
 };
 
 /// Starts every target on the source's first frame and updates it on each later one until the source ends, a signal

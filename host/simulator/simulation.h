@@ -33,19 +33,19 @@ const char* name(HostPhase phase);
 
 /// The camera on one frame.
 struct CameraState {
-  View view;      ///< What is really seen.
-  Angles gimbal;  ///< What the encoders read.
-  HostPhase phase = HostPhase::Pointing;
-  std::optional<Angles> asked;  ///< The plug-in's "gimbal_preposition.v1".
+  View view;                              ///< What is really seen.
+  Angles gimbal;                          ///< What the encoders read.
+  HostPhase phase = HostPhase::Pointing;  ///< After the plug-in's answer.
+  std::optional<Angles> asked;            ///< The plug-in's "gimbal_preposition.v1".
 };
 
 /// All about one frame.
 struct SimulatedFrame {
-  cv::Mat bgr;
-  ocula::OculaPicture::BaseMetadata metadata;
-  CallRecord record;
-  Truth truth;
-  CameraState camera;
+  cv::Mat bgr;                                 ///< 8-bit BGR.
+  ocula::OculaPicture::BaseMetadata metadata;  ///< As the plug-in got it, faults included.
+  CallRecord record;                           ///< What the plug-in answered.
+  Truth truth;                                 ///< What it should have.
+  CameraState camera;                          ///< When the frame was taken.
 };
 
 /// All calls come from one thread, begin() first, end() always last.
