@@ -28,6 +28,13 @@ if ! { cmake --preset bench && cmake --build --preset bench -j"$(nproc)"; } >"$l
   csrt_die "the benchmarks do not build"
 fi
 
+# The clip of run.sh: fetched for the tables, taken where it lies for a short run.
+. tools/fetch-clip.sh
+if [ "$short" = no ] || [ -s .cache/clip/vtest.avi ]; then
+  CSRT_BENCH_CLIP=$(csrt_fetch_clip) || echo "without the clip: the engine is measured on drawn scenes alone" >&2
+  export CSRT_BENCH_CLIP
+fi
+
 options=()
 drawn=100
 if [ "$short" = yes ]; then
@@ -44,12 +51,15 @@ for program in build/bench/bin/*_bench; do
 done
 echo "tracker_comparison ..." >&2
 mkdir "$out/trackers" # apart from the results that become tables
-build/bench/bin/tracker_comparison --drawn "$drawn" --json "$out/trackers/drawn.json" >"$out/tracker_comparison.txt" ||
-  csrt_die "tracker_comparison failed"
+for engine in opencv fast; do
+  build/bench/bin/tracker_comparison --drawn "$drawn" --engine "$engine" --json "$out/trackers/drawn-$engine.json" \
+    >"$out/tracker_comparison-$engine.txt" || csrt_die "tracker_comparison failed"
+done
 
 if [ "$short" = yes ]; then
   python3 bench/write_tables.py --check "$out"
 else
   python3 bench/write_tables.py "$out" docs/performance.md
+  python3 bench/engine_plots.py "$out/engine_bench.json" docs/pictures
   echo "The tables are in docs/performance.md, all figures in $out."
 fi

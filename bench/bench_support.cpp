@@ -152,7 +152,7 @@ cv::Ptr<WatchedTracker> OpenAlgo::watch() {
 }
 
 cv::Ptr<cv::tracking::TrackerCSRT> bareTracker(const OpenAlgo& algo) {
-  return algo.createTracker_();
+  return cv::tracking::TrackerCSRT::create(algo.makeCSRTParams_());
 }
 
 }  // namespace bench

@@ -109,6 +109,7 @@ class OpenAlgo : public CSRTTrackingAlgo {
   using CSRTTrackingAlgo::fullGrayGpu_;
   using CSRTTrackingAlgo::initBoxInCrop_;
   using CSRTTrackingAlgo::initCrop_;
+  using CSRTTrackingAlgo::makeCSRTParams_;
   using CSRTTrackingAlgo::makeDetectionsOutput_;
   using CSRTTrackingAlgo::origPatchGpu_;
   using CSRTTrackingAlgo::predictedBox_;
@@ -126,7 +127,7 @@ class OpenAlgo : public CSRTTrackingAlgo {
   cv::Ptr<WatchedTracker> watch();
 };
 
-/// A bare CSRT with the plug-in's parameters.
+/// A bare CSRT of OpenCV, whatever the plug-in runs, with the plug-in's parameters.
 cv::Ptr<cv::tracking::TrackerCSRT> bareTracker(const OpenAlgo& algo);
 
 }  // namespace bench

@@ -1,7 +1,8 @@
 // How does the plug-in compare with what else could follow the target: how often is each on target, and what does an
-// update cost? The plug-in with its defaults and with every preset, bare CSRT with the plug-in's parameters and with
-// OpenCV's own, KCF, MIL and, where it was found, dlib's correlation tracker; all but the plug-in on the whole frame.
-// Every frame is handed to all of them before the next is read, so they meet the same load; one thread.
+// update cost? The plug-in with its defaults and with every preset, bare CSRT and the bare engine with the plug-in's
+// parameters and with OpenCV's own, KCF, MIL and, where it was found, dlib's correlation tracker; all but the plug-in
+// on the whole frame. Every frame is handed to all of them before the next is read, so they meet the same load; one
+// thread.
 //
 // usage: tracker_comparison SEQUENCE... [--truth FILE]... [--contestants NAME,...] [--json FILE]
 //        tracker_comparison --drawn FRAMES   a drawn walk behind a lamp post: do they all still run?
@@ -25,7 +26,9 @@
 #include "base/interrupt.h"
 #include "base/text_output.h"
 #include "commands/evaluation_options.h"
+#include "commands/plugin_choice.h"
 #include "config/presets.h"
+#include "csrt_engine/csrt_engine.h"
 #include "dlib_follower.h"
 #include "evaluation/evaluation_run.h"
 #include "evaluation/results.h"
@@ -50,7 +53,7 @@ struct Options {
   host::SequenceArguments sequences;
   std::vector<std::string> contestants;
   std::string json;
-  std::string plugin;
+  host::PluginChoice plugin;
   long maxFrames = 0;
   int drawn = 0;
 };
@@ -67,6 +70,10 @@ std::vector<Contestant> allContestants(host::PluginLibrary& library) {
   all.push_back(
       {"csrt-plugin", "bare CSRT, the plug-in's parameters", [] { return host::makeReferenceFollower(&kDefaults); }});
   all.push_back({"csrt", "bare CSRT, OpenCV's parameters", [] { return host::makeReferenceFollower(nullptr); }});
+  all.push_back({"engine-plugin", "bare engine, the plug-in's parameters",
+                 [] { return host::makeReferenceFollower(&kDefaults, csrt_engine::create); }});
+  all.push_back({"engine", "bare engine, OpenCV's parameters",
+                 [] { return host::makeReferenceFollower(nullptr, csrt_engine::create); }});
   all.push_back(
       {"kcf", "cv::TrackerKCF", [] { return host::makeTrackerFollower(cv::tracking::TrackerKCF::create()); }});
   all.push_back({"mil", "cv::TrackerMIL", [] { return host::makeTrackerFollower(cv::TrackerMIL::create()); }});
@@ -189,7 +196,7 @@ int compare(Options& options) {
   }
   std::unique_ptr<host::TextOutput> json;
   if (!options.json.empty()) json = std::make_unique<host::TextOutput>(options.json);
-  host::PluginLibrary library(options.plugin);
+  host::PluginLibrary library(host::pathOf(options.plugin));
   const std::vector<Contestant> contestants = chosenOf(allContestants(library), options.contestants);
   cv::setNumThreads(1);
   const auto results = follow(host::openSequences(options.sequences.read()), contestants, options.maxFrames);
@@ -212,11 +219,11 @@ int main(int argc, char** argv) {
   app.add_option("--drawn", options.drawn, "Instead of a sequence: a drawn one of so many frames")
       ->check(CLI::Range(2, 10000));
   app.add_option("--contestants", options.contestants,
-                 "Only these: plugin, csrt-plugin, csrt, kcf, mil, dlib, a preset")
+                 "Only these: plugin, csrt-plugin, csrt, engine-plugin, engine, kcf, mil, dlib, a preset")
       ->delimiter(',');
   app.add_option("--max-frames", options.maxFrames, "Use at most so many frames of each target");
   app.add_option("--json", options.json, "Write every judgement and time");
-  app.add_option("--plugin", options.plugin, "The plug-in library; default: beside this program");
+  host::addPluginOptions(app, options.plugin);
   CLI11_PARSE(app, argc, argv);
   try {
     if (options.sequences.sources.empty() == (options.drawn == 0)) {

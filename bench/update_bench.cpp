@@ -95,6 +95,29 @@ void BM_SmallTarget(benchmark::State& state) {
   state.counters["of_small_frame"] = bench::medianRatio(plugin, small);
 }
 
+// The tracker on the whole frame, as if there were no window: what a frame costs beside the small one.
+void BM_WholeFrame(benchmark::State& state) {
+  MovingTarget scene(frameOf(state), {60, 60});
+  MovingTarget smallScene({640, 360}, {60, 60});
+  OpenAlgo algo;
+  OpenAlgo smallAlgo;
+  for (OpenAlgo* each : {&algo, &smallAlgo}) each->setConfig(R"({"roi": {"enable": false}})");
+  algo.start(scene);
+  smallAlgo.start(smallScene);
+  Samples plugin;
+  Samples small;
+  for (auto _ : state) {
+    scene.next();
+    smallScene.next();
+    plugin.add(timeOf([&] { benchmark::DoNotOptimize(algo.step(scene)); }));
+    small.add(timeOf([&] { benchmark::DoNotOptimize(smallAlgo.step(smallScene)); }));
+    state.SetIterationTime(plugin.median() / 1e3);
+  }
+  if (bench::overlap(algo.trackBox_, scene.box()) < kOnTarget) state.SkipWithError("target lost");
+  report(state, "update", plugin);
+  state.counters["of_small_frame"] = bench::medianRatio(plugin, small);
+}
+
 // Which exit one call of update() took.
 enum class Exit { Tracked, Predicted, SearchFailed, Found };
 
@@ -224,6 +247,15 @@ BENCHMARK(BM_SmallTarget)
     ->ArgsProduct({{1920}, {1080}, {60}, {60}})
     ->ArgsProduct({{3840}, {2160}, {40}, {30}})
     ->ArgsProduct({{3840}, {2160}, {60}, {60}})
+    ->Iterations(bench::steps(40))
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond);
+
+BENCHMARK(BM_WholeFrame)
+    ->ArgNames({"w", "h"})
+    ->Args({640, 360})
+    ->Args({1920, 1080})
+    ->Args({3840, 2160})
     ->Iterations(bench::steps(40))
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);

@@ -172,13 +172,56 @@ def others(results):
     return lines
 
 
+def engine(results):
+    lines = ["### The engine beside OpenCV's tracker", ""]
+    rows = []
+    for benchmark, what in [("BM_EngineClip", "step, clip"), ("BM_EngineStep", "step, drawn"), ("BM_EngineInit", "init()")]:
+        for run in runs_of(results, "engine_bench", benchmark):
+            given = arguments(run)
+            scene = (f"walker at {given['percent']} %" if "percent" in given else f"{frame(run)}, box {given['box']}")
+            rows.append([what, scene, *counters(run, ["opencv_cpu_ms", "engine_cpu_ms", "ratio", "engine_cpu_p95_ms"]),
+                         f"{run['opencv_faults']:.0f} and {run['engine_faults']:.0f}"])
+    sets = sorted({run.get("label", "") for run in runs_of(results, "engine_bench", "BM_EngineStep")} - {""})
+    lines += [f"Engine with {', '.join(sets) or 'no instruction set named'}; the same boxes on every frame.", ""]
+    lines += table(["what", "scene", "OpenCV CPU ms", "engine CPU ms", "ratio, pair by pair", "engine p95",
+                    "page faults"], rows)
+
+    lines += ["### The plug-in with the engine, beside OpenCV's bare CSRT", ""]
+    rows = []
+    for run in runs_of(results, "fast_update_bench", "BM_SmallTarget"):
+        given = arguments(run)
+        rows.append([frame(run), f"{given['box_w']} x {given['box_h']}",
+                     *counters(run, ["update_cpu_ms", "whole_frame_cpu_ms", "faster", "of_small_frame"])])
+    lines += table(["frame", "box", "update() CPU ms", "bare CSRT, whole frame, CPU ms", "times faster",
+                    "of its time at 640 x 360"], rows)
+    rows = [[frame(run), *counters(run, ["update_cpu_ms", "update_cpu_p95_ms", "of_small_frame"])]
+            for run in runs_of(results, "fast_update_bench", "BM_WholeFrame")]
+    lines += ["Without a window (`roi.enable` off):", ""]
+    lines += table(["frame", "update() CPU ms", "p95", "of its time at 640 x 360"], rows)
+    rows = []
+    for run in runs_of(results, "fast_update_bench", "BM_UpdateLost"):
+        rows.append([frame(run), *counters(run, [f"{kind}_cpu_ms" for kind in ("tracked", "searched", "found", "back")])])
+    lines += ["Frames on which the target is lost, CPU ms:", ""]
+    lines += table(["frame", "tracked", "searched for in vain", "searched for and found", "found after it was gone"], rows)
+    rows = [[frame(run), *counters(run, ["plugin_MB", "bare_MB"]), run["ratio"]]
+            for run in runs_of(results, "fast_memory_bench", "BM_PeakMemory")]
+    lines += ["Memory at its peak, over the idle process:", ""]
+    lines += table(["frame", "plug-in MB", "bare CSRT MB", "ratio"], rows)
+    rows = [[frame(run), *counts(run, ["plugin", "plugin_bytes", "csrt"])]
+            for run in runs_of(results, "fast_allocation_bench", "BM_AllocationsTracked")]
+    lines += ["Allocations on a tracked frame:", ""]
+    lines += table(["frame", "by the plug-in", "bytes, median", "by the engine in the same call"], rows)
+    return lines
+
+
 def small_things(results):
     """Every benchmark that has no table of its own, as Google Benchmark reports it."""
-    shown = {"update_bench", "redetect_bench", "init_bench", "memory_bench", "allocation_bench", "threads_bench"}
+    shown = {"update_bench", "redetect_bench", "init_bench", "memory_bench", "allocation_bench", "threads_bench",
+             "engine_bench"}
     rows = []
     for program, result in results.items():
         for run in result["benchmarks"]:
-            if program in shown or run["name"].startswith("BM_ShrinkFrame") or run.get("error_occurred"):
+            if program in shown or program.startswith("fast_") or run["name"].startswith("BM_ShrinkFrame") or run.get("error_occurred"):
                 continue
             name = re.sub(r"/(iterations:\d+|process_time|manual_time|real_time)", "", run["name"])
             rows.append([program, name, f"{number(run['cpu_time'])} {run['time_unit']}"])
@@ -189,7 +232,7 @@ def write(results, page):
     text = pathlib.Path(page).read_text()
     if text.count(BEGIN) != 1 or text.count(END) != 1:
         sys.exit(f"write_tables.py: {page} lacks the marks that the tables stand between")
-    lines = machine(results) + times(results) + search(results) + others(results) + small_things(results)
+    lines = machine(results) + times(results) + search(results) + others(results) + engine(results) + small_things(results)
     before, rest = text.split(BEGIN)
     after = rest.split(END)[1]
     pathlib.Path(page).write_text(before + BEGIN + "\n\n" + "\n".join(lines) + END + after)

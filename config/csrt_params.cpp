@@ -24,10 +24,9 @@ cv::tracking::TrackerCSRT::Params csrtParams(const CsrtConfig& config) {
   return params;
 }
 
-cv::Ptr<cv::tracking::TrackerCSRT> createCsrtTracker(const CsrtConfig& config) {
+void requireFeature(const CsrtConfig& config) {
   const CsrtConfig::Csrt& c = config.csrt;
   if (!c.use_hog && !c.use_color_names && !c.use_rgb && !c.use_gray) {  // OpenCV would crash in init()
     throw std::runtime_error("CSRT needs at least one of use_hog, use_color_names, use_rgb and use_gray");
   }
-  return cv::tracking::TrackerCSRT::create(csrtParams(config));
 }

@@ -13,8 +13,10 @@
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
+#include "base/masked_address.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
+#include "config/config_check.h"
 #include "plugin/log_capture.h"
 
 namespace {
@@ -30,11 +32,11 @@ std::string footer() {
                            {4, "the plug-in cannot be loaded"},
                            {5, "tracking did not start; with several targets, of at least one"},
                            {6, "an output could not be written to its end; files end with the last whole record"},
-                           {130, "interrupted (143: terminated); what is written so far is complete"}});
+                           {130, host::kInterrupted}});
 }
 
 int fail(const std::string& sentence, host::ExitCode code) {
-  std::fprintf(stderr, "csrt-track: %s\n", sentence.c_str());
+  std::fprintf(stderr, "csrt-track: %s\n", host::withPasswordsMasked(sentence).c_str());
   return static_cast<int>(code);
 }
 
@@ -59,23 +61,32 @@ int withOutput(int status) {
   std::cout.flush();
   if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0 && std::cout) return status;
   if (status == static_cast<int>(host::ExitCode::Output)) return status;  // said already
+  if (host::interruptSignal() != 0) return status;                        // a lost connection took its terminal along
   // An earlier write may have failed, and its reason is gone.
   const std::string reason = errno != 0 ? std::string(": ") + std::strerror(errno) : "; is the disk full?";
   return fail("cannot write to standard output" + reason, host::ExitCode::Output);
 }
 
+/// A word that is no command, in a sentence.
+std::string noCommand(const CLI::App& app, const std::string& word) {
+  std::vector<std::string> known;
+  for (const CLI::App* command : app.get_subcommands(nullptr)) known.push_back(command->get_name());
+  const std::string nearest = host::nearestName(word, known);
+  return "there is no command '" + word + "'" + (nearest.empty() ? "" : "; did you mean '" + nearest + "'?");
+}
+
 int usageError(CLI::App& app, const CLI::ParseError& error) {
-  if (error.get_exit_code() == 0) return withOutput(app.exit(error));  // --help, --version
   std::string help = "csrt-track";
-  std::string sentence = error.what();
+  std::string sentence = error.get_exit_code() == 0 ? "" : error.what();
   for (const CLI::App* command = &app; command != nullptr;) {
     const std::vector<CLI::App*> chosen = command->get_subcommands();
     const std::vector<std::string> unknown = command->remaining();
     const bool noneChosen = chosen.empty() && !command->get_subcommands(nullptr).empty();
-    if (noneChosen && !unknown.empty()) sentence = "there is no command '" + unknown.front() + "'";
+    if (noneChosen && !unknown.empty()) sentence = noCommand(*command, unknown.front());
     command = chosen.empty() ? nullptr : chosen.front();
     if (command != nullptr) help += " " + command->get_name();
   }
+  if (sentence.empty()) return withOutput(app.exit(error));  // --help, --version
   return fail(sentence + "; see '" + help + " --help'", host::ExitCode::Usage);
 }
 

@@ -10,6 +10,7 @@
 #include "csrt_tracking_algo.h"
 #include "frame_search.h"
 #include "stability_score.h"
+#include "tracker_engine.h"
 #include "window_geometry.h"
 
 namespace {
@@ -74,7 +75,8 @@ cv::tracking::TrackerCSRT::Params CSRTTrackingAlgo::makeCSRTParams_() const {
 }
 
 cv::Ptr<cv::tracking::TrackerCSRT> CSRTTrackingAlgo::createTracker_() const {
-  return createCsrtTracker(config_);
+  requireFeature(config_);
+  return createTracker(makeCSRTParams_());
 }
 
 bool CSRTTrackingAlgo::initializeTrackerFromFrameLocked_(ocula::OculaPicture& picture, const cv::Rect& box, bool refine,

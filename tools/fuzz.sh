@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Feeds drawn inputs to the JSON parser, its strings, the decryption, setConfig() and whole call sequences under the address and undefined
-# behaviour sanitizers, each for a while.
+# Feeds drawn inputs to the JSON parser, its strings, the decryption, setConfig(), whole call sequences and the readers
+# of camera packets and of MAVLink under the address and undefined behaviour sanitizers, each for a while.
 #   tools/fuzz.sh             10 seconds each
 #   tools/fuzz.sh 3600        an hour each
 # Ends with 1 when one of them finds something; the input that does it then lies in build/fuzz/findings/.
@@ -24,7 +24,7 @@ if command -v ninja >/dev/null; then generator="-G Ninja"; fi
 cmake -S "$root" -B "$build" $generator -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DPython3_EXECUTABLE=/usr/bin/python3 -DCSRT_SANITIZE=address,undefined -DCSRT_BUILD_FUZZ=ON \
   -DCSRT_BUILD_HOST=OFF -DCSRT_BUILD_TESTS=OFF >/dev/null
-targets="decrypt_aes json_parser json_string set_config faulty_host"
+targets="decrypt_aes json_parser json_string set_config faulty_host klv mavlink"
 for target in $targets; do cmake --build "$build" --target "fuzz_$target" -j2; done
 
 failed=""

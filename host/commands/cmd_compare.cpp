@@ -1,11 +1,14 @@
 // csrt-track compare and merge: what to do with results of evaluate and tune.
+#include <fmt/format.h>
 #include <CLI/CLI.hpp>
+
 #include <cstdio>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "base/host_error.h"
+#include "base/json_text.h"
 #include "base/text_file.h"
 #include "base/text_output.h"
 #include "commands/commands.h"
@@ -13,7 +16,9 @@
 #include "evaluation/comparison.h"
 #include "evaluation/results.h"
 #include "evaluation/results_view.h"
+#include "evaluation/sequence.h"
 #include "evaluation/tuning_result.h"
+#include "input/file_plan.h"
 
 namespace host {
 namespace {
@@ -44,12 +49,12 @@ int compare(const CompareOptions& options) {
   return static_cast<int>(comparison.regression() ? ExitCode::Findings : ExitCode::Done);
 }
 
-void writeIfNamed(const std::string& path, const std::string& text) {
-  if (!path.empty()) TextOutput(path).writeLine(text);
+void writeIfNamed(const std::string& path, const char* option, const std::string& text) {
+  if (!path.empty()) WholeText(path, option).write(text);
 }
 
-bool isTuning(const std::string& path) {
-  const nlohmann::json json = nlohmann::json::parse(readTextFile(path), nullptr, false);
+bool isTuning(const std::string& text, const std::string& path) {
+  const nlohmann::json json = parseJson(text, path);
   return json.is_object() && json.value("schema", "") == kTuningSchemaName;
 }
 
@@ -57,33 +62,66 @@ void refuseOption(const std::string& value, const char* option, const char* kind
   if (!value.empty()) throw HostError(ExitCode::Usage, std::string(option) + " does not go with results of " + kind);
 }
 
-void mergeSearches(const MergeOptions& options) {
+/// Of the shards that are not there, as a sentence each; empty: all are.
+std::vector<std::string> sentencesOf(const std::vector<std::string>& missing) {
+  if (missing.empty()) return {};
+  std::string names;
+  for (const std::string& shard : missing) names += (names.empty() ? "" : ", ") + shard;
+  const bool several = missing.size() > 1;
+  return {fmt::format("shard{} {} {} missing", several ? "s" : "", names, several ? "are" : "is")};
+}
+
+/// @return what is missing for the whole, as sentences
+std::vector<std::string> mergeSearches(const MergeOptions& options, const std::vector<std::string>& texts) {
   refuseOption(options.html, "--html", "tune");
   std::vector<TuningResult> parts;
-  for (const std::string& path : options.parts) parts.push_back(tuningFromJson(readTextFile(path), path));
+  for (std::size_t i = 0; i < texts.size(); ++i) parts.push_back(tuningFromJson(texts[i], options.parts[i]));
   const TuningResult all = mergeTunings(parts, options.parts);
   const Trial* best = bestOf(all.trials);
   if (best == nullptr) throw HostError(ExitCode::Usage, "the parts hold no trial");
-  writeIfNamed(options.json, toJson(all).dump(2));
-  writeIfNamed(options.best, best->config.dump(2));
-  writeIfNamed(options.report, reportOf(all));
+  writeIfNamed(options.json, "--json", jsonText(toJson(all), 2));
+  writeIfNamed(options.best, "--best", jsonText(best->config, 2));
+  writeIfNamed(options.report, "--report", reportOf(all));
   if (options.json != "-") std::fputs(reportOf(all).c_str(), stdout);
+  return sentencesOf(missingShards(all.shards));
 }
 
-void mergeResults(const MergeOptions& options) {
+/// @return what is missing for the whole, as sentences
+std::vector<std::string> mergeResults(const MergeOptions& options, const std::vector<std::string>& texts) {
   refuseOption(options.best, "--best", "evaluate");
   refuseOption(options.report, "--report", "evaluate");
   std::vector<EvaluationResult> parts;
-  for (const std::string& path : options.parts) parts.push_back(readEvaluation(path));
+  for (std::size_t i = 0; i < texts.size(); ++i) parts.push_back(evaluationFromJson(texts[i], options.parts[i]));
+  std::vector<std::string> missing = interruptedParts(parts, options.parts);
   const EvaluationResult all = mergeEvaluations(parts, options.parts);
-  writeIfNamed(options.json, toJson(all).dump());
-  writeIfNamed(options.html, htmlOf(all));
+  writeIfNamed(options.json, "--json", jsonText(toJson(all)));
+  writeIfNamed(options.html, "--html", htmlOf(all));
   if (options.json != "-") std::fputs(tableOf(all).c_str(), stdout);
+  for (std::string& sentence : sentencesOf(missingShardsOf(all))) missing.push_back(std::move(sentence));
+  return missing;
+}
+
+void checkFiles(const MergeOptions& options) {
+  FilePlan plan;
+  for (const std::string& part : options.parts) plan.reads("the part", part);
+  plan.writes("--json", options.json);
+  plan.writes("--html", options.html);
+  plan.writes("--best", options.best);
+  plan.writes("--report", options.report);
+  plan.check();
 }
 
 int merge(const MergeOptions& options) {
-  isTuning(options.parts.front()) ? mergeSearches(options) : mergeResults(options);
-  return static_cast<int>(ExitCode::Done);
+  checkFiles(options);
+  std::vector<std::string> texts;
+  for (const std::string& part : options.parts) texts.push_back(readTextFile(part));  // once: it may be a pipe
+  const bool searches = isTuning(texts.front(), options.parts.front());
+  const std::vector<std::string> missing = searches ? mergeSearches(options, texts) : mergeResults(options, texts);
+  // A result without some of its parts is written all the same, but it is not what was asked for.
+  for (const std::string& what : missing) {
+    std::fprintf(stderr, "csrt-track: the result is not complete: %s\n", what.c_str());
+  }
+  return static_cast<int>(missing.empty() ? ExitCode::Done : ExitCode::Findings);
 }
 
 }  // namespace
@@ -122,9 +160,10 @@ void addMergeCommand(CLI::App& app, int& status) {
   command.add_option("--html", options->html, "Of evaluate: write the result as a page")->type_name("FILE");
   command.add_option("--best", options->best, "Of tune: write the best configuration")->type_name("FILE");
   command.add_option("--report", options->report, "Of tune: write the report (Markdown)")->type_name("FILE");
-  command.footer(helpFooter({"merge 1.json 2.json --json all.json --html all.html",
-                             "merge search1/tuning.json search2/tuning.json --best best.json --report report.md"},
-                            {{6, "an output could not be written to its end"}}));
+  command.footer(
+      helpFooter({"merge 1.json 2.json --json all.json --html all.html",
+                  "merge search1/tuning.json search2/tuning.json --best best.json --report report.md"},
+                 {{1, "a shard is missing or was interrupted"}, {6, "an output could not be written to its end"}}));
   command.callback([options, &status] { status = merge(*options); });
 }
 

@@ -61,7 +61,8 @@ void addPreset(CLI::App& config) {
 void addConfigCommand(CLI::App& app, int& status) {
   CLI::App& config = *app.add_subcommand("config", "Look up, print and check configurations of the plug-in");
   config.require_subcommand(1);
-  config.footer(helpFooter({"config defaults > mine.json", "config check mine.json", "config preset robust"}));
+  config.footer(helpFooter({"config defaults > mine.json", "config check mine.json", "config preset robust"},
+                           {{1, "check: warnings"}}));
   CLI::App& schema = *config.add_subcommand("schema", "Print the JSON Schema that the plug-in publishes");
   schema.callback([] { std::fputs(configSchemaText(), stdout); });
   CLI::App& defaults = *config.add_subcommand("defaults", "Print the values in force when nothing is configured");

@@ -8,8 +8,9 @@
 #include "base/host_error.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
+#include "commands/plugin_choice.h"
 #include "plugin/doctor_checks.h"
-#include "plugin/plugin_library.h"
+#include "run/engine_check.h"
 
 namespace host {
 namespace {
@@ -17,7 +18,7 @@ namespace {
 using Level = DoctorFinding::Level;
 
 struct DoctorOptions {
-  std::string plugin;
+  PluginChoice plugin;
   std::string output = ".";
 };
 
@@ -44,29 +45,30 @@ bool print(const std::vector<DoctorFinding>& findings) {
 }
 
 int examine(const DoctorOptions& options) {
-  const bool pluginBad = print(checkPlugin(options.plugin.empty() ? defaultPluginPath() : options.plugin));
+  const std::string plugin = pathOf(options.plugin);
+  const bool pluginBad = print(checkPlugin(plugin));
+  const bool enginesDiffer = !pluginBad && print({checkEngines(plugin)});
   const bool openCvBad = print(checkOpenCv());
   const bool outputBad = print(checkOutput(options.output));
   print({checkDisplay()});
   if (pluginBad) return static_cast<int>(ExitCode::Plugin);
   if (outputBad) return static_cast<int>(ExitCode::Output);
-  return static_cast<int>(openCvBad ? ExitCode::Findings : ExitCode::Done);
+  return static_cast<int>(openCvBad || enginesDiffer ? ExitCode::Findings : ExitCode::Done);
 }
 
 }  // namespace
 
 void addDoctorCommand(CLI::App& app, int& status) {
   const auto options = std::make_shared<DoctorOptions>();
-  CLI::App& command =
-      *app.add_subcommand("doctor", "Check the plug-in, OpenCV, the GPU, codecs, output folder and display");
-  command.add_option("--plugin", options->plugin, "The plug-in library; default: the one that track would use")
-      ->type_name("PATH");
+  CLI::App& command = *app.add_subcommand(
+      "doctor", "Check the plug-in and its engines, OpenCV, the GPU, codecs, output folder and display");
+  addPluginOptions(command, options->plugin);
   command.add_option("--output", options->output, "Folder that output would go to")
       ->type_name("DIR")
       ->capture_default_str();
   command.footer(helpFooter({"doctor", "doctor --plugin build/lib/libcsrt_tracking_plugin.so --output results"},
                             {{0, "all is well; notes do not change it"},
-                             {1, "OpenCV does not fit"},
+                             {1, "OpenCV does not fit, or the two engines give different answers"},
                              {4, "the plug-in cannot be used"},
                              {6, "output cannot be written"}}));
   command.callback([options, &status] { status = examine(*options); });

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "base/host_error.h"
+#include "base/interrupt.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
 #include "picture/street_scene.h"
@@ -25,7 +26,7 @@ int draw(const DrawOptions& options) {
     throw HostError(ExitCode::Usage, "--frames " + std::to_string(options.frames) + " is not between 1 and 100000");
   }
   writeStreetScene(options.path, kSize, options.frames, kFps);
-  return static_cast<int>(ExitCode::Done);
+  return interruptSignal() != 0 ? 128 + interruptSignal() : static_cast<int>(ExitCode::Done);
 }
 
 }  // namespace
@@ -37,7 +38,7 @@ void addDrawSceneCommand(CLI::App& app, int& status) {
   command.add_option("file", options->path, "The video to write, such as scene.avi")->required()->type_name("FILE");
   command.add_option("--frames", options->frames, "Length, frames")->type_name("N")->capture_default_str();
   command.footer(helpFooter({"draw-scene scene.avi", "track scene.avi --box 116,165,32,60 --video out.mp4"},
-                            {{6, "the video could not be written to its end"}}));
+                            {{6, "the video could not be written to its end"}, {130, kInterrupted}}));
   command.callback([options, &status] { status = draw(*options); });
 }
 

@@ -1,4 +1,5 @@
 // csrt-track evaluate: how well the plug-in follows what people marked.
+#include <fmt/format.h>
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cstdio>
@@ -10,15 +11,19 @@
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
+#include "base/json_text.h"
+#include "base/masked_address.h"
 #include "base/text_output.h"
 #include "commands/commands.h"
 #include "commands/evaluation_options.h"
 #include "commands/help_footer.h"
+#include "commands/plugin_choice.h"
 #include "config/config_text.h"
 #include "evaluation/evaluation_run.h"
 #include "evaluation/results.h"
 #include "evaluation/results_view.h"
 #include "evaluation/sequence.h"
+#include "input/file_plan.h"
 #include "plugin/plugin_library.h"
 #include "run/progress.h"
 
@@ -33,7 +38,7 @@ struct EvaluateOptions {
   std::string shard = "1/1";
   std::string json;
   std::string html;
-  std::string plugin;
+  PluginChoice plugin;
   long maxFrames = 0;
   int threads = 1;
   bool quiet = false;
@@ -73,6 +78,7 @@ RunFacts factsOf(const EvaluateOptions& options, const std::string& configText, 
   RunFacts facts = {{"program", std::string("csrt-track ") + CSRT_VERSION},
                     {"opencv", CV_VERSION},
                     {"plugin", library.path()},
+                    {"engine", library.engine()},
                     {"configuration", configText.empty() ? "{}" : configText},
                     {"pace", options.pace},
                     {"threads", std::to_string(options.threads)}};
@@ -81,7 +87,7 @@ RunFacts factsOf(const EvaluateOptions& options, const std::string& configText, 
   if (options.shard != "1/1") facts.emplace_back("shard", options.shard);
   std::string sources;
   for (const Sequence& s : sequences) sources += (sources.empty() ? "" : ", ") + s.name + " = " + s.source.source;
-  facts.emplace_back("sequences", sources);
+  facts.emplace_back("sequences", withPasswordsMasked(sources));
   return facts;
 }
 
@@ -124,6 +130,9 @@ void run(const EvaluateOptions& options, const std::vector<Sequence>& sequences,
   FollowOptions follow;
   follow.threads = options.threads;
   follow.pace = pace;
+  if (!options.quiet) {
+    follow.onNote = [](const std::string& note) { std::fprintf(stderr, "csrt-track: note: %s\n", note.c_str()); };
+  }
   if (!options.quiet) follow.onFrame = [&progress] { progress.frame({}, {}); };
   for (std::size_t i = 0; i < sequences.size() && interruptSignal() == 0; ++i) {
     collect(sequences[i], followAll(sequences[i].source, jobs[i], follow), !options.reference.empty(), all);
@@ -146,27 +155,52 @@ void warnAboutTargets(const EvaluationResult& result) {
   }
 }
 
+void checkFiles(const EvaluateOptions& options) {
+  FilePlan plan;
+  options.sequences.addTo(plan);
+  plan.reads("--config", options.config.file);
+  plan.reads("--plugin", pathOf(options.plugin));
+  plan.writes("--json", options.json);
+  plan.writes("--html", options.html);
+  plan.check();
+}
+
+std::size_t targetsOf(const std::vector<Sequence>& sequences) {
+  std::size_t count = 0;
+  for (const Sequence& sequence : sequences) count += sequence.targets.size();
+  return count;
+}
+
+std::size_t judgedTargets(const EvaluationResult& result) {
+  return static_cast<std::size_t>(std::count_if(result.targets.begin(), result.targets.end(),
+                                                [](const TargetResult& t) { return t.tracker == kPluginTracker; }));
+}
+
 int evaluate(const EvaluateOptions& options) {
   checkOptions(options);
+  checkFiles(options);
   const std::string configText = buildConfigText(options.config);
   const std::vector<Sequence> sequences = shardOf(openSequences(options.sequences.read()), parseShard(options.shard));
   paceOf(options.pace);
-  PluginLibrary library(options.plugin);
+  PluginLibrary library(pathOf(options.plugin));
   checkSets(options.config.sets, library.create()->getConfigList());
-  // Opened before the run: a result that cannot be written must not cost an hour. Behind the other checks: an earlier
-  // result in the file is lost from here on.
-  std::optional<TextOutput> json;
-  std::optional<TextOutput> html;
-  if (!options.json.empty()) json.emplace(options.json);
-  if (!options.html.empty()) html.emplace(options.html);
+  // Made before the run: a result that cannot be written must not cost an hour.
+  std::optional<WholeText> json;
+  std::optional<WholeText> html;
+  if (!options.json.empty()) json.emplace(options.json, "--json");
+  if (!options.html.empty()) html.emplace(options.html, "--html");
   cv::setNumThreads(1);  // times per update then mean one thread
 
   EvaluationResult result;
   result.facts = factsOf(options, configText, library, sequences);
   run(options, sequences, configText, library, result);
+  if (interruptSignal() != 0) {
+    result.facts.emplace_back("interrupted", fmt::format("{} after {} of {} targets", interruptName(),
+                                                         judgedTargets(result), targetsOf(sequences)));
+  }
   warnAboutTargets(result);
-  if (json) json->writeLine(toJson(result).dump());
-  if (html) html->writeLine(htmlOf(result));
+  if (json) json->write(jsonText(toJson(result)));
+  if (html) html->write(htmlOf(result));
   if (options.json != "-" && !options.quiet) std::fputs(tableOf(result).c_str(), stdout);
   return interruptSignal() != 0 ? 128 + interruptSignal() : static_cast<int>(ExitCode::Done);
 }
@@ -197,8 +231,7 @@ void addEvaluateCommand(CLI::App& app, int& status) {
       ->type_name("FILE");
   command.add_option("--html", options->html, "Write the result as a page with charts, such as result.html")
       ->type_name("FILE");
-  command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
-      ->type_name("PATH");
+  addPluginOptions(command, options->plugin);
   command.add_flag("--quiet", options->quiet, "No progress, no table");
   command.footer(helpFooter({"evaluate sequences/street --reference --html street.html",
                              "evaluate clip.avi --truth clip.csv --preset fast --json fast.json"},

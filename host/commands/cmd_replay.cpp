@@ -10,9 +10,12 @@
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
+#include "base/json_text.h"
 #include "base/text_output.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
+#include "commands/plugin_choice.h"
+#include "input/file_plan.h"
 #include "plugin/plugin_library.h"
 #include "run/saved_run.h"
 #include "run/track_run.h"
@@ -22,7 +25,7 @@ namespace {
 
 struct ReplayOptions {
   std::string folder;
-  std::string plugin;
+  PluginChoice plugin;
   std::string records;
 };
 
@@ -34,13 +37,22 @@ class RecordCollector : public RunObserver {
   std::vector<nlohmann::json> all;
 };
 
-void noteVersions(const nlohmann::json& about) {
+void noteVersions(const nlohmann::json& about, const std::string& engine) {
   const auto differs = [&about](const char* what, const std::string& now) {
     const std::string then = about.value(what, "");
     if (then != now) std::printf("%s was %s, is %s\n", what, then.c_str(), now.c_str());
   };
   differs("csrt_track", CSRT_VERSION);
   differs("opencv", cv::getVersionString());
+  if (about.contains("engine")) differs("engine", engine);
+}
+
+/// The saved run's engine, unless the user names one.
+std::string pluginOf(const ReplayOptions& options, const SavedRun& saved) {
+  PluginChoice choice = options.plugin;
+  const std::string engine = saved.about.value("engine", "");
+  if (choice.path.empty() && choice.engine.empty() && engine != kUnknownEngine) choice.engine = engine;
+  return pathOf(choice);
 }
 
 /// Prints how many records differ and the first of them. @return true when all are the same
@@ -63,22 +75,32 @@ bool compare(const std::vector<nlohmann::json>& saved, const std::vector<nlohman
   return false;
 }
 
+void checkFiles(const ReplayOptions& options) {
+  FilePlan plan;
+  plan.readsFolder("the saved run's", options.folder);
+  plan.readsFolder("the saved run's", options.folder + "/frames");
+  plan.reads("--plugin", pathOf(options.plugin));
+  plan.writes("--records", options.records);
+  plan.check();
+}
+
 int replay(const ReplayOptions& options) {
+  checkFiles(options);
   SavedRun saved = readSavedRun(options.folder);
-  PluginLibrary library(options.plugin);
+  PluginLibrary library(pluginOf(options, saved));
   std::optional<TextOutput> output;
-  if (!options.records.empty()) output.emplace(options.records);
+  if (!options.records.empty()) output.emplace(options.records, "--records");
   RecordCollector collector;
   runTrack(*saved.frames, library, std::move(saved.run), {&collector});
   if (output) {
-    for (const nlohmann::json& record : collector.all) output->writeLine(record.dump());
+    for (const nlohmann::json& record : collector.all) output->writeLine(jsonText(record));
   }
   if (interruptSignal() != 0) {
     std::fprintf(stderr, "csrt-track: interrupted after %zu of %zu records; nothing is compared\n",
                  collector.all.size(), saved.records.size());
     return 128 + interruptSignal();
   }
-  noteVersions(saved.about);
+  noteVersions(saved.about, library.engine());
   return static_cast<int>(compare(saved.records, collector.all) ? ExitCode::Done : ExitCode::Findings);
 }
 
@@ -89,17 +111,17 @@ void addReplayCommand(CLI::App& app, int& status) {
   CLI::App& command =
       *app.add_subcommand("replay", "Repeat a run that 'track --save-run' kept, and compare every record");
   command.add_option("folder", options->folder, "The folder that --save-run wrote")->required()->type_name("DIR");
-  command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
-      ->type_name("PATH");
+  addPluginOptions(command, options->plugin);
   command.add_option("--records", options->records, "Write the replay's records, one JSON line per call")
       ->type_name("FILE");
-  command.footer(helpFooter({"track street.mp4 --box 412,230,64,48 --save-run problem", "replay problem"},
-                            {{0, "every record is the same, timings aside"},
-                             {1, "some records differ"},
-                             {3, "the folder holds no saved run, or a damaged one"},
-                             {4, "the plug-in cannot be loaded"},
-                             {6, "an output could not be written to its end"},
-                             {130, "interrupted (143: terminated)"}}));
+  command.footer(helpFooter(
+      {"track street.mp4 --box 412,230,64,48 --save-run problem", "replay problem", "replay problem --engine opencv"},
+      {{0, "every record is the same, timings and engine aside"},
+       {1, "some records differ"},
+       {3, "the folder holds no saved run, or a damaged one"},
+       {4, "the plug-in cannot be loaded"},
+       {6, "an output could not be written to its end"},
+       {130, kInterrupted}}));
   command.callback([options, &status] { status = replay(*options); });
 }
 

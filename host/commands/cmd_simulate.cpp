@@ -8,10 +8,13 @@
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
+#include "base/json_text.h"
 #include "base/text_output.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
+#include "commands/plugin_choice.h"
 #include "config/config_text.h"
+#include "input/file_plan.h"
 #include "picture/picture_output.h"
 #include "plugin/plugin_library.h"
 #include "simulator/scenario_reader.h"
@@ -33,7 +36,7 @@ struct SimulateOptions {
   std::string sheet;
   std::string clip;
   std::string clipMetadata;
-  std::string plugin;
+  PluginChoice plugin;
   std::string clock = "simulated";
   std::string print;
   bool list = false;
@@ -85,13 +88,9 @@ void checkOptions(const SimulateOptions& options) {
   if (options.clock != "simulated" && options.clock != "machine") {
     throw HostError(ExitCode::Usage, "--clock '" + options.clock + "' is neither 'simulated' nor 'machine'");
   }
-  if (!options.video.empty()) checkWritable(options.video, "--video");
-  if (!options.clip.empty()) checkWritable(options.clip, "--clip");
-  if (!options.sheet.empty()) {
-    checkPictureName(options.sheet, "--sheet");
-    checkWritable(options.sheet, "--sheet");
-  }
-  if (!options.summary.empty() && options.summary != "-") checkWritable(options.summary, "--summary");
+  if (!options.video.empty()) checkVideoName(options.video, "--video");
+  if (!options.clip.empty()) checkVideoName(options.clip, "--clip");
+  if (!options.sheet.empty()) checkPictureName(options.sheet, "--sheet");
   if (options.records == "-" && options.summary == "-") {
     throw HostError(ExitCode::Usage, "--records and --summary cannot both go to standard output");
   }
@@ -111,16 +110,34 @@ int exitCodeOf(bool started, const std::vector<sim::Check>& checks) {
   return static_cast<int>(ExitCode::Done);
 }
 
+void checkFiles(const SimulateOptions& options) {
+  FilePlan plan;
+  if (sim::findShippedScenario(options.scenario) == nullptr) plan.reads("the scenario", options.scenario);
+  plan.reads("--config", options.config.file);
+  plan.reads("--plugin", pathOf(options.plugin));
+  plan.writes("--records", options.records);
+  plan.writes("--summary", options.summary);
+  plan.writes("--video", options.video);
+  plan.writes("--sheet", options.sheet);
+  plan.writes("--clip", options.clip);
+  plan.writes("--clip-metadata", options.clipMetadata);
+  plan.check();
+}
+
 int simulate(const SimulateOptions& options) {
   if (options.list) return listScenarios();
   if (!options.print.empty()) return printScenario(options.print);
   checkOptions(options);
+  checkFiles(options);
   const sim::Scenario scenario = scenarioOf(options);
-  PluginLibrary library(options.plugin);
+  PluginLibrary library(pathOf(options.plugin));
+  checkSets(options.config.sets, library.create()->getConfigList());
 
   sim::SimulationSummary summary;
   sim::SimulationPictures pictures(options.video, options.sheet);
   sim::SimulationClip clip(options.clip, options.clipMetadata);
+  std::optional<WholeText> summaryFile;
+  if (!options.summary.empty()) summaryFile.emplace(options.summary, "--summary");
   std::optional<sim::SimulationRecords> records;
   LogToStderr log;
   std::vector<sim::SimulationObserver*> observers = {&summary};
@@ -132,10 +149,14 @@ int simulate(const SimulateOptions& options) {
 
   const sim::SimulationTotals totals = summary.totals();
   const std::vector<sim::Check> checks = sim::judge(totals, scenario.expect);
-  if (!options.summary.empty()) {
-    TextOutput(options.summary).writeLine(sim::toJson(scenario, totals, checks).dump(2));
+  nlohmann::ordered_json json = sim::toJson(scenario, totals, checks);
+  std::string text = sim::textOf(scenario, totals, checks);
+  if (interruptSignal() != 0) {
+    json["interrupted"] = interruptName();
+    text += "interrupted by " + interruptName() + ": the figures are of the part before\n";
   }
-  if (!options.quiet) printResult(options, sim::textOf(scenario, totals, checks));
+  if (summaryFile) summaryFile->write(jsonText(json, 2));
+  if (!options.quiet) printResult(options, text);
   return exitCodeOf(started, checks);
 }
 
@@ -173,8 +194,7 @@ void addSimulateCommand(CLI::App& app, int& status) {
       ->take_all()
       ->allow_extra_args(false);
   addOutputs(command, *options);
-  command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
-      ->type_name("PATH");
+  addPluginOptions(command, options->plugin);
   command
       .add_option("--clock", options->clock,
                   "What the plug-in's rules in seconds go by: simulated (the scene's time) or machine")
@@ -188,7 +208,7 @@ void addSimulateCommand(CLI::App& app, int& status) {
                              {4, "the plug-in cannot be loaded"},
                              {5, "the plug-in refused the target"},
                              {6, "an output could not be written to its end"},
-                             {130, "interrupted (143: terminated); what is written so far is complete"}}));
+                             {130, kInterrupted}}));
   command.callback([options, &status] { status = simulate(*options); });
 }
 

@@ -10,13 +10,18 @@
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
+#include "base/json_text.h"
+#include "base/masked_address.h"
 #include "base/text_file.h"
 #include "base/text_output.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
+#include "commands/live_options.h"
+#include "commands/plugin_choice.h"
 #include "config/config_check.h"
 #include "config/config_text.h"
 #include "evaluation/truth.h"
+#include "input/file_plan.h"
 #include "input/frame_source.h"
 #include "input/metadata_file.h"
 #include "picture/annotate.h"
@@ -34,61 +39,84 @@ namespace {
 
 struct TrackOptions {
   SourceOptions source;
+  LiveTrackOptions live;
   std::vector<std::string> boxes;
   ConfigOptions config;
   std::string metadata;
   std::string records;
   std::string video;
   std::string still;
-  std::string plugin;
+  PluginChoice plugin;
   std::string pace = "video";
   std::string report;
   std::string truth;
+  std::string truthFormat = "auto";
+  long firstNumber = 1;
   std::string saveRun;
   int threads = 1;
   bool debug = false;
   bool quiet = false;
   bool show = false;
+  bool strict = false;
 };
 
+/// One line per call. A file is begun with the first target that is followed: a box that is refused costs nobody the
+/// records of an earlier run.
 class RecordsObserver : public RunObserver {
  public:
-  explicit RecordsObserver(const std::string& path) : output_(path) {}
-  void frame(const SourceFrame& /*frame*/, const std::vector<CallRecord>& records) override {
-    for (const CallRecord& record : records) output_.writeLine(toJson(record).dump());
-  }
-  void restarted(const CallRecord& record) override { output_.writeLine(toJson(record).dump()); }
+  explicit RecordsObserver(const std::string& path) : output_(path, "--records"), begun_(path == "-") {}
+  void frame(const SourceFrame& /*frame*/, const std::vector<CallRecord>& records) override { write_(records); }
+  void noSignal(const std::vector<CallRecord>& records) override { write_(records); }
+  void restarted(const CallRecord& record) override { write_({record}); }
 
  private:
+  void write_(const std::vector<CallRecord>& records) {
+    for (const CallRecord& record : records) waiting_.push_back(jsonText(toJson(record)));
+    begun_ = begun_ || anyFollowed(records);
+    if (!begun_) return;
+    for (const std::string& line : std::exchange(waiting_, {})) output_.writeLine(line);
+  }
+
   TextOutput output_;
+  bool begun_;
+  std::vector<std::string> waiting_;
 };
 
 /// Draws once per frame for both the video and the still.
 class PictureObserver : public RunObserver {
  public:
-  PictureObserver(std::string video, std::string still) : videoPath_(std::move(video)), stillPath_(std::move(still)) {}
+  PictureObserver(const std::string& video, const std::string& still) {
+    if (!video.empty()) videoFile_.emplace(video, "--video");
+    if (!still.empty()) stillFile_.emplace(still, "--still");
+  }
   void begin(const RunInfo& info) override {
-    if (!videoPath_.empty()) video_.emplace(videoPath_, info.frameSize, info.fps);
+    if (videoFile_) video_.emplace(*videoFile_, info.frameSize, info.fps);
   }
   void frame(const SourceFrame& frame, const std::vector<CallRecord>& records) override {
+    hasResult_ = hasResult_ || anyFollowed(records);
     last_ = annotator_.draw(frame.bgr, records);
     if (video_) video_->write(last_);
   }
   void restarted(const CallRecord& record) override { annotator_.forget(record.target); }
   void end() override {
-    if (!stillPath_.empty() && !last_.empty()) writePicture(stillPath_, last_);
+    if (!hasResult_) return;  // what an earlier run left is worth more
+    if (stillFile_ && !last_.empty()) writePicture(*stillFile_, last_);
     if (video_) video_->close();
   }
 
  private:
-  std::string videoPath_;
-  std::string stillPath_;
+  std::optional<PendingFile> videoFile_;
+  std::optional<PendingFile> stillFile_;
   std::optional<VideoOutput> video_;
+  bool hasResult_ = false;
   Annotator annotator_;
   cv::Mat last_;
 };
 
 void checkOptions(const TrackOptions& options) {
+  if (options.source.source.empty() == options.source.pipeline.empty()) {
+    throw HostError(ExitCode::Usage, "one source is needed: SOURCE, or --gstreamer PIPELINE");
+  }
   if (options.threads < 1 || options.threads > 256) {
     throw HostError(ExitCode::Usage, "--threads " + std::to_string(options.threads) + " is not between 1 and 256");
   }
@@ -96,7 +124,6 @@ void checkOptions(const TrackOptions& options) {
     throw HostError(ExitCode::Usage,
                     "--box is required: where is the target on the first frame? (or --show, to drag a box)");
   }
-  if (!options.video.empty()) checkWritable(options.video, "--video");
   if (!options.truth.empty() && options.report.empty()) {
     throw HostError(ExitCode::Usage, "--truth is for the report: name it with --report FILE");
   }
@@ -104,16 +131,29 @@ void checkOptions(const TrackOptions& options) {
     throw HostError(ExitCode::Usage,
                     "--save-run and --show exclude one another: a run steered by hand cannot be repeated");
   }
-  if (!options.still.empty()) {
-    checkPictureName(options.still, "--still");
-    checkWritable(options.still, "--still");
-  }
+  if (!options.video.empty()) checkVideoName(options.video, "--video");
+  if (!options.still.empty()) checkPictureName(options.still, "--still");
+}
+
+void checkFiles(const TrackOptions& options) {
+  FilePlan plan;
+  plan.readsSource("the source", options.source.source);
+  plan.reads("--config", options.config.file);
+  plan.reads("--metadata", options.metadata);
+  plan.reads("--truth", options.truth);
+  plan.reads("--plugin", pathOf(options.plugin));
+  plan.writes("--records", options.records);
+  plan.writes("--video", options.video);
+  plan.writes("--still", options.still);
+  plan.writes("--report", options.report);
+  plan.writesFolder("--save-run", options.saveRun);
+  plan.check();
 }
 
 /// The plug-in passes over what it does not understand in silence; a person should hear of it once.
-void noteUncheckedFile(const TrackOptions& options) {
+void noteUncheckedFile(const TrackOptions& options, const std::string& fileText) {
   if (options.config.file.empty() || options.quiet) return;
-  for (const ConfigFinding& finding : checkConfig(readTextFile(options.config.file))) {
+  for (const ConfigFinding& finding : checkConfig(fileText)) {
     if (finding.level != ConfigFinding::Level::Warning) continue;
     std::fprintf(stderr, "csrt-track: note: '%s' is not taken as it is written; see 'csrt-track config check %s'\n",
                  options.config.file.c_str(), options.config.file.c_str());
@@ -136,39 +176,80 @@ void printSummary(const TrackOptions& options, const RunSummary& summary) {
   std::fputs((summary.text() + (text.empty() ? "" : "\n") + text).c_str(), out);
 }
 
-int finish(const TrackOptions& options, const RunSummary& summary, const TrackRunResult& result) {
+/// In a person's words; the plug-in's own may be the text of a failed assertion.
+std::string whyRefused(const CallRecord& refused, cv::Size picture, const std::string& configText) {
+  const cv::Rect box = refused.givenBox.value_or(cv::Rect());
+  if ((box & cv::Rect({}, picture)).area() == 0) return "the box lies outside";
+  if (box.width < 2 || box.height < 2) return "the box is too small; it needs 2 pixels or more on each side";
+  for (const ConfigFinding& finding : checkConfig(configText.empty() ? "{}" : configText)) {
+    if (finding.cannotStart) return finding.text;
+  }
+  const bool readable = !refused.reason.empty() && refused.reason.find("OpenCV(") == std::string::npos;
+  return readable ? refused.reason : "the plug-in refused it; --debug shows its log lines";
+}
+
+/// What was the matter with the source, in one line; empty: nothing.
+std::string faultsOf(const TrackRunResult& result) {
+  std::string text;
+  for (const std::string& fault : result.sourceFaults) text += (text.empty() ? "" : "; ") + fault;
+  return text;
+}
+
+int finish(const TrackOptions& options, const std::string& configText, const RunSummary& summary,
+           const TrackRunResult& result) {
   for (const CallRecord& refused : result.refused) {
     const cv::Rect b = refused.givenBox.value_or(cv::Rect());
-    std::fprintf(stderr, "csrt-track: tracking of '%s' did not start on the box %d,%d,%d,%d: %s\n",
-                 refused.target.c_str(), b.x, b.y, b.width, b.height,
-                 refused.reason.empty() ? "the plug-in refused it" : refused.reason.c_str());
+    std::fprintf(stderr,
+                 "csrt-track: tracking of '%s' did not start on the box %d,%d,%d,%d of a picture of %dx%d: %s\n",
+                 refused.target.c_str(), b.x, b.y, b.width, b.height, result.frameSize.width, result.frameSize.height,
+                 whyRefused(refused, result.frameSize, configText).c_str());
   }
   const bool noneStarted = result.refused.size() == summary.totals().size();
   if (!noneStarted && !options.quiet) printSummary(options, summary);
+  const std::string faults = faultsOf(result);
+  const std::string source = withPasswordsMasked(options.source.source);
+  if (!faults.empty() && !noneStarted && !options.quiet && !options.strict) {
+    std::fprintf(options.records == "-" ? stderr : stdout, "source: %s\n", faults.c_str());
+  }
   if (!result.refused.empty()) return static_cast<int>(ExitCode::NotStarted);
+  if (options.strict && !faults.empty() && !result.interrupted) {
+    throw HostError(ExitCode::Source, "'" + source + "' is not whole: " + faults);
+  }
   return result.interrupted ? 128 + interruptSignal() : static_cast<int>(ExitCode::Done);
 }
 
 std::vector<TruthTarget> truthOf(const TrackOptions& options) {
   if (options.truth.empty()) return {};
-  return readTruth(options.truth, TruthOptions(), "target");
+  TruthOptions truth;
+  truth.format = truthFormatOf(options.truthFormat);
+  truth.firstNumber = options.firstNumber;
+  return readTruth(options.truth, truth, "target");
 }
 
 int track(const TrackOptions& options) {
+  checkFiles(options);
+  ConfigOptions config = options.config;
+  if (!config.file.empty()) config.fileText = readTextFile(config.file);  // once: it may be a pipe
   TrackRun run;
-  run.sourceName = options.source.source;
+  const bool live = isLive(options.source);
+  run.sourceName =
+      live::withoutPassword(options.source.pipeline.empty() ? options.source.source : options.source.pipeline);
   run.targets = parseTargetOptions(options.boxes);
-  run.configText = buildConfigText(options.config);
-  if (!options.metadata.empty()) run.metadata = readMetadataFile(options.metadata);
+  run.configText = buildConfigText(config);
+  if (!options.metadata.empty() && !live) run.metadata = readMetadataFile(options.metadata);
   run.pace = paceOf(options.pace);
   run.threads = options.threads;
   run.logToStderr = options.debug || asksForDebug(run.configText);
   checkOptions(options);
-  const std::unique_ptr<FrameSource> source = openFrameSource(options.source);
-  PluginLibrary library(options.plugin);
+  std::unique_ptr<FrameSource> source = live ? nullptr : openFrameSource(options.source);
+  if (source && !options.quiet && !source->note().empty()) {
+    std::fprintf(stderr, "csrt-track: note: %s\n", source->note().c_str());
+  }
+  PluginLibrary library(pathOf(options.plugin));
   checkSets(options.config.sets, library.create()->getConfigList());
-  noteUncheckedFile(options);
+  noteUncheckedFile(options, config.fileText.value_or(""));
 
+  if (live) source = openLiveSource(options.source, options.live, options.metadata, options.quiet);
   RunSummary summary;
   Progress progress;
   PictureObserver pictures(options.video, options.still);
@@ -176,7 +257,7 @@ int track(const TrackOptions& options) {
   if (!options.report.empty()) report.emplace(options.report, truthOf(options));
   std::optional<RunSaver> saver;
   if (!options.saveRun.empty()) saver.emplace(options.saveRun, run);
-  std::optional<RecordsObserver> records;  // last: it empties its file, so nothing may be wrong any more
+  std::optional<RecordsObserver> records;
   if (!options.records.empty()) records.emplace(options.records);
   std::vector<RunObserver*> observers = {&summary};
   if (records) observers.push_back(&*records);
@@ -186,18 +267,20 @@ int track(const TrackOptions& options) {
   if (!options.quiet) observers.push_back(&progress);
   const std::unique_ptr<RunSteering> window = options.show ? openLiveWindow("csrt-track") : nullptr;
   const TrackRunResult result = runTrack(*source, library, run, observers, window.get());
-  return finish(options, summary, result);
+  return finish(options, run.configText, summary, result);
 }
 
 void addSourceOptions(CLI::App& command, SourceOptions& source) {
   command
       .add_option("source", source.source,
-                  "Video file, printf pattern (img/%04d.jpg), folder of pictures, or camera number")
-      ->required()
+                  "Video file, printf pattern (img/%04d.jpg), folder of pictures, camera number, or a live source: "
+                  "rtsp://, udp://, rtp://, http://, FILE.sdp, /dev/video0, - for standard input")
       ->type_name("SOURCE");
   command.add_option("--start", source.start, "First frame to use, counted from 0")->type_name("N");
   command.add_option("--frames", source.frames, "Use at most so many frames")->type_name("N");
-  command.add_option("--fps", source.fps, "Frames per second; default: what the source says, 25 for pictures")
+  command
+      .add_option("--fps", source.fps,
+                  "Frames per second, instead of the time stamps of the source; default for pictures: 25")
       ->type_name("RATE");
 }
 
@@ -207,6 +290,7 @@ void addTrackCommand(CLI::App& app, int& status) {
   const auto options = std::make_shared<TrackOptions>();
   CLI::App& command = *app.add_subcommand("track", "Follow one or several targets through a video");
   addSourceOptions(command, options->source);
+  addLiveOptions(command, options->source, options->live);
   command
       .add_option("--box", options->boxes,
                   "Target on the first frame: left, top, width, height in pixels; may be repeated, then with names: "
@@ -235,6 +319,14 @@ void addTrackCommand(CLI::App& app, int& status) {
       ->type_name("FILE");
   command.add_option("--truth", options->truth, "Where the targets really are, for the report; as for 'evaluate'")
       ->type_name("FILE");
+  command.add_option("--format", options->truthFormat, "Format of the truth: auto, otb, got10k, vot, mot or csv")
+      ->type_name("FORMAT")
+      ->capture_default_str();
+  command
+      .add_option("--first-number", options->firstNumber,
+                  "The number that a truth of several targets gives to the first frame of its clip")
+      ->type_name("N")
+      ->capture_default_str();
   command.add_option("--save-run", options->saveRun, "Keep frames, calls and answers in a new folder, for 'replay'")
       ->type_name("DIR");
   command
@@ -245,14 +337,16 @@ void addTrackCommand(CLI::App& app, int& status) {
       ->capture_default_str();
   command.add_flag("--show", options->show,
                    "Open a window: space pauses, . steps, dragging starts over on a new box, q ends");
-  command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
-      ->type_name("PATH");
+  addPluginOptions(command, options->plugin);
   command.add_option("--threads", options->threads, "Threads that work on the targets")
       ->type_name("N")
       ->capture_default_str();
+  command.add_flag("--strict", options->strict,
+                   "End with status 3 when the source ends early, has damaged frames or changes its picture size");
   command.add_flag("--debug", options->debug, "Show the plug-in's log lines on standard error");
   command.add_flag("--quiet", options->quiet, "No progress, no summary");
   std::vector<ExitMeaning> exits = runExits();
+  exits.front().second = "the source cannot be opened, has no frame or, with --strict, is not whole";
   exits.emplace_back(5, "tracking did not start; with several targets, of at least one");
   command.footer(helpFooter(
       {"track street.mp4 --box 412,230,64,48 --video out.mp4 --report out.html",

@@ -14,13 +14,16 @@
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
+#include "base/json_text.h"
 #include "base/text_output.h"
 #include "commands/commands.h"
 #include "commands/evaluation_options.h"
 #include "commands/help_footer.h"
+#include "commands/plugin_choice.h"
 #include "config/config_text.h"
 #include "evaluation/tune_scoring.h"
 #include "evaluation/tuning_result.h"
+#include "input/file_plan.h"
 #include "plugin/plugin_library.h"
 
 namespace host {
@@ -41,7 +44,7 @@ struct TuneOptions {
   std::uint64_t seed = 1;
   std::string shard = "1/1";
   std::string out;
-  std::string plugin;
+  PluginChoice plugin;
   int threads = 0;
   bool quiet = false;
 };
@@ -72,7 +75,8 @@ Json namesOf(const std::vector<Sequence>& sequences) {
 }
 
 /// What makes two searches the same search, whatever their shard, time and machine.
-Json searchOf(const TuneOptions& options, const TuneSplit& split, const nlohmann::json& start) {
+Json searchOf(const TuneOptions& options, const TuneSplit& split, const nlohmann::json& start,
+              const std::string& engine) {
   return {{"seed", options.seed},
           {"candidates", options.candidates},
           {"goal", options.goal.name},
@@ -80,6 +84,7 @@ Json searchOf(const TuneOptions& options, const TuneSplit& split, const nlohmann
           {"start", Json(start)},
           {"training", namesOf(split.training)},
           {"held_back", namesOf(split.heldBack)},
+          {"engine", engine},
           {"program", CSRT_VERSION},
           {"opencv", CV_VERSION}};
 }
@@ -92,7 +97,7 @@ class TrialLog {
     const Json heading = {{"log", "csrt-track tune"}, {"shard", shard}, {"search", search}};
     if (!read_(heading)) {
       std::ofstream file(path_, std::ios::trunc);
-      file << heading.dump() << '\n' << std::flush;
+      file << jsonText(heading) << '\n' << std::flush;
       if (!file) throw HostError(ExitCode::Usage, "cannot write '" + path_ + "'");
     }
   }
@@ -101,7 +106,7 @@ class TrialLog {
 
   void add(const Trial& trial) {
     std::ofstream file(path_, std::ios::app);
-    file << toJson(trial).dump() << '\n' << std::flush;
+    file << jsonText(toJson(trial)) << '\n' << std::flush;
     if (!file) throw HostError(ExitCode::Output, "cannot write to '" + path_ + "'");
   }
 
@@ -173,7 +178,7 @@ std::vector<HeldBackScore> scoreHeldBack(PluginLibrary& library, const TuneSplit
 }
 
 void write(const std::string& path, const std::string& text) {
-  TextOutput(path).writeLine(text);
+  WholeText(path, "--out").write(text);
 }
 
 /// The cost of the defaults in the same unit, from the log where it is known.
@@ -199,20 +204,44 @@ TuneSettings settingsOf(const TuneOptions& options, const nlohmann::json& start)
   return settings;
 }
 
+/// Every trial reads the sources again.
+void refusePipes(const TuneOptions& options) {
+  for (const std::string& source : options.sequences.sources) {
+    if (isReadableOnce(source)) {
+      throw HostError(ExitCode::Usage,
+                      "'" + source + "' is a pipe: a search reads its sources many times; name a file");
+    }
+  }
+}
+
+void checkFiles(const TuneOptions& options) {
+  refusePipes(options);
+  FilePlan plan;
+  options.sequences.addTo(plan);
+  plan.reads("--config", options.config.file);
+  plan.reads("--plugin", pathOf(options.plugin));
+  for (const char* file : {"trials.jsonl", "best.json", "tuning.json", "report.md"}) {
+    plan.writes("--out", (fs::path(options.out) / file).string());
+  }
+  plan.check();
+}
+
 int tune(const TuneOptions& options) {
   checkOptions(options);
+  checkFiles(options);
   const std::string startText = buildConfigText(options.config);
   const nlohmann::json start =
       startText.empty() ? nlohmann::json::object() : nlohmann::json::parse(startText, nullptr, false);
   if (!start.is_object()) throw HostError(ExitCode::Usage, "configuration '" + options.config.file + "' is not JSON");
   const TuneSettings settings = settingsOf(options, start);
   const TuneSplit split = splitTargets(openSequences(options.sequences.read()), options.heldBack);
-  PluginLibrary library(options.plugin);
+  PluginLibrary library(pathOf(options.plugin));
   checkSets(options.config.sets, library.create()->getConfigList());
   makeFolder(options.out);
   cv::setNumThreads(1);  // the targets share the cores
   TuningResult result;
-  result.search = searchOf(options, split, start);
+  result.search = searchOf(options, split, start, library.engine());
+  if (settings.shard.count > 1) result.shards = {options.shard};
   TrialLog log(options.out + "/trials.jsonl", result.search, options.shard);
 
   const Clock::time_point begin = Clock::now();
@@ -237,8 +266,8 @@ int tune(const TuneOptions& options) {
   if (best == nullptr) throw HostError(ExitCode::Usage, "--budget ended before the first trial did");
   if (interruptSignal() == 0) result.heldBack = scoreHeldBack(library, split, goal, threads, start, best->config);
 
-  write(options.out + "/best.json", best->config.dump(2));
-  write(options.out + "/tuning.json", toJson(result).dump(2));
+  write(options.out + "/best.json", jsonText(best->config, 2));
+  write(options.out + "/tuning.json", jsonText(toJson(result), 2));
   const std::string report = reportOf(result);
   write(options.out + "/report.md", report);
   if (!options.quiet) std::fputs(report.substr(0, report.find("\n## All trials")).c_str(), stdout);
@@ -281,8 +310,7 @@ void addTuneCommand(CLI::App& app, int& status) {
   command.add_option("--shard", options->shard, "Only the i-th of n parts; 'csrt-track merge' puts them together")
       ->type_name("I/N");
   command.add_option("--threads", options->threads, "Threads; default: all cores")->type_name("N");
-  command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
-      ->type_name("PATH");
+  addPluginOptions(command, options->plugin);
   command.add_flag("--quiet", options->quiet, "No progress, no report on standard output");
   command.footer(helpFooter({"tune clip.avi --truth clip.csv --goal both --budget 60 --out search"}, runExits()));
   command.callback([options, &status] { status = tune(*options); });

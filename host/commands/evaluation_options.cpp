@@ -1,8 +1,11 @@
 #include "commands/evaluation_options.h"
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
+#include <system_error>
 
 #include "base/host_error.h"
+#include "input/file_plan.h"
 
 namespace host {
 
@@ -21,7 +24,7 @@ void SequenceArguments::addTo(CLI::App& command) {
       ->type_name("FILE")
       ->take_all()
       ->allow_extra_args(false);
-  command.add_option("--format", format, "Format of the truth: auto, otb, got10k, vot or csv")
+  command.add_option("--format", format, "Format of the truth: auto, otb, got10k, vot, mot or csv")
       ->type_name("FORMAT")
       ->capture_default_str();
   command
@@ -30,8 +33,27 @@ void SequenceArguments::addTo(CLI::App& command) {
       ->type_name("N")
       ->capture_default_str();
   command.add_option("--targets", only, "Use only these targets; comma-separated")->type_name("NAME")->delimiter(',');
-  command.add_option("--fps", fps, "Frames per second; default: what the source says, 25 for pictures")
+  command
+      .add_option("--fps", fps, "Frames per second, instead of the time stamps of the source; default for pictures: 25")
       ->type_name("RATE");
+}
+
+void SequenceArguments::addTo(FilePlan& plan) const {
+  namespace fs = std::filesystem;
+  for (const std::string& source : sources) {
+    plan.readsSource("the sequence", source);
+    for (const char* pictures : {"img", "color", "imgs"}) {
+      const std::string inner = (fs::path(source) / pictures).string();
+      std::error_code ignored;
+      if (fs::is_directory(inner, ignored)) plan.readsSource("a picture of the sequence '" + source + "':", inner);
+    }
+    for (const char* file : {"groundtruth_rect.txt", "groundtruth.txt", "absence.label"}) {
+      const fs::path path = fs::path(source) / file;
+      std::error_code ignored;
+      if (fs::exists(path, ignored)) plan.reads("the truth", path.string());
+    }
+  }
+  for (const std::string& truth : truths) plan.reads("--truth", truth);
 }
 
 SequenceOptions SequenceArguments::read() const {

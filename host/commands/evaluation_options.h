@@ -13,6 +13,8 @@ class App;
 
 namespace host {
 
+class FilePlan;
+
 /// The texts behind a SequenceOptions.
 struct SequenceArguments {
   std::vector<std::string> sources;  ///< Folders and videos.
@@ -24,6 +26,8 @@ struct SequenceArguments {
 
   /// Adds the options to a command; `this` must outlive it.
   void addTo(CLI::App& command);
+  /// Declares all that is read: sources, the truth in their folders, the truths given.
+  void addTo(FilePlan& plan) const;
   /// @throws HostError (Usage) for a word or number that cannot be
   SequenceOptions read() const;
 };

@@ -18,11 +18,14 @@ std::string wrapped(const std::string& text, std::size_t width) {
   return lines;
 }
 
+const char* const kInterrupted =
+    "interrupted (129: connection lost, 143: terminated); what is written so far is complete";
+
 std::vector<ExitMeaning> runExits() {
   return {{3, "the source cannot be opened or has no frame"},
           {4, "the plug-in cannot be loaded"},
           {6, "an output could not be written to its end"},
-          {130, "interrupted (143: terminated); what is written so far is complete"}};
+          {130, kInterrupted}};
 }
 
 std::string helpFooter(const std::vector<std::string>& examples, std::vector<ExitMeaning> exits) {

@@ -18,6 +18,9 @@ std::string helpFooter(const std::vector<std::string>& examples, std::vector<Exi
 /// The text with line feeds put in between words, so that no line is longer than `width` unless a word is. Pure.
 std::string wrapped(const std::string& text, std::size_t width);
 
+/// What the statuses behind an interruption mean.
+extern const char* const kInterrupted;
+
 /// The statuses of a command that works through a source with the plug-in and writes files.
 std::vector<ExitMeaning> runExits();
 

@@ -8,7 +8,9 @@
 #include <nlohmann/json.hpp>
 #include <numeric>
 #include <optional>
+#include <set>
 
+#include "base/json_text.h"
 #include "config_keys.h"
 #include "config_readers.h"
 #include "sw_json.h"
@@ -25,19 +27,28 @@ std::string pathOf(const ConfigKey& key) {
 }
 
 const ConfigKey* findKey(const std::string& path) {
-  for (const ConfigKey& key : configKeys()) {
-    if (pathOf(key) == path) return &key;
-  }
-  return nullptr;
+  static const std::map<std::string, const ConfigKey*> kKeys = [] {
+    std::map<std::string, const ConfigKey*> keys;
+    for (const ConfigKey& key : configKeys()) keys.emplace(pathOf(key), &key);
+    return keys;
+  }();
+  const auto found = kKeys.find(path);
+  return found == kKeys.end() ? nullptr : found->second;
 }
 
 bool isGroup(const std::string& name) {
-  return std::any_of(configKeys().begin(), configKeys().end(),
-                     [&name](const ConfigKey& key) { return *key.group != '\0' && name == key.group; });
+  static const std::set<std::string> kGroups = [] {
+    std::set<std::string> groups;
+    for (const ConfigKey& key : configKeys()) {
+      if (*key.group != '\0') groups.insert(key.group);
+    }
+    return groups;
+  }();
+  return kGroups.count(name) > 0;
 }
 
 /// Every group and every key, with their full names.
-std::vector<std::string> allNames() {
+std::vector<std::string> makeAllNames() {
   std::vector<std::string> names;
   for (const ConfigKey& key : configKeys()) {
     if (*key.group != '\0' && (names.empty() || std::find(names.begin(), names.end(), key.group) == names.end())) {
@@ -47,6 +58,15 @@ std::vector<std::string> allNames() {
   }
   return names;
 }
+
+const std::vector<std::string>& allNames() {
+  static const std::vector<std::string> kNames = makeAllNames();
+  return kNames;
+}
+
+constexpr double kLeastPadding = 0.5;      // box sides; below, a start depends on the box's shape
+constexpr std::size_t kLongestName = 100;  // longer than any key, so like none
+constexpr int kMostSuggestions = 100;      // nobody reads more, and each costs a look at every key
 
 std::size_t editDistance(const std::string& a, const std::string& b) {
   std::vector<std::size_t> row(b.size() + 1);
@@ -203,6 +223,10 @@ class Checker {
   void add_(Level level, const std::string& path, const TextPlace& place, const std::string& text) {
     findings_.push_back({level, path, place, text});
   }
+  void addCannotStart_(const std::string& path, const std::string& text) {
+    add_(Level::Warning, path, text + ": tracking cannot start");
+    findings_.back().cannotStart = true;
+  }
   void add_(Level level, const std::string& path, const std::string& text) { add_(level, path, places_[path], text); }
 
   void checkGroup_(const std::string& name, const SwJsonValue& value) {
@@ -233,17 +257,22 @@ class Checker {
                               key->highest, shown(*stored)));
     }
     if (path == "csrt.window_function" && !isWindowFunction(given)) {
-      return add_(Level::Warning, path,
-                  "'" + path + "': " + shown(given) + " is none of hann, cheb and kaiser: tracking cannot start");
+      return addCannotStart_(path, "'" + path + "': " + shown(given) + " is none of hann, cheb and kaiser");
+    }
+    if (path == "csrt.padding" && given < kLeastPadding) {
+      return addCannotStart_(path, fmt::format("'{}': {} leaves OpenCV's tracker too little around most boxes; {} and "
+                                               "more does",
+                                               path, shown(given), kLeastPadding));
     }
     checkAgainstSchema_(path, given);
   }
 
   void addUnknown_(const std::string& path) {
     std::string text = "the plug-in does not know '" + path + "'";
-    const std::string nearest = nearestName(path, allNames());
+    const std::string nearest = ++unknown_ <= kMostSuggestions ? nearestName(path, allNames()) : std::string();
     if (!nearest.empty()) text += "; did you mean '" + nearest + "'?";
     add_(Level::Warning, path, text);
+    findings_.back().unknownKey = true;
   }
 
   /// A value that the plug-in takes, but that an editor built on the published schema would refuse.
@@ -272,13 +301,13 @@ class Checker {
       if (std::string(key.group) == "csrt") readConfigValue((*group.toObject())[key.name], key, key.slot(config));
     }
     if (config.csrt.use_hog || config.csrt.use_color_names || config.csrt.use_rgb || config.csrt.use_gray) return;
-    add_(Level::Warning, "csrt",
-         "'csrt' switches all of use_hog, use_color_names, use_rgb and use_gray off: tracking cannot start");
+    addCannotStart_("csrt", "'csrt' switches all of use_hog, use_color_names, use_rgb and use_gray off");
   }
 
   std::map<std::string, TextPlace> places_;
   Json schema_;
   std::vector<ConfigFinding> findings_;
+  int unknown_ = 0;
 };
 
 ConfigFinding unusable(const TextPlace& place, const std::string& text) {
@@ -288,6 +317,7 @@ ConfigFinding unusable(const TextPlace& place, const std::string& text) {
 }  // namespace
 
 std::string nearestName(const std::string& name, const std::vector<std::string>& known) {
+  if (name.size() > kLongestName) return {};
   std::string nearest;
   std::size_t best = std::numeric_limits<std::size_t>::max();
   for (const std::string& candidate : known) {
@@ -303,6 +333,11 @@ std::string nearestName(const std::string& name, const std::vector<std::string>&
 }
 
 std::vector<ConfigFinding> checkConfig(const std::string& text) {
+  const std::size_t deep = tooDeepAt(text);
+  if (deep != std::string::npos) {
+    return {unusable(placeOf(text, deep),
+                     fmt::format("nested too deeply: more than {} brackets are open at once", kDeepestNesting))};
+  }
   const SwString json(text);
   SwString error;
   std::size_t at = 0;

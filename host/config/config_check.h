@@ -18,7 +18,9 @@ struct ConfigFinding {
   Level level = Level::Warning;
   std::string path;  ///< "group.key"; empty for the text as a whole.
   TextPlace place;
-  std::string text;  ///< One sentence without its full stop.
+  std::string text;          ///< One sentence without its full stop.
+  bool unknownKey = false;   ///< The plug-in does not know the key.
+  bool cannotStart = false;  ///< With this value the plug-in refuses to start.
 };
 
 /// Everything there is to say about a configuration text, in the order of the text; empty when all is well. Pure.
@@ -27,7 +29,7 @@ std::vector<ConfigFinding> checkConfig(const std::string& text);
 /// The values in force without any configuration, as the JSON text that would set them. Pure.
 std::string defaultConfigText();
 
-/// The known name that is most like `name`; empty when none is like it. Pure.
+/// The known name that is most like `name`; empty when none is like it, or the name is longer than any. Pure.
 std::string nearestName(const std::string& name, const std::vector<std::string>& known);
 
 }  // namespace host

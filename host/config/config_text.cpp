@@ -5,6 +5,8 @@
 #include <nlohmann/json.hpp>
 
 #include "base/host_error.h"
+#include "base/json_text.h"
+#include "base/pending_file.h"
 #include "base/text_file.h"
 #include "config/config_check.h"
 #include "config/presets.h"
@@ -12,16 +14,45 @@
 namespace host {
 namespace {
 
-using Json = nlohmann::ordered_json;
+using Json = nlohmann::json;  // its members are found in a moment, however many there are
 
-Json parseObject(const std::string& text, const std::string& name) {
+void checkObject(const std::string& text, const std::string& name) {
   for (const ConfigFinding& finding : checkConfig(text)) {
     if (finding.level != ConfigFinding::Level::Unusable) continue;
     const TextPlace& at = finding.place;
     throw HostError(ExitCode::Usage, "configuration '" + name + "', line " + std::to_string(at.line) + ", column " +
                                          std::to_string(at.column) + ": " + finding.text);
   }
-  return Json::parse(text, nullptr, false);  // the rare text that only the plug-in's own parser takes is discarded
+}
+
+bool beginsWith(const std::string& text, const std::string& part) {
+  return text.compare(0, part.size(), part) == 0;
+}
+
+/// What a finding says about a value, without the key and without what the plug-in would make of it.
+std::string whatIsWrong(const ConfigFinding& finding) {
+  const std::string key = "'" + finding.path + "': ";
+  std::string text = beginsWith(finding.text, key) ? finding.text.substr(key.size()) : finding.text;
+  for (const char* consequence : {": ignored", ": taken as "}) {
+    const std::size_t at = text.rfind(consequence);
+    if (at != std::string::npos) text.erase(at);
+  }
+  return text;
+}
+
+/// A person who types a value means it: what the plug-in would ignore or change is refused.
+void checkValue(const std::string& set, const std::string& json) {
+  for (const ConfigFinding& finding : checkConfig(json)) {
+    if (finding.level != ConfigFinding::Level::Warning || finding.unknownKey) continue;
+    throw HostError(ExitCode::Usage, "--set '" + set + "': " + whatIsWrong(finding));
+  }
+}
+
+/// Values that are fine alone and keep the tracker from starting together.
+void checkTogether(const std::string& json) {
+  for (const ConfigFinding& finding : checkConfig(json)) {
+    if (finding.cannotStart) throw HostError(ExitCode::Usage, "--set: " + finding.text);
+  }
 }
 
 /// Groups are merged, everything else is replaced.
@@ -45,12 +76,20 @@ void applySet(Json& target, const std::string& text) {
     throw HostError(ExitCode::Usage, "--set '" + text + "' is not of the form group.key=value");
   }
   const std::string valueText = text.substr(equals + 1);
+  if (withBytesEscaped(text) != text) {
+    throw HostError(ExitCode::Usage, "--set '" + withBytesEscaped(text) + "' is not UTF-8");
+  }
+  if (tooDeepAt(valueText) != std::string::npos) {
+    throw HostError(ExitCode::Usage, "--set '" + path + "': the value is nested too deeply");
+  }
   Json value = Json::parse(valueText, nullptr, false);
   if (value.is_discarded()) value = valueText;
   if (dot == std::string::npos) {
+    checkValue(text, Json{{path, value}}.dump());
     target[path] = value;
     return;
   }
+  checkValue(text, Json{{path.substr(0, dot), {{path.substr(dot + 1), value}}}}.dump());
   Json& group = target[path.substr(0, dot)];
   if (!group.is_object()) group = Json::object();
   group[path.substr(dot + 1)] = value;
@@ -77,9 +116,10 @@ std::string buildConfigText(const ConfigOptions& options) {
   Json merged = Json::object();
   if (!options.preset.empty()) mergeInto(merged, Json::parse(presetText(options.preset)));
   if (!options.file.empty()) {
-    std::string text = readTextFile(options.file);
-    const Json json = parseObject(text, options.file);
+    std::string text = options.fileText ? *options.fileText : readTextFile(options.file);
+    checkObject(text, options.file);
     if (options.preset.empty() && options.sets.empty()) return text;
+    const Json json = Json::parse(text, nullptr, false);  // the rare text that only the plug-in takes is discarded
     if (json.is_discarded()) {
       throw HostError(ExitCode::Usage, "configuration '" + options.file +
                                            "' cannot be combined with --set or --preset: only "
@@ -88,7 +128,9 @@ std::string buildConfigText(const ConfigOptions& options) {
     mergeInto(merged, json);
   }
   for (const std::string& set : options.sets) applySet(merged, set);
-  return merged.dump();
+  std::string text = merged.dump();
+  if (!options.sets.empty()) checkTogether(text);
+  return text;
 }
 
 void checkSets(const std::vector<std::string>& sets, const std::string& schema) {

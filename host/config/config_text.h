@@ -1,6 +1,7 @@
 // The one JSON text that the plug-in's setConfig() gets, put together from what the user gave.
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -8,14 +9,17 @@ namespace host {
 
 /// What the command line says about the configuration.
 struct ConfigOptions {
-  std::string preset;             ///< Name of a shipped configuration; empty: none.
-  std::string file;               ///< A JSON file; empty: none.
-  std::vector<std::string> sets;  ///< "group.key=value" or "key=value", applied in order.
+  std::string preset;                   ///< Name of a shipped configuration; empty: none.
+  std::string file;                     ///< A JSON file; empty: none.
+  std::optional<std::string> fileText;  ///< What the file holds where it was read already, as a pipe is but once.
+  std::vector<std::string> sets;        ///< "group.key=value" or "key=value", applied in order.
 };
 
 /// Preset, then file, then single values; a later one replaces an earlier one key by key.
 /// A file alone is passed on byte for byte. Empty when nothing was given.
-/// @throws HostError (Usage) naming the file or the value that cannot be used
+/// @throws HostError (Usage) naming the file or the value that cannot be used; a single value also when the plug-in
+/// would
+///         ignore or change it, or could not start with it
 std::string buildConfigText(const ConfigOptions& options);
 
 /// Refuses a value of --set that the plug-in would silently ignore because it does not know the key.

@@ -14,6 +14,16 @@ bool isBlank(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
 
+/// The place behind one more byte.
+void advance(TextPlace& place, char c) {
+  if (c == '\n') {
+    ++place.line;
+    place.column = 1;
+  } else if ((static_cast<unsigned char>(c) & 0xC0U) != 0x80U) {
+    ++place.column;
+  }
+}
+
 /// Walks the text once. `open_` holds one entry per bracket that is open.
 class Walker {
  public:
@@ -59,17 +69,25 @@ class Walker {
     if (next < text_.size() && text_[next] == ':' && wantsKeys()) addKey(value, begin);
   }
 
+  /// Places are asked for in the order of the text: each goes on where the last one was.
+  TextPlace placeAt(std::size_t index) {
+    for (; placed_ < index; ++placed_) advance(place_, text_[placed_]);
+    return place_;
+  }
+
   void addKey(const std::string& key, std::size_t begin) {
     const bool isNew = open_.back().keys.insert(key).second;
     open_.back().current = key;
     std::string path;
     for (const Level& level : open_) path += (path.empty() ? "" : ".") + level.current;
-    found_.push_back({path, placeOf(text_, begin), !isNew});
+    found_.push_back({path, placeAt(begin), !isNew});
   }
 
   const std::string& text_;
   const SwString json_{text_};
   std::size_t at_ = 0;
+  std::size_t placed_ = 0;
+  TextPlace place_;
   std::vector<Level> open_;
   std::vector<KeyPlace> found_;
 };
@@ -78,14 +96,7 @@ class Walker {
 
 TextPlace placeOf(const std::string& text, std::size_t index) {
   TextPlace place;
-  for (std::size_t i = 0; i < std::min(index, text.size()); ++i) {
-    if (text[i] == '\n') {
-      ++place.line;
-      place.column = 1;
-    } else if ((static_cast<unsigned char>(text[i]) & 0xC0U) != 0x80U) {
-      ++place.column;
-    }
-  }
+  for (std::size_t i = 0; i < std::min(index, text.size()); ++i) advance(place, text[i]);
   return place;
 }
 

@@ -91,6 +91,7 @@ std::unique_ptr<FrameSource> openPart(const SourceOptions& whole, const SourceOp
   try {
     return openFrameSource(part);
   } catch (const HostError&) {
+    if (isReadableOnce(whole.source)) throw;
     openFrameSource(whole);  // cannot be opened at all: that is then what is said
     throw HostError(ExitCode::Source, "'" + whole.source + "' ends before frame " + std::to_string(part.start) +
                                           " (counted from 0), where its truth begins");
@@ -120,6 +121,7 @@ std::vector<FollowResult> followAll(const SourceOptions& source, const std::vect
                                     const FollowOptions& options) {
   if (jobs.empty()) return {};
   const std::unique_ptr<FrameSource> frames = openPart(source, neededPart(source, jobs));
+  if (options.onNote && !frames->note().empty()) options.onNote(frames->note());
   std::vector<RunningJob> running(jobs.begin(), jobs.end());
   WorkerPool pool(options.threads);
   PaceKeeper pace(options.pace == Pace::Source);

@@ -28,6 +28,7 @@ struct FollowResult {
 struct FollowOptions {
   int threads = 1;
   Pace pace = Pace::Fast;
+  std::function<void(const std::string&)> onNote;  ///< Told what a person should know of the source; may be empty.
   std::function<void()> onFrame;  ///< Called after each frame of the source, on the caller's thread; may be empty.
 };
 

@@ -23,7 +23,7 @@ double rounded(double ms) {
 class PluginFollower : public Follower {
  public:
   PluginFollower(PluginLibrary& library, const std::string& configText, bool followFrameTime)
-      : session_(library.create(), "target") {
+      : session_(library.create(), "target", library.engine()) {
     session_.configure(configText);
     session_.keepPace(followFrameTime ? Pace::Video : Pace::Fast);
   }
@@ -84,9 +84,11 @@ class TrackerFollower : public Follower {
 };
 
 /// Null where every feature is switched off: the plug-in refuses the start then.
-cv::Ptr<cv::Tracker> trackerOf(const std::string& configText) {
+cv::Ptr<cv::Tracker> trackerOf(const std::string& configText, TrackerMaker make) {
+  const CsrtConfig config = readConfig(configText);
   try {
-    return createCsrtTracker(readConfig(configText));
+    requireFeature(config);
+    return make(csrtParams(config));
   } catch (const std::runtime_error&) {
     return {};
   }
@@ -99,9 +101,9 @@ std::unique_ptr<Follower> makePluginFollower(PluginLibrary& library, const std::
   return std::make_unique<PluginFollower>(library, configText, followFrameTime);
 }
 
-std::unique_ptr<Follower> makeReferenceFollower(const std::string* configText) {
-  if (configText != nullptr) return makeTrackerFollower(trackerOf(*configText));
-  return makeTrackerFollower(cv::tracking::TrackerCSRT::create());
+std::unique_ptr<Follower> makeReferenceFollower(const std::string* configText, TrackerMaker make) {
+  if (configText == nullptr) return makeTrackerFollower(make(cv::tracking::TrackerCSRT::Params()));
+  return makeTrackerFollower(trackerOf(*configText, make));
 }
 
 std::unique_ptr<Follower> makeTrackerFollower(cv::Ptr<cv::Tracker> tracker) {

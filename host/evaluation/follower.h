@@ -3,6 +3,7 @@
 
 #include <memory>
 #include <opencv2/core.hpp>
+#include <opencv2/tracking.hpp>
 #include <opencv2/video/tracking.hpp>
 #include <optional>
 #include <string>
@@ -35,9 +36,13 @@ class Follower {
 std::unique_ptr<Follower> makePluginFollower(PluginLibrary& library, const std::string& configText,
                                              bool followFrameTime);
 
+/// What makes a tracker from parameters: OpenCV's own function, or another of that shape.
+using TrackerMaker = cv::Ptr<cv::tracking::TrackerCSRT> (*)(const cv::tracking::TrackerCSRT::Params& params);
+
 /// cv::TrackerCSRT on the whole frame. It is "seen" whenever its update() answers true.
 /// @param configText  read as the plug-in reads it, so that both run the same parameters; null: OpenCV's own
-std::unique_ptr<Follower> makeReferenceFollower(const std::string* configText);
+std::unique_ptr<Follower> makeReferenceFollower(const std::string* configText,
+                                                TrackerMaker make = cv::tracking::TrackerCSRT::create);
 
 /// Any tracker of OpenCV on the whole frame, before its init(); null refuses every box. It is "seen" whenever its
 /// update() answers true.

@@ -1,12 +1,16 @@
 #include "evaluation/results.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <set>
+#include <sstream>
 #include <tuple>
 #include <utility>
 
 #include "base/host_error.h"
+#include "base/json_text.h"
 #include "base/statistics.h"
+#include "evaluation/sequence.h"
 
 namespace host {
 namespace {
@@ -35,14 +39,15 @@ Judgement judgementOf(const Json& row) {
 Json toJson(const Figures& f) {
   const MetricSums& s = f.sums;
   const Metrics& m = f.metrics;
+  const auto ofMarks = [&s](double figure) { return s.present > 0 ? Json(figure) : Json(nullptr); };
   return {{"targets", s.targets},
           {"marks_present", s.present},
           {"marks_absent", s.absent},
           {"held_at_end", s.heldAtEnd},
-          {"on_target", m.onTarget},
-          {"success_auc", m.successAuc},
-          {"precision_20px", m.precision20},
-          {"mean_iou", m.meanIou},
+          {"on_target", ofMarks(m.onTarget)},
+          {"success_auc", ofMarks(m.successAuc)},
+          {"precision_20px", ofMarks(m.precision20)},
+          {"mean_iou", ofMarks(m.meanIou)},
           {"off_target_total_s", m.offTotal_s},
           {"off_target_longest_s", m.offLongest_s},
           {"watched_s", s.watched_s},
@@ -112,9 +117,20 @@ void joinFacts(RunFacts& all, const RunFacts& part) {
   }
 }
 
+/// What joinFacts() put together.
+std::vector<std::string> partsOf(const std::string& joined) {
+  std::vector<std::string> parts;
+  for (std::size_t at = 0; at <= joined.size();) {
+    const std::size_t end = std::min(joined.find("; ", at), joined.size());
+    parts.push_back(joined.substr(at, end - at));
+    at = end + 2;
+  }
+  return parts;
+}
+
 void checkSameKind(const RunFacts& first, const RunFacts& other, const std::string& firstName,
                    const std::string& otherName) {
-  for (const char* key : {"configuration", "pace", "reference"}) {
+  for (const char* key : {"configuration", "engine", "pace", "reference"}) {
     const std::string* a = factOf(first, key);
     const std::string* b = factOf(other, key);
     const bool same = (a == nullptr) == (b == nullptr) && (a == nullptr || *a == *b);
@@ -168,7 +184,7 @@ Json toJson(const EvaluationResult& result) {
 }
 
 EvaluationResult evaluationFromJson(const std::string& text, const std::string& path) {
-  const Json json = Json::parse(text, nullptr, false);
+  const Json json = parseOrderedJson(text, path);
   if (!json.is_object() || json.value("schema", "") != kEvaluationSchemaName) {
     throw HostError(ExitCode::Usage, "'" + path + "' is not a result of csrt-track evaluate");
   }
@@ -189,6 +205,35 @@ EvaluationResult evaluationFromJson(const std::string& text, const std::string& 
   }
 }
 
+std::vector<std::string> interruptedParts(const std::vector<EvaluationResult>& parts,
+                                          const std::vector<std::string>& names) {
+  std::vector<std::string> cut;
+  for (std::size_t i = 0; i < parts.size(); ++i) {
+    const std::string* signal = factOf(parts[i].facts, "interrupted");
+    if (signal != nullptr) cut.push_back("'" + names[i] + "' was interrupted (" + *signal + ")");
+  }
+  return cut;
+}
+
+std::vector<std::string> missingShardsOf(const EvaluationResult& result) {
+  const std::string* joined = factOf(result.facts, "shard");
+  return joined == nullptr ? std::vector<std::string>() : missingShards(partsOf(*joined));
+}
+
+namespace {
+
+/// As a fact, so that table and page say it too; that of an earlier merge is out of date.
+void noteMissing(EvaluationResult& result) {
+  RunFacts& facts = result.facts;
+  facts.erase(std::remove_if(facts.begin(), facts.end(), [](const auto& fact) { return fact.first == kMissingShards; }),
+              facts.end());
+  std::string missing;
+  for (const std::string& shard : missingShardsOf(result)) missing += (missing.empty() ? "" : ", ") + shard;
+  if (!missing.empty()) facts.emplace_back(kMissingShards, missing);
+}
+
+}  // namespace
+
 EvaluationResult mergeEvaluations(const std::vector<EvaluationResult>& parts, const std::vector<std::string>& names) {
   EvaluationResult all;
   std::map<std::tuple<std::string, std::string, std::string>, std::string> owners;
@@ -204,6 +249,7 @@ EvaluationResult mergeEvaluations(const std::vector<EvaluationResult>& parts, co
       all.targets.push_back(target);
     }
   }
+  noteMissing(all);
   std::stable_sort(all.targets.begin(), all.targets.end(), [](const TargetResult& a, const TargetResult& b) {
     return std::tie(a.sequence, a.tracker) < std::tie(b.sequence, b.tracker);
   });

@@ -14,6 +14,7 @@ inline constexpr const char* kEvaluationSchemaName = "csrt-track.evaluation";
 inline constexpr int kEvaluationSchemaVersion = 1;
 inline constexpr const char* kPluginTracker = "plugin";
 inline constexpr const char* kReferenceTracker = "reference";
+inline constexpr const char* kMissingShards = "missing shards";  ///< The fact that names them in a merged result.
 
 struct TargetResult {
   std::string sequence;
@@ -57,6 +58,13 @@ nlohmann::ordered_json toJson(const EvaluationResult& result);
 
 /// Reads a text that toJson() made; `path` only names it. @throws HostError (Usage) saying what is wrong with it
 EvaluationResult evaluationFromJson(const std::string& text, const std::string& path);
+
+/// The shards that a merged result lacks, such as "2/3"; empty: none. Pure.
+std::vector<std::string> missingShardsOf(const EvaluationResult& result);
+
+/// The parts that a signal cut short; one sentence each, empty: none. Pure.
+std::vector<std::string> interruptedParts(const std::vector<EvaluationResult>& parts,
+                                          const std::vector<std::string>& names);
 
 /// Puts parts of one evaluation together. Facts that differ between parts are joined.
 /// @param names  of the parts, for errors. @throws HostError (Usage) when two parts hold the same target, or were made

@@ -2,17 +2,22 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstddef>
 #include <filesystem>
+#include <map>
 #include <set>
 #include <system_error>
 #include <utility>
 
 #include "base/host_error.h"
+#include "base/masked_address.h"
 
 namespace host {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr std::size_t kMostNamedShards = 1000;  // more say nothing more
 
 bool isThere(const fs::path& path) {
   std::error_code ignored;
@@ -82,7 +87,7 @@ void checkOnly(const SequenceOptions& options, const std::set<std::string>& know
 }
 
 std::string uniqueName(const std::string& source, const std::vector<Sequence>& others) {
-  const std::string base = nameOf(source);
+  const std::string base = nameOf(withPasswordsMasked(source));
   std::string name = base;
   const auto taken = [&] {
     return std::any_of(others.begin(), others.end(), [&name](const Sequence& s) { return s.name == name; });
@@ -135,6 +140,24 @@ Shard parseShard(const std::string& text) {
     if (badCount == std::errc() && last == end && shard.index >= 1 && shard.index <= shard.count) return shard;
   }
   throw HostError(ExitCode::Usage, "--shard '" + text + "' is not of the form i/n with i from 1 to n");
+}
+
+std::vector<std::string> missingShards(const std::vector<std::string>& shards) {
+  std::map<long, std::set<long>> known;  // by the number of parts
+  for (const std::string& text : shards) {
+    try {
+      const Shard shard = parseShard(text);
+      known[shard.count].insert(shard.index);
+    } catch (const HostError&) {  // says nothing about parts
+    }
+  }
+  std::vector<std::string> missing;
+  for (const auto& [count, parts] : known) {
+    for (long i = 1; i <= count && missing.size() < kMostNamedShards; ++i) {
+      if (parts.count(i) == 0) missing.push_back(std::to_string(i) + "/" + std::to_string(count));
+    }
+  }
+  return missing;
 }
 
 std::vector<Sequence> shardOf(const std::vector<Sequence>& sequences, const Shard& shard) {

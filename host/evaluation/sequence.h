@@ -37,6 +37,10 @@ struct Shard {
 /// @throws HostError (Usage) when the text is not "i/n" with 1 <= i <= n
 Shard parseShard(const std::string& text);
 
+/// "2/3" for every part that the given ones lack, by number; parts of several divisions are looked at apart. What is
+/// not of the form "i/n" says nothing. Pure.
+std::vector<std::string> missingShards(const std::vector<std::string>& shards);
+
 /// Keeps every n-th target, counted through all sequences, so that shards are of like size and together are all.
 /// Sequences left without a target are dropped.
 std::vector<Sequence> shardOf(const std::vector<Sequence>& sequences, const Shard& shard);

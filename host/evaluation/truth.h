@@ -23,19 +23,21 @@ struct TruthTarget {
 };
 
 enum class TruthFormat {
-  Auto,     ///< By the number of values in the first row, and by a heading.
+  Auto,     ///< By what the file holds; see recogniseTruth().
   Rect,     ///< One row a frame: x, y, width, height. OTB groundtruth_rect.txt, GOT-10k groundtruth.txt.
   Polygon,  ///< One row a frame: x1, y1, x2, y2, ... as in VOT; the box is the one around all corners.
-  Csv       ///< frame, id, x, y, width, height: several targets, any frames.
+  Csv,      ///< frame, id, x, y, width, height: several targets, any frames. A heading may say otherwise.
+  Mot       ///< The same and more, as in MOTChallenge: a seventh value of 0 means that the row is not to be judged.
 };
 
 struct TruthOptions {
   TruthFormat format = TruthFormat::Auto;
-  long firstNumber = 1;    ///< Csv: the number that the file gives to the first frame of the source.
+  long firstNumber = 1;    ///< Csv, Mot: the number that the file gives to the first frame of the source.
   std::string absentFile;  ///< One 0 or 1 a frame, 1: absent (GOT-10k's absence.label); empty: none.
 };
 
-/// @return the format called "auto", "rect", "polygon" or "csv". @throws HostError (Usage) for another word
+/// @return the format called "auto", "otb", "got10k", "rect", "vot", "polygon", "mot" or "csv". @throws HostError
+/// (Usage) for another word
 TruthFormat truthFormatOf(const std::string& word);
 
 /// Reads a truth file. Values are separated by commas, semicolons, tabs or blanks; lines that begin with # are notes.

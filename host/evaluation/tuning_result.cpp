@@ -7,6 +7,8 @@
 #include <tuple>
 
 #include "base/host_error.h"
+#include "base/json_text.h"
+#include "evaluation/sequence.h"
 
 namespace host {
 namespace {
@@ -76,13 +78,15 @@ Json toJson(const TuningResult& result) {
     heldBack.push_back(std::move(entry));
   }
   const Trial* best = bestOf(result.trials);
-  return {{"schema", kTuningSchemaName},      {"version", kTuningSchemaVersion},
-          {"search", result.search},          {"best", best == nullptr ? Json(nullptr) : Json(best->config)},
-          {"held_back", std::move(heldBack)}, {"trials", std::move(trials)}};
+  Json json = {{"schema", kTuningSchemaName},      {"version", kTuningSchemaVersion},
+               {"search", result.search},          {"best", best == nullptr ? Json(nullptr) : Json(best->config)},
+               {"held_back", std::move(heldBack)}, {"trials", std::move(trials)}};
+  if (!result.shards.empty()) json["shards"] = result.shards;
+  return json;
 }
 
 TuningResult tuningFromJson(const std::string& text, const std::string& path) {
-  const Json json = Json::parse(text, nullptr, false);
+  const Json json = parseOrderedJson(text, path);
   if (!json.is_object() || json.value("schema", "") != kTuningSchemaName ||
       json.value("version", 0) != kTuningSchemaVersion) {
     throw HostError(ExitCode::Usage, "'" + path + "' is not a result of csrt-track tune that this program can read");
@@ -92,6 +96,7 @@ TuningResult tuningFromJson(const std::string& text, const std::string& path) {
     result.search = json.at("search");
     for (const Json& trial : json.at("trials")) result.trials.push_back(trialOf(trial));
     for (const Json& entry : json.at("held_back")) result.heldBack.push_back(heldBackOf(entry));
+    result.shards = json.value("shards", std::vector<std::string>());
     return result;
   } catch (const std::exception& e) {
     throw HostError(ExitCode::Usage, "'" + path + "' is damaged: " + e.what());
@@ -113,6 +118,7 @@ TuningResult mergeTunings(const std::vector<TuningResult>& parts, const std::vec
       all.trials.push_back(trial);
     }
     addHeldBack(parts[i].heldBack, all.heldBack);
+    all.shards.insert(all.shards.end(), parts[i].shards.begin(), parts[i].shards.end());
   }
   return all;
 }
@@ -121,13 +127,16 @@ std::string reportOf(const TuningResult& result) {
   const Trial* best = bestOf(result.trials);
   if (best == nullptr) return "# Search of a configuration\n\nNothing was tried.\n";
   std::string text = "# Search of a configuration\n\n";
-  for (const auto& [key, value] : result.search.items()) text += fmt::format("- {}: `{}`\n", key, value.dump());
+  for (const auto& [key, value] : result.search.items()) text += fmt::format("- {}: `{}`\n", key, jsonText(value));
+  if (result.shards.size() > 1) {
+    for (const std::string& shard : missingShards(result.shards)) text += fmt::format("- missing: shard {}\n", shard);
+  }
   text += fmt::format(
       "\nBest of {} trials: score {:.3f}, on target {:.3f}, success AUC {:.3f}, {:.2f} ms CPU (bracket {}, candidate "
       "{}, rung {}).\n",
       result.trials.size(), best->score.score, best->score.onTarget, best->score.successAuc, best->score.cpu_ms,
       best->bracket, best->candidate, best->rung);
-  text += "\n```json\n" + best->config.dump(2) + "\n```\n";
+  text += "\n```json\n" + jsonText(best->config, 2) + "\n```\n";
   text += "\n## On targets held back from the search\n\n" + heldBackTable(result, *best);
   text +=
       "\n## Keys that mattered\n\nMean score of the trials with the higher half of a key's values, less that of the "

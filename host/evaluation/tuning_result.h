@@ -23,6 +23,7 @@ struct TuningResult {
   nlohmann::ordered_json search;  ///< What was searched: seed, targets, goal, ...; equal for the shards of one search.
   std::vector<Trial> trials;
   std::vector<HeldBackScore> heldBack;
+  std::vector<std::string> shards;  ///< Which parts of the search these are, such as "1/2"; empty: not known, or all.
 };
 
 nlohmann::ordered_json toJson(const TuningResult& result);

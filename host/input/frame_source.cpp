@@ -1,20 +1,31 @@
 #include "input/frame_source.h"
 
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
+#include <deque>
 #include <filesystem>
 #include <fstream>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
+#include <optional>
 #include <system_error>
 #include <utility>
 #include <vector>
 
 #include "base/host_error.h"
+#include "input/decoder_errors.h"
+#include "input/frame_times.h"
+#include "input/picture_file.h"
 
 namespace host {
 namespace {
@@ -22,7 +33,9 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr double kPictureFps = 25.0;  // a folder of pictures does not say how fast they were taken
+constexpr long kEstimate = 2;              // frames that a container's number may be off by
+constexpr double kPictureFps = 25.0;       // a folder of pictures does not say how fast they were taken
+constexpr std::size_t kFramesForRate = 5;  // whose time stamps give the rate where the source gives none
 
 bool isAllDigits(const std::string& text) {
   return !text.empty() && std::all_of(text.begin(), text.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
@@ -72,6 +85,9 @@ std::vector<fs::path> filesOf(const fs::path& folder, const std::string& source)
   for (fs::directory_iterator it(folder, failed), end; !failed && it != end; it.increment(failed)) {
     std::error_code ignored;
     if (it->is_regular_file(ignored)) files.push_back(it->path());
+  }
+  if (failed == std::errc::no_such_file_or_directory) {
+    throw HostError(ExitCode::Source, "there is no folder '" + folder.string() + "'");
   }
   if (failed) throw HostError(ExitCode::Source, "cannot read the folder of '" + source + "': " + failed.message());
   return files;
@@ -148,9 +164,9 @@ class PictureSource : public FrameSource {
   bool read(SourceFrame& frame) override {
     if (next_ >= end_) return false;
     const std::string name = pictures_[static_cast<std::size_t>(next_)].string();
-    frame.bgr = cv::imread(name, cv::IMREAD_COLOR);
-    // A damaged picture in the middle is the user's to know of, not the end of the sequence.
-    if (frame.bgr.empty()) throw HostError(ExitCode::Source, "cannot decode the picture '" + name + "'");
+    frame.bgr = readPicture(name);
+    frame.file = pictures_[static_cast<std::size_t>(next_)].filename().string();
+    frame.note.clear();
     frame.index = next_++;
     frame.time_s = static_cast<double>(frame.index) / fps_;
     return true;
@@ -168,51 +184,130 @@ class PictureSource : public FrameSource {
 class VideoSource : public FrameSource {
  public:
   VideoSource(const cv::VideoCapture& capture, const SourceOptions& options, bool live)
-      : capture_(capture), next_(0), live_(live), begin_(Clock::now()) {
+      : capture_(capture), options_(options), live_(live), begin_(Clock::now()) {
     const double said = capture_.get(cv::CAP_PROP_FPS);
-    fps_ = options.fps > 0 ? options.fps : (std::isfinite(said) && said > 0 ? said : kPictureFps);
     const double count = live ? 0.0 : capture_.get(cv::CAP_PROP_FRAME_COUNT);
-    const long total = std::isfinite(count) && count > 0 && count < 1e9 ? static_cast<long>(count) : 0;
+    chooseRate_(options, said);
+    times_.emplace(fps_, options.fps <= 0);
+    // The number of frames is the duration in what is said to be a frame.
+    const double real = isBelievableRate(said) ? count : count / said * fps_;
+    total_ = std::isfinite(real) && real > 0 && real < 1e9 ? std::lround(real) : 0;
     skipTo_(options);
     if (options.frames > 0) end_ = options.start + options.frames;
-    expected_ = total > options.start ? total - options.start : 0;
+    expected_ = total_ > options.start ? total_ - options.start : 0;
     if (options.frames > 0) expected_ = expected_ > 0 ? std::min(expected_, options.frames) : options.frames;
   }
 
   bool read(SourceFrame& frame) override {
     if (end_ > 0 && next_ >= end_) return false;
-    cv::Mat picture;
-    if (!capture_.read(picture) || picture.empty()) return false;
+    const long before = decoderErrors();
+    if (!grab_()) return atEnd_();
+    cv::Mat picture = picture_();
+    if (picture.empty()) return atEnd_();
+    frame.file.clear();
+    frame.note = decoderErrors() > before ? "damaged" : "";
     if (picture.channels() == 1) cv::cvtColor(picture, picture, cv::COLOR_GRAY2BGR);
-    frame.bgr = picture.clone();  // the capture reuses its buffer
+    frame.bgr = picture;
     frame.index = next_++;
-    frame.time_s =
-        live_ ? std::chrono::duration<double>(Clock::now() - begin_).count() : static_cast<double>(frame.index) / fps_;
+    frame.time_s = live_ ? std::chrono::duration<double>(Clock::now() - begin_).count() : time_s_;
     return true;
   }
   double fps() const override { return fps_; }
   long expected() const override { return expected_; }
+  std::string note() const override { return note_; }
+
+  std::vector<std::string> faults() const override {
+    if (!endedEarly_) return {};
+    return {"ends early: " + std::to_string(next_) + " of " + std::to_string(total_) + " frames"};
+  }
 
  private:
+  /// A frame that was read before the rate was known.
+  struct Early {
+    cv::Mat picture;
+    double stamp_s;
+  };
+
+  double stamp_() const { return capture_.get(cv::CAP_PROP_POS_MSEC) / 1000.0; }
+
+  /// The next frame, not decoded where that can be spared, and its time.
+  bool grab_() {
+    current_.release();
+    if (!early_.empty()) {
+      current_ = early_.front().picture;
+      time_s_ = times_->next(early_.front().stamp_s);
+      early_.pop_front();
+      return true;
+    }
+    if (!capture_.grab()) return false;
+    time_s_ = times_->next(stamp_());
+    return true;
+  }
+
+  cv::Mat picture_() {
+    if (!current_.empty()) return std::move(current_);
+    cv::Mat picture;
+    if (!capture_.retrieve(picture)) return {};
+    return picture.clone();  // the capture reuses its buffer
+  }
+
+  /// What is asked for, what the source says, or what its first time stamps say.
+  void chooseRate_(const SourceOptions& options, double said) {
+    fps_ = options.fps > 0 ? options.fps : said;
+    if (options.fps > 0 || isBelievableRate(said)) return;
+    fps_ = kPictureFps;
+    if (live_) return;
+    std::vector<double> stamps;
+    while (stamps.size() < kFramesForRate && capture_.grab()) {
+      cv::Mat picture;
+      if (!capture_.retrieve(picture)) break;
+      stamps.push_back(stamp_());
+      early_.push_back({picture.clone(), stamps.back()});
+    }
+    if (const std::optional<double> rate = rateOf(stamps)) {
+      fps_ = *rate;
+      return;
+    }
+    note_ = fmt::format("'{}' does not say how many frames it has a second: {} are assumed; --fps says otherwise",
+                        options.source, kPictureFps);
+  }
+
+  /// The number of frames a container names may be an estimate: a few missing mean nothing. Always false.
+  bool atEnd_() {
+    if (next_ == options_.start && next_ > 0) lieBehind_();
+    const long tolerance = std::max(kEstimate, total_ / 50);
+    endedEarly_ = total_ > 0 && next_ + tolerance < total_;
+    return false;
+  }
+
+  [[noreturn]] void lieBehind_() const {
+    throw HostError(ExitCode::Source, "'" + options_.source + "' has only " + std::to_string(next_) +
+                                          " frames: --start " + std::to_string(options_.start) + " lies behind them");
+  }
+
   /// Frame by frame: jumping by position lands on the nearest key frame in many files.
   void skipTo_(const SourceOptions& options) {
     while (next_ < options.start) {
-      if (!capture_.grab()) {
-        throw HostError(ExitCode::Source, "'" + options.source + "' has only " + std::to_string(next_) +
-                                              " frames: --start " + std::to_string(options.start) +
-                                              " lies behind them");
-      }
+      if (!grab_()) lieBehind_();
       ++next_;
     }
   }
 
   cv::VideoCapture capture_;
-  long next_;
+  long next_ = 0;
   long end_ = 0;
+  SourceOptions options_;
+  long total_ = 0;  ///< Frames the container names; 0: none.
+  bool endedEarly_ = false;
   bool live_;
   Clock::time_point begin_;
   double fps_ = kPictureFps;
   long expected_ = 0;
+  std::string note_;
+  std::deque<Early> early_;
+  cv::Mat current_;  ///< Decoded already; empty: still in the capture.
+  std::optional<FrameTimes> times_;
+  double time_s_ = 0.0;  ///< Of the frame grabbed last.
 };
 
 /// Some decoders draw a text file as pictures of a terminal; nobody wants to track in those.
@@ -227,12 +322,29 @@ bool isPlainText(const std::string& path) {
   });
 }
 
+/// A pipe is opened once, by the decoder: whatever is read before is gone.
+bool isPipe(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && (S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode));
+}
+
 std::unique_ptr<FrameSource> openVideo(const SourceOptions& options) {
-  if (isPlainText(options.source)) {
-    throw HostError(ExitCode::Source, "'" + options.source + "' is a text file, not a video");
+  const bool pipe = isPipe(options.source);
+  std::error_code ignored;
+  if (!pipe && fs::exists(options.source, ignored)) {
+    errno = 0;
+    if (access(options.source.c_str(), R_OK) != 0) {
+      throw HostError(ExitCode::Source, "cannot open '" + options.source + "': " + std::strerror(errno));
+    }
+    if (isPlainText(options.source)) {
+      throw HostError(ExitCode::Source, "'" + options.source + "' is a text file, not a video");
+    }
   }
   cv::VideoCapture capture;
-  if (!capture.open(options.source) || !capture.isOpened()) {
+  // Of a pipe only one decoder gets the first byte; a second one would wait for a writer that is gone.
+  const bool opened = capture.open(options.source, pipe ? cv::CAP_FFMPEG : cv::CAP_ANY) && capture.isOpened();
+  watchDecoder();
+  if (!opened) {
     throw HostError(ExitCode::Source, "cannot open '" + options.source + "' as a video");
   }
   return std::make_unique<VideoSource>(capture, options, false);
@@ -244,6 +356,18 @@ std::unique_ptr<FrameSource> openCamera(const SourceOptions& options) {
     throw HostError(ExitCode::Source, "there is no file '" + options.source + "' and no camera of that number");
   }
   return std::make_unique<VideoSource>(capture, options, true);
+}
+
+/// Of a name that leads nowhere.
+std::string whyMissing(const std::string& source) {
+  errno = 0;
+  if (access(source.c_str(), F_OK) != 0 && errno == EACCES) {
+    return "cannot open '" + source + "': " + std::strerror(EACCES);
+  }
+  const fs::path folder = fs::path(source).parent_path();
+  std::error_code ignored;
+  if (!folder.empty() && !fs::exists(folder, ignored)) return "there is no folder '" + folder.string() + "'";
+  return "there is no file '" + source + "'";
 }
 
 void checkNumbers(const SourceOptions& options) {
@@ -258,8 +382,26 @@ void checkNumbers(const SourceOptions& options) {
 
 }  // namespace
 
-std::unique_ptr<FrameSource> openFrameSource(const SourceOptions& options) {
-  checkNumbers(options);
+std::vector<std::string> picturesOfSource(const std::string& source) {
+  std::error_code ignored;
+  NumberPattern pattern;
+  std::vector<std::string> names;
+  try {
+    std::vector<fs::path> pictures;
+    if (fs::is_directory(source, ignored)) {
+      pictures = picturesOfFolder(source);
+    } else if (!fs::exists(source, ignored) && tryParsePattern(source, pattern)) {
+      pictures = picturesOfPattern(pattern, source);
+    }
+    for (const fs::path& picture : pictures) names.push_back(picture.string());
+  } catch (const HostError&) {  // opening the source says what is wrong with it
+  }
+  return names;
+}
+
+namespace {
+
+std::unique_ptr<FrameSource> openAny(const SourceOptions& options) {
   std::error_code ignored;
   const fs::path path(options.source);
   if (fs::is_directory(path, ignored))
@@ -271,7 +413,64 @@ std::unique_ptr<FrameSource> openFrameSource(const SourceOptions& options) {
   }
   if (isAllDigits(options.source)) return openCamera(options);
   if (options.source.find("://") != std::string::npos) return openVideo(options);  // a network stream
-  throw HostError(ExitCode::Source, "there is no file '" + options.source + "'");
+  throw HostError(ExitCode::Source, whyMissing(options.source));
+}
+
+/// Notes what changes from frame to frame, whatever the source.
+class WatchedSource : public FrameSource {
+ public:
+  explicit WatchedSource(std::unique_ptr<FrameSource> source) : source_(std::move(source)) {}
+
+  bool read(SourceFrame& frame) override {
+    if (!source_->read(frame)) return false;
+    if (!frame.note.empty() && damaged_++ == 0) firstDamaged_ = frame.index;
+    if (!size_.empty() && frame.bgr.size() != size_) noteSize_(frame);
+    size_ = frame.bgr.size();
+    return true;
+  }
+  double fps() const override { return source_->fps(); }
+  long expected() const override { return source_->expected(); }
+  std::vector<std::string> faults() const override {
+    std::vector<std::string> all = source_->faults();
+    if (damaged_ > 0) {
+      all.push_back(std::to_string(damaged_) + " damaged frame" + (damaged_ == 1 ? "" : "s, the first") + ": frame " +
+                    std::to_string(firstDamaged_));
+    }
+    if (resized_ > 0) {
+      all.push_back(firstSize_ + " in frame " + std::to_string(firstResized_) +
+                    (resized_ > 1 ? " and " + std::to_string(resized_ - 1) + " more" : ""));
+    }
+    return all;
+  }
+
+ private:
+  void noteSize_(SourceFrame& frame) {
+    const auto text = [](cv::Size size) { return std::to_string(size.width) + "x" + std::to_string(size.height); };
+    const std::string what = "picture size changed from " + text(size_) + " to " + text(frame.bgr.size());
+    frame.note += (frame.note.empty() ? "" : "; ") + what;
+    if (resized_++ > 0) return;
+    firstSize_ = what;
+    firstResized_ = frame.index;
+  }
+
+  std::unique_ptr<FrameSource> source_;
+  cv::Size size_;
+  long damaged_ = 0;
+  long firstDamaged_ = 0;
+  long resized_ = 0;
+  long firstResized_ = 0;
+  std::string firstSize_;
+};
+
+}  // namespace
+
+std::unique_ptr<FrameSource> openFrameSource(const SourceOptions& options) {
+  checkNumbers(options);
+  return std::make_unique<WatchedSource>(openAny(options));
+}
+
+bool isReadableOnce(const std::string& source) {
+  return isPipe(source);
 }
 
 }  // namespace host

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/host_error.h"
+#include "base/json_text.h"
 #include "base/text_file.h"
 #include "input/metadata_keys.h"
 
@@ -191,6 +192,7 @@ class RowReader {
   }
 
   static void readJson_(const std::string& line, Row& row) {
+    if (tooDeepAt(line) != std::string::npos) throw RowError("this is nested too deeply");
     const Json json = Json::parse(line, nullptr, false);
     if (json.is_discarded()) throw RowError("this is not JSON");
     if (!json.is_object()) throw RowError("this is not a JSON object");

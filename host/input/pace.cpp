@@ -1,13 +1,17 @@
 #include "input/pace.h"
 
+#include <algorithm>
 #include <thread>
 
 #include "base/host_error.h"
+#include "base/interrupt.h"
 
 namespace host {
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kNap(50);  // so that a signal is answered at once
 
 Clock::duration seconds(double value) {
   return std::chrono::duration_cast<Clock::duration>(std::chrono::duration<double>(value));
@@ -32,7 +36,10 @@ void PaceKeeper::wait(double time_s) {
     begun_ = true;
     begin_ = Clock::now() - seconds(time_s);
   }
-  std::this_thread::sleep_until(begin_ + seconds(time_s));
+  const Clock::time_point due = begin_ + seconds(time_s);
+  while (interruptSignal() == 0 && Clock::now() < due) {
+    std::this_thread::sleep_until(std::min(due, Clock::now() + kNap));
+  }
 }
 
 }  // namespace host

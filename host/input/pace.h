@@ -20,7 +20,7 @@ const char* name(Pace pace);
 class PaceKeeper {
  public:
   explicit PaceKeeper(bool on) : on_(on) {}
-  /// Returns when a frame of that time is due; the first one at once.
+  /// Returns when a frame of that time is due; the first one at once, and all when a signal asked to stop.
   void wait(double time_s);
 
  private:

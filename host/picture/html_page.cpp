@@ -3,13 +3,14 @@
 #include <cstddef>
 
 #include "base/embedded.h"
+#include "base/json_text.h"
 
 namespace host {
 namespace {
 
 /// JSON inside a <script> element: nothing in it may look like the element's end, or like a comment's begin.
 std::string forScript(const nlohmann::ordered_json& json) {
-  std::string text = json.dump();
+  std::string text = jsonText(json);
   for (std::size_t at = 0; (at = text.find('<', at)) != std::string::npos;) text.replace(at, 1, "\\u003c");
   return text;
 }

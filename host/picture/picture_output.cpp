@@ -1,6 +1,7 @@
 #include "picture/picture_output.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -37,24 +38,13 @@ cv::Size evenSize(cv::Size size) {
 
 }  // namespace
 
-void checkWritable(const std::string& path, const std::string& option) {
-  std::error_code ignored;
-  const bool existed = fs::exists(path, ignored);
-  if (fs::is_directory(path, ignored)) throw HostError(ExitCode::Usage, option + " '" + path + "' is a folder");
-  std::FILE* file = std::fopen(path.c_str(), "ab");
-  if (file == nullptr) {
-    throw HostError(ExitCode::Usage, option + " '" + path + "' cannot be written: " + std::strerror(errno));
+VideoOutput::VideoOutput(PendingFile& file, cv::Size frameSize, double fps)
+    : file_(file), size_(evenSize(frameSize)), writer_(std::make_unique<cv::VideoWriter>()) {
+  for (const int encoder : encodersFor(file.path())) {
+    if (writer_->open(file.temporary(), encoder, fps, size_, true)) return;
   }
-  std::fclose(file);
-  if (!existed) fs::remove(path, ignored);
-}
-
-VideoOutput::VideoOutput(const std::string& path, cv::Size frameSize, double fps)
-    : path_(path), size_(evenSize(frameSize)), writer_(std::make_unique<cv::VideoWriter>()) {
-  for (const int encoder : encodersFor(path)) {
-    if (writer_->open(path, encoder, fps, size_, true)) return;
-  }
-  throw HostError(ExitCode::Usage, "no encoder can write a video to '" + path + "'; try a name ending in .mp4 or .avi");
+  throw HostError(ExitCode::Usage,
+                  "no encoder can write a video to '" + file.path() + "'; try a name ending in .mp4 or .avi");
 }
 
 VideoOutput::~VideoOutput() = default;
@@ -62,10 +52,10 @@ VideoOutput::~VideoOutput() = default;
 void VideoOutput::write(const cv::Mat& bgr) {
   if (written_ % kFramesBetweenChecks == 0) {
     std::error_code failed;
-    const fs::space_info space = fs::space(fs::absolute(path_).parent_path(), failed);
+    const fs::space_info space = fs::space(fs::absolute(file_.temporary()).parent_path(), failed);
     if (!failed && space.available < kLeastFreeBytes) {
-      throw HostError(ExitCode::Output,
-                      "the disk is full: the video '" + path_ + "' ends after " + std::to_string(written_) + " frames");
+      throw HostError(ExitCode::Output, "the disk is full: the video '" + file_.path() + "' ends after " +
+                                            std::to_string(written_) + " frames");
     }
   }
   cv::Mat picture = bgr;
@@ -85,8 +75,20 @@ void VideoOutput::close() {
   writer_->release();
   writer_.reset();
   std::error_code failed;
-  const std::uintmax_t size = fs::file_size(path_, failed);
-  if (failed || size == 0) throw HostError(ExitCode::Output, "the video '" + path_ + "' could not be written");
+  const std::uintmax_t size = fs::file_size(file_.temporary(), failed);
+  if (failed || size == 0) throw HostError(ExitCode::Output, "the video '" + file_.path() + "' could not be written");
+  file_.commit();
+}
+
+void checkVideoName(const std::string& path, const std::string& option) {
+  static const std::vector<std::string> kKnown = {".mp4",  ".m4v", ".mov",  ".mkv",  ".avi",   ".webm", ".ts",  ".mts",
+                                                  ".m2ts", ".mpg", ".mpeg", ".vob",  ".flv",   ".wmv",  ".asf", ".ogv",
+                                                  ".3gp",  ".nut", ".mxf",  ".mjpg", ".mjpeg", ".h264", ".264"};
+  std::string ending = fs::path(path).extension().string();
+  std::transform(ending.begin(), ending.end(), ending.begin(), [](unsigned char c) { return std::tolower(c); });
+  if (std::find(kKnown.begin(), kKnown.end(), ending) != kKnown.end()) return;
+  throw HostError(ExitCode::Usage,
+                  option + " '" + path + "' is not a kind of video; try a name ending in .mp4 or .avi");
 }
 
 void checkPictureName(const std::string& path, const std::string& option) {
@@ -99,17 +101,19 @@ void checkPictureName(const std::string& path, const std::string& option) {
     throw HostError(ExitCode::Usage, option + " '" + path + "' is not a kind of picture; try a name ending in .png");
 }
 
-void writePicture(const std::string& path, const cv::Mat& bgr) {
+void writePicture(PendingFile& output, const cv::Mat& bgr) {
+  const std::string& path = output.path();
   // Encoded in memory first: the picture libraries do not say why a write failed.
   std::vector<unsigned char> bytes;
   if (!cv::imencode(fs::path(path).extension().string(), bgr, bytes)) {
     throw HostError(ExitCode::Output, "cannot encode the picture '" + path + "'");
   }
   errno = 0;
-  std::FILE* file = std::fopen(path.c_str(), "wb");
+  std::FILE* file = std::fopen(output.temporary().c_str(), "wb");
   bool written = file != nullptr && std::fwrite(bytes.data(), 1, bytes.size(), file) == bytes.size();
   if (file != nullptr && std::fclose(file) != 0) written = false;
   if (!written) throw HostError(ExitCode::Output, "cannot write the picture '" + path + "': " + std::strerror(errno));
+  output.commit();
 }
 
 }  // namespace host

@@ -4,6 +4,7 @@
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 
+#include "base/interrupt.h"
 #include "picture/picture_output.h"
 
 namespace host {
@@ -59,10 +60,11 @@ cv::Mat StreetScene::frame(int i) const {
 }
 
 void writeStreetScene(const std::string& path, cv::Size size, int frames, double fps) {
-  checkWritable(path, "drawing");
+  checkVideoName(path, "the video");
+  PendingFile file(path, "the video");
   const StreetScene scene(size, kStreetSceneSeed);
-  VideoOutput video(path, size, fps);
-  for (int i = 0; i < frames; ++i) video.write(scene.frame(i));
+  VideoOutput video(file, size, fps);
+  for (int i = 0; i < frames && interruptSignal() == 0; ++i) video.write(scene.frame(i));
   video.close();
 }
 

@@ -28,7 +28,8 @@ class StreetScene {
 /// What writeStreetScene() draws: where its figure is, a scene of the same size and seed knows.
 inline constexpr std::uint64_t kStreetSceneSeed = 20240607;
 
-/// Writes `frames` frames as a video. @throws HostError (Usage, Output) naming the path
+/// Writes `frames` frames as a video, or as many as there were when a signal asked to stop. @throws HostError (Usage,
+/// Output) naming the path
 void writeStreetScene(const std::string& path, cv::Size size, int frames, double fps);
 
 }  // namespace host

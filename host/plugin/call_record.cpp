@@ -1,5 +1,6 @@
 #include "plugin/call_record.h"
 
+#include <algorithm>
 #include <cmath>
 #include <variant>
 
@@ -37,6 +38,10 @@ double roundedTo(double value, int digits) {
 
 }  // namespace
 
+bool anyFollowed(const std::vector<CallRecord>& records) {
+  return std::any_of(records.begin(), records.end(), [](const CallRecord& r) { return !r.isInit || r.started; });
+}
+
 Json toJson(const AlgoValue& value) {
   return std::visit(ToJson{}, static_cast<const AlgoValue::Base&>(value));
 }
@@ -47,9 +52,14 @@ Json toJson(const CallRecord& record) {
                {"target", record.target},
                {"frame", record.frame},
                {"time_s", roundedTo(record.time_s, 6)},
-               {"call", record.isInit ? "init" : "update"}};
+               {"call", record.noSignal ? "none"
+                        : record.isInit ? "init"
+                                        : "update"}};
+  if (!record.file.empty()) json["file"] = record.file;
+  if (!record.sourceNote.empty()) json["source_note"] = record.sourceNote;
   if (record.isInit) json["started"] = record.started;
   if (record.givenBox) json["given_box"] = toJson(*record.givenBox);
+  json["engine"] = record.engine;
   json["pace"] = record.pace;
   json["update_ms"] = roundedTo(record.update_ms, 3);
   json["state"] = name(record.state);
@@ -59,6 +69,12 @@ Json toJson(const CallRecord& record) {
   if (record.window) json["window"] = toJson(*record.window);
   json["frames_since_seen"] = record.framesSinceSeen ? Json(*record.framesSinceSeen) : Json(nullptr);
   json["seconds_since_seen"] = record.secondsSinceSeen ? Json(roundedTo(*record.secondsSinceSeen, 6)) : Json(nullptr);
+  if (record.ageMs) {
+    json["age_ms"] = roundedTo(*record.ageMs, 1);
+    json["age_from"] = record.ageFromSender ? "sender" : "arrival";
+  }
+  if (record.dropped) json["dropped"] = *record.dropped;
+  if (record.noSignal) json["no_signal"] = true;
   if (!record.reason.empty()) json["reason"] = record.reason;
   Json outputs = Json::array();
   for (const AlgoOutput& output : record.outputs)

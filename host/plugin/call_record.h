@@ -19,8 +19,11 @@ inline constexpr int kRecordSchemaVersion = 1;
 struct CallRecord : CallFacts {
   std::string target;                   ///< The target's name; unique in a run.
   long frame = 0;                       ///< Counted from 0 in the source.
+  std::string file;                     ///< The frame's picture in a sequence of pictures; empty: none.
+  std::string sourceNote;               ///< What was the matter with the frame; empty: nothing.
   double time_s = 0.0;                  ///< Seconds since the source's beginning.
   std::string pace = "fast";            ///< Which time the plug-in saw: fast, source or video.
+  std::string engine = "unknown";       ///< What the plug-in follows with: opencv, fast or unknown.
   bool isInit = false;                  ///< The call was init(), else update().
   bool started = false;                 ///< What init() answered.
   double update_ms = 0.0;               ///< Wall-clock time of the plug-in's call, milliseconds.
@@ -28,8 +31,15 @@ struct CallRecord : CallFacts {
   std::optional<cv::Rect> givenBox;     ///< Of init(): the box to start on, full-frame pixels.
   std::optional<long> framesSinceSeen;  ///< 0: seen in this frame. Empty: never seen.
   std::optional<double> secondsSinceSeen;
+  std::optional<double> ageMs;   ///< Live: the picture's age when the answer was ready, milliseconds.
+  bool ageFromSender = false;    ///< Live: the age is by the sender's clock; else since arrival.
+  std::optional<long> dropped;   ///< Live: frames received since the last call that were not worked on.
+  bool noSignal = false;         ///< Live: no frame came, and no call was made; the box is the last one.
   std::vector<std::string> log;  ///< The plug-in's log lines of this call, to be shown; not part of the JSON.
 };
+
+/// Whether a target was followed or its start accepted: something that a run has to show. Pure.
+bool anyFollowed(const std::vector<CallRecord>& records);
 
 /// Whether the record's box is where the target was seen in this frame. False without a box, for a box that is only
 /// predicted, and for the last box carried over a rebuild of the tracker.

@@ -18,9 +18,6 @@ struct DoctorFinding {
 /// base. It is loaded in a child process, so that one that crashes is a finding too. The first problem ends the list.
 std::vector<DoctorFinding> checkPlugin(const std::string& path);
 
-/// The file alone, as far as it can be told without loading it; empty when nothing is wrong.
-std::string problemOfPluginFile(const std::string& path);
-
 /// OpenCV's version, the modules it has, and whether a CUDA device would be used.
 std::vector<DoctorFinding> checkOpenCv();
 

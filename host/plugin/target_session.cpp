@@ -1,5 +1,6 @@
 #include "plugin/target_session.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <utility>
@@ -18,8 +19,8 @@ double millisecondsSince(Clock::time_point begin) {
 
 }  // namespace
 
-TargetSession::TargetSession(std::shared_ptr<IAlgoPlugin> plugin, std::string name)
-    : plugin_(std::move(plugin)), name_(std::move(name)) {
+TargetSession::TargetSession(std::shared_ptr<IAlgoPlugin> plugin, std::string name, std::string engine)
+    : plugin_(std::move(plugin)), name_(std::move(name)), engine_(std::move(engine)) {
   installLogCapture();
   plugin_->enableDebug(true);
 }
@@ -70,11 +71,25 @@ CallRecord TargetSession::update(const Frame& frame, const FramePlace& place) {
   return record;
 }
 
+CallRecord TargetSession::silent(const FramePlace& place) const {
+  CallRecord record = begin_(place, false);
+  record.noSignal = true;
+  record.state = lastBox_ ? TrackState::Predicted : lastState_;
+  record.box = lastBox_;
+  record.boxFrom = lastBox_ ? BoxFrom::Prediction : BoxFrom::None;
+  if (seen_) {
+    record.framesSinceSeen = std::max(1L, callsSinceSeen_);
+    record.secondsSinceSeen = std::max(0.0, record.time_s - seen_->time_s);
+  }
+  return record;
+}
+
 CallRecord TargetSession::begin_(const FramePlace& place, bool isInit) const {
   CallRecord record;
   record.target = name_;
   record.frame = place.index;
   record.time_s = place.time_s;
+  record.engine = engine_;
   record.isInit = isInit;
   record.pace = host::name(pace_);
   return record;
@@ -89,6 +104,8 @@ void TargetSession::take_(CallRecord& record, const CallFacts& facts) {
   } else {
     ++callsSinceSeen_;
   }
+  lastState_ = record.state;
+  lastBox_ = record.box;
   if (seen_) {
     record.framesSinceSeen = callsSinceSeen_;
     record.secondsSinceSeen = record.time_s - seen_->time_s;

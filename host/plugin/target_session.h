@@ -26,7 +26,8 @@ class TargetSession {
  public:
   using Frame = std::shared_ptr<ocula::OculaPicture>;
 
-  TargetSession(std::shared_ptr<IAlgoPlugin> plugin, std::string name);
+  /// @param engine  the plug-in's, as records say it
+  TargetSession(std::shared_ptr<IAlgoPlugin> plugin, std::string name, std::string engine = "unknown");
 
   /// Gives the plug-in a configuration; its debug lines stay on whatever the text says. Empty: nothing is passed.
   /// @return what the plug-in logged
@@ -35,6 +36,10 @@ class TargetSession {
   /// One call of the plug-in and what it came to. @param place  of the frame in its source
   CallRecord init(const Frame& frame, const FramePlace& place, const BBox& box);
   CallRecord update(const Frame& frame, const FramePlace& place);
+
+  /// The record of a moment without a frame: the last box as predicted, or the last state where there was none. The
+  /// plug-in is not called.
+  CallRecord silent(const FramePlace& place) const;
 
   /// From now on records say this pace. Under Pace::Video the plug-in's clock stands at the frame's time_s during a
   /// call (see frame_clock.h), so that its rules in seconds judge the video and not this machine. Pace::Fast at first.
@@ -52,8 +57,11 @@ class TargetSession {
 
   std::shared_ptr<IAlgoPlugin> plugin_;
   std::string name_;
+  std::string engine_;
   std::optional<FramePlace> seen_;  // where the target was last seen
   long callsSinceSeen_ = 0;
+  TrackState lastState_ = TrackState::Inactive;
+  std::optional<cv::Rect> lastBox_;
   Pace pace_ = Pace::Fast;
 };
 

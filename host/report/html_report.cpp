@@ -4,26 +4,26 @@
 #include <openssl/evp.h>
 
 #include <algorithm>
-#include <fstream>
 #include <opencv2/core/utility.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
 #include <optional>
 
 #include "base/embedded.h"
-#include "base/host_error.h"
+#include "base/interrupt.h"
 #include "base/statistics.h"
 #include "picture/html_page.h"
 #include "picture/picture_output.h"
+#include "plugin/reason_words.h"
 
 namespace host {
 namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr std::size_t kMostStills = 160;  // about 6 MB of pictures
-constexpr int kStillWidth = 640;          // pixels
-constexpr int kJpegQuality = 72;
+constexpr std::size_t kMostStillBytes = 4U << 20U;  // of base64: with the rest of the page less than 5 MB
+constexpr int kStillWidth = 1280;                   // pixels
+constexpr int kJpegQuality = 60;
 
 std::string base64(const std::vector<unsigned char>& bytes) {
   std::string text(4 * ((bytes.size() + 2) / 3) + 1, '\0');
@@ -40,14 +40,14 @@ std::string jpegOf(const cv::Mat& picture) {
     cv::resize(picture, small, cv::Size(), scale, scale, cv::INTER_AREA);
   }
   std::vector<unsigned char> bytes;
-  cv::imencode(".jpg", small, bytes, {cv::IMWRITE_JPEG_QUALITY, kJpegQuality});
+  cv::imencode(".jpg", small, bytes, {cv::IMWRITE_JPEG_QUALITY, kJpegQuality, cv::IMWRITE_JPEG_OPTIMIZE, 1});
   return base64(bytes);
 }
 
 std::string eventText(const CallRecord& record, const std::string& before) {
-  if (record.isInit) return record.started ? "started" : "did not start: " + record.reason;
+  if (record.isInit) return record.started ? "started" : "did not start: " + explained(record.reason);
   std::string what = before.empty() ? name(record.state) : before + " → " + name(record.state);
-  if (!record.reason.empty()) what += ": " + record.reason;
+  if (!record.reason.empty()) what += ": " + explained(record.reason);
   return what;
 }
 
@@ -67,10 +67,8 @@ Json stepsOf(double width) {
 
 }  // namespace
 
-HtmlReport::HtmlReport(std::string path, std::vector<TruthTarget> truth)
-    : path_(std::move(path)), truth_(std::move(truth)) {
-  checkWritable(path_, "--report");
-}
+HtmlReport::HtmlReport(const std::string& path, std::vector<TruthTarget> truth)
+    : file_(path, "--report"), truth_(std::move(truth)) {}
 
 void HtmlReport::begin(const RunInfo& info) {
   info_ = info;
@@ -85,6 +83,7 @@ void HtmlReport::begin(const RunInfo& info) {
 }
 
 void HtmlReport::frame(const SourceFrame& frame, const std::vector<CallRecord>& records) {
+  hasResult_ = hasResult_ || anyFollowed(records);
   std::string note;
   for (const CallRecord& record : records) {
     Target& target = targets_[record.target];
@@ -92,7 +91,7 @@ void HtmlReport::frame(const SourceFrame& frame, const std::vector<CallRecord>& 
     add_(target, record);
   }
   const cv::Mat picture = annotator_.draw(frame.bgr, records);
-  if (!note.empty() || frames_ % stride_ == 0) keepStill_(picture, frame.index, note);
+  if (!note.empty() || frames_ % stride_ == 0) keepStill_(picture, frame, note);
   ++frames_;
 }
 
@@ -104,18 +103,23 @@ void HtmlReport::restarted(const CallRecord& record) {
 
 bool HtmlReport::noteEvent_(Target& target, const CallRecord& record, std::string& note) {
   const std::string state = name(record.state);
-  const bool event = record.isInit || (state != target.lastState && !target.lastState.empty());
+  // After a start the first answer is no change of state, as long as it is the one that is hoped for.
+  const bool asExpected = target.justStarted && record.state == TrackState::Tracked;
+  const bool event = record.isInit || (state != target.lastState && !target.lastState.empty() && !asExpected);
   if (event) {
-    const std::string what = eventText(record, record.isInit ? "" : target.lastState);
+    const std::string before = target.justStarted ? "start" : target.lastState;
+    const std::string what = eventText(record, record.isInit ? "" : before);
     target.events.push_back({{"frame", record.frame}, {"time_s", record.time_s}, {"what", what}});
     note += (note.empty() ? "" : "; ") + record.target + " " + what;
   }
   target.lastState = state;
+  target.justStarted = record.isInit && record.state == TrackState::Reseeded;
   return event;
 }
 
 void HtmlReport::add_(Target& target, const CallRecord& record) {
   Json point = {{"frame", record.frame}, {"state", name(record.state)}, {"ms", record.update_ms}};
+  if (record.isInit) point["start"] = true;
   if (record.score) point["score"] = *record.score;
   if (record.window) point["window"] = std::max(record.window->width, record.window->height);
   if (record.box) point["side"] = std::max(record.box->width, record.box->height);
@@ -135,18 +139,27 @@ void HtmlReport::judge_(Target& target, const CallRecord& record, Json& point) {
   point["iou"] = target.samples.judgements.back().iou;
 }
 
-// When there are too many, every second one that is no event goes, and only every second frame is kept from then on.
-void HtmlReport::keepStill_(const cv::Mat& picture, long frame, const std::string& note) {
-  stills_.push_back({frame, note, jpegOf(picture)});
-  if (stills_.size() <= kMostStills) return;
+void HtmlReport::keepStill_(const cv::Mat& picture, const SourceFrame& frame, const std::string& note) {
+  stills_.push_back({frame.index, frame.time_s, note, jpegOf(picture)});
+  stillBytes_ += stills_.back().jpeg.size();
+  while (stillBytes_ > kMostStillBytes && stills_.size() > 2) thinStills_();
+}
+
+// Every second picture that is no event goes, and only every second frame is kept from then on. Where nothing but
+// events is left, every second of them goes: the list of events keeps them all.
+void HtmlReport::thinStills_() {
   stride_ *= 2;
+  const bool onlyEvents =
+      std::none_of(stills_.begin() + 1, stills_.end(), [](const Still& still) { return still.note.empty(); });
   bool drop = false;
-  stills_.erase(std::remove_if(stills_.begin(), stills_.end(),
-                               [&drop](const Still& still) {
-                                 if (still.note.empty()) drop = !drop;
-                                 return still.note.empty() && drop;
-                               }),
-                stills_.end());
+  const auto goes = [&drop, onlyEvents](const Still& still) {
+    if (!still.note.empty() && !onlyEvents) return false;
+    drop = !drop;
+    return drop;
+  };
+  stills_.erase(std::remove_if(stills_.begin() + 1, stills_.end(), goes), stills_.end());
+  stillBytes_ = 0;
+  for (const Still& still : stills_) stillBytes_ += still.jpeg.size();
 }
 
 Json HtmlReport::toJson_(const std::string& name, const Target& target) const {
@@ -157,13 +170,15 @@ Json HtmlReport::toJson_(const std::string& name, const Target& target) const {
   for (const auto& [state, count] : target.states) {
     figures.push_back({state, fmt::format("{:.1f} %", 100.0 * static_cast<double>(count) / updates)});
   }
-  figures.push_back({"ms, median", fmt::format("{:.1f}", quantile(target.ms, 0.5))});
-  figures.push_back({"ms, 95 %", fmt::format("{:.1f}", quantile(target.ms, 0.95))});
+  figures.push_back({"ms per frame, median", fmt::format("{:.1f}", quantile(target.ms, 0.5))});
+  figures.push_back({"ms, 95 of 100 frames", fmt::format("{:.1f}", quantile(target.ms, 0.95))});
   if (!target.samples.judgements.empty()) {
-    const Metrics metrics = metricsOf(sumsOf(target.samples));
-    figures.push_back({"mean IoU", fmt::format("{:.2f}", metrics.meanIou)});
-    figures.push_back({"success AUC", fmt::format("{:.2f}", metrics.successAuc)});
-    figures.push_back({"precision at 20 px", fmt::format("{:.2f}", metrics.precision20)});
+    const MetricSums sums = sumsOf(target.samples);
+    const Metrics metrics = metricsOf(sums);
+    const auto ofMarks = [&sums](double figure) { return sums.present > 0 ? fmt::format("{:.2f}", figure) : "-"; };
+    figures.push_back({"mean overlap", ofMarks(metrics.meanIou)});
+    figures.push_back({"success AUC", ofMarks(metrics.successAuc)});
+    figures.push_back({"precision at 20 px", ofMarks(metrics.precision20)});
     json["curves"] = {{"success_steps", stepsOf<kSuccessSteps>(0.05)},
                       {"success", metrics.successCurve},
                       {"precision_steps", stepsOf<kPrecisionSteps>(1.0)},
@@ -174,22 +189,22 @@ Json HtmlReport::toJson_(const std::string& name, const Target& target) const {
 }
 
 void HtmlReport::end() {
+  if (!hasResult_) return;
   Json data;
-  data["about"] = fmt::format("{}, {} x {} pixels, {:.3g} frames per second, from frame {}, {} frames", info_.source,
-                              info_.frameSize.width, info_.frameSize.height, info_.fps, info_.firstFrame, frames_);
-  data["settings"] = fmt::format("configuration: {}\nplug-in: {}\ncsrt-track {}, OpenCV {}",
+  data["about"] = fmt::format("{}, {} x {} pixels, {:.3g} frames per second, from frame {}, {} frames{}", info_.source,
+                              info_.frameSize.width, info_.frameSize.height, info_.fps, info_.firstFrame, frames_,
+                              interruptSignal() != 0 ? "; interrupted by " + interruptName() : "");
+  data["settings"] = fmt::format("configuration: {}\nplug-in: {}\nengine: {}\ncsrt-track {}, OpenCV {}",
                                  info_.configText.empty() ? "the plug-in's own" : info_.configText, info_.pluginPath,
-                                 CSRT_VERSION, cv::getVersionString());
+                                 info_.engine, CSRT_VERSION, cv::getVersionString());
   data["targets"] = Json::array();
   for (const std::string& target : names_) data["targets"].push_back(toJson_(target, targets_[target]));
   data["stills"] = Json::array();
   for (const Still& still : stills_)
-    data["stills"].push_back({{"frame", still.frame}, {"note", still.note}, {"jpeg", still.jpeg}});
+    data["stills"].push_back(
+        {{"frame", still.frame}, {"time_s", still.time_s}, {"note", still.note}, {"jpeg", still.jpeg}});
 
-  const std::string page = htmlPage(kReportPage, data);
-  std::ofstream file(path_, std::ios::binary);
-  file << page << std::flush;
-  if (!file) throw HostError(ExitCode::Output, "'" + path_ + "' could not be written to its end; is the disk full?");
+  file_.write(htmlPage(kReportPage, data));
 }
 
 }  // namespace host

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "base/text_output.h"
 #include "evaluation/metrics.h"
 #include "evaluation/truth.h"
 #include "picture/annotate.h"
@@ -13,13 +14,13 @@
 
 namespace host {
 
-/// Watches a run and writes the report at its end, also after an interrupt.
+/// Watches a run and writes the report at its end, also after an interrupt; not when no target was ever followed.
 class HtmlReport : public RunObserver {
  public:
   /// @param path   the file to write. @throws HostError (Usage) when it cannot be written
   /// @param truth  may be empty; a target of the run is judged by the truth of the same name, or by the only one there
   /// is
-  HtmlReport(std::string path, std::vector<TruthTarget> truth);
+  HtmlReport(const std::string& path, std::vector<TruthTarget> truth);
 
   void begin(const RunInfo& info) override;
   void frame(const SourceFrame& frame, const std::vector<CallRecord>& records) override;
@@ -31,6 +32,7 @@ class HtmlReport : public RunObserver {
     nlohmann::ordered_json frames = nlohmann::ordered_json::array();
     nlohmann::ordered_json events = nlohmann::ordered_json::array();
     std::string lastState;
+    bool justStarted = false;  ///< The call before was a start on a given box.
     std::map<std::string, long> states;
     std::vector<double> ms;
     TargetSamples samples;
@@ -38,25 +40,29 @@ class HtmlReport : public RunObserver {
   };
   struct Still {
     long frame;
-    std::string note;  ///< Of an event; such a picture is never thinned out.
+    double time_s;
+    std::string note;  ///< Of an event; such a picture is thinned out last.
     std::string jpeg;  ///< Base64.
   };
 
   void add_(Target& target, const CallRecord& record);
   void judge_(Target& target, const CallRecord& record, nlohmann::ordered_json& point);
   bool noteEvent_(Target& target, const CallRecord& record, std::string& note);
-  void keepStill_(const cv::Mat& picture, long frame, const std::string& note);
+  void keepStill_(const cv::Mat& picture, const SourceFrame& frame, const std::string& note);
+  void thinStills_();
   nlohmann::ordered_json toJson_(const std::string& name, const Target& target) const;
 
-  std::string path_;
+  WholeText file_;
   std::vector<TruthTarget> truth_;
   RunInfo info_;
   Annotator annotator_;
   std::vector<std::string> names_;
   std::map<std::string, Target> targets_;
   std::vector<Still> stills_;
-  long stride_ = 1;  ///< Every so many frames one picture is kept.
+  std::size_t stillBytes_ = 0;  ///< Of all pictures, as base64.
+  long stride_ = 1;             ///< Every so many frames one picture is kept.
   long frames_ = 0;
+  bool hasResult_ = false;
 };
 
 }  // namespace host

@@ -37,13 +37,17 @@ class LiveWindow : public RunSteering {
   }
 
   Steering after(const SourceFrame& frame, const std::vector<CallRecord>& records) override {
+    if (frame.noSignal) {  // the last picture stays
+      wait_(kLookMs);
+      return {stop_, std::nullopt, std::nullopt, {}};
+    }
     if (shown_.empty()) cv::resizeWindow(title_, frame.bgr.cols, frame.bgr.rows);
     shown_ = annotator_.draw(frame.bgr, records);
     step_ = false;
     wait_(kLookMs);
     while (!stop_ && !step_ && !chosen_ && (paused_ || dragging_)) wait_(kIdleMs);
     if (chosen_ && !records.empty()) annotator_.forget(records.front().target);
-    return {stop_, takeBox_()};
+    return {stop_, takeBox_(), std::nullopt, {}};
   }
 
  private:

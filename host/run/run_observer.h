@@ -20,6 +20,7 @@ struct RunInfo {
   std::vector<std::string> targets;  ///< Names, in the order of the records.
   std::string configText;            ///< What setConfig() got; empty: nothing.
   std::string pluginPath;
+  std::string engine;  ///< The plug-in's: opencv, fast or unknown.
 };
 
 /// All calls come from one thread. A thrown HostError ends the run in order.
@@ -29,6 +30,8 @@ class RunObserver {
   virtual void begin(const RunInfo& /*info*/) {}
   /// @param records  one per target that is still driven, in the order of the targets
   virtual void frame(const SourceFrame& /*frame*/, const std::vector<CallRecord>& /*records*/) {}
+  /// No frame has come for a second or more; told again every second. The records have no picture.
+  virtual void noSignal(const std::vector<CallRecord>& /*records*/) {}
   /// A target was started over on the frame just told of.
   virtual void restarted(const CallRecord& /*record*/) {}
   /// Always called once after begin(), also after an interrupt or an error.

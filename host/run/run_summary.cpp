@@ -7,6 +7,9 @@
 #include <cmath>
 #include <cstddef>
 
+#include "base/interrupt.h"
+#include "plugin/reason_words.h"
+
 namespace host {
 namespace {
 
@@ -21,7 +24,7 @@ long countOf(const TargetTotals& totals, TrackState state) {
 
 std::string targetLine(const TargetTotals& totals) {
   if (totals.updates == 0) {
-    return totals.last.started ? "started on the last frame" : "did not start: " + totals.last.reason;
+    return totals.last.started ? "started on the last frame" : "did not start: " + explained(totals.last.reason);
   }
   const long tracked = countOf(totals, TrackState::Tracked);
   std::string line =
@@ -37,7 +40,7 @@ std::string lossLine(const TargetTotals& totals) {
                          ? "never out of sight"
                          : fmt::format("longest out of sight: {} frame{} ({:.1f} s)", totals.longestUnseen,
                                        totals.longestUnseen == 1 ? "" : "s", totals.longestUnseenSeconds);
-  if (!totals.lostReason.empty()) line += "; given up: " + totals.lostReason;
+  if (!totals.lostReason.empty()) line += "; given up: " + explained(totals.lostReason);
   return line;
 }
 
@@ -72,9 +75,14 @@ void RunSummary::frame(const SourceFrame& frame, const std::vector<CallRecord>& 
   }
 }
 
+void RunSummary::end() {
+  interruptedBy_ = interruptName();
+}
+
 std::string RunSummary::text() const {
   std::string text = fmt::format("{}: {}x{}, {:.4g} frames/s, frames {} to {}\n", info_.source, info_.frameSize.width,
                                  info_.frameSize.height, info_.fps, info_.firstFrame, lastFrame_);
+  if (!interruptedBy_.empty()) text += fmt::format("interrupted by {} after {} frames\n", interruptedBy_, frames_);
   for (const std::string& target : info_.targets) {
     const auto found = totals_.find(target);
     if (found == totals_.end()) continue;

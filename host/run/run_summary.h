@@ -26,6 +26,8 @@ class RunSummary : public RunObserver {
   void begin(const RunInfo& info) override;
   void frame(const SourceFrame& frame, const std::vector<CallRecord>& records) override;
 
+  void end() override;
+
   /// Several lines, the last one with its line feed.
   std::string text() const;
   const std::map<std::string, TargetTotals>& totals() const { return totals_; }
@@ -34,6 +36,7 @@ class RunSummary : public RunObserver {
   RunInfo info_;
   long frames_ = 0;
   long lastFrame_ = 0;
+  std::string interruptedBy_;  ///< Name of the signal that cut the run short; empty: none.
   std::map<std::string, TargetTotals> totals_;
 };
 

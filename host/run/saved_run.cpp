@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <opencv2/core/utility.hpp>
@@ -9,6 +10,9 @@
 #include <sstream>
 
 #include "base/host_error.h"
+#include "base/json_text.h"
+#include "base/pending_file.h"
+#include "input/picture_file.h"
 
 namespace host {
 namespace {
@@ -18,12 +22,24 @@ namespace fs = std::filesystem;
 constexpr const char* kFormat = "csrt-track.run";
 constexpr int kVersion = 1;
 
-std::string emptyFolder(const std::string& folder) {
+constexpr const char* kOption = "--save-run";
+
+/// Makes the folder and takes it: of two processes that want the same one, only one can make the folder inside it.
+/// @param made  whether the folder itself was not there before
+std::string takenFolder(const std::string& folder, bool& made) {
+  const auto refuse = [&folder](const std::string& what) {
+    throw HostError(ExitCode::Usage, std::string(kOption) + " '" + folder + "' " + what);
+  };
   std::error_code failed;
-  fs::create_directories(fs::path(folder) / "frames", failed);
-  if (failed) throw HostError(ExitCode::Usage, "--save-run '" + folder + "' cannot be made: " + failed.message());
-  if (!fs::is_empty(fs::path(folder) / "frames", failed) || fs::exists(fs::path(folder) / "run.json")) {
-    throw HostError(ExitCode::Usage, "--save-run '" + folder + "' holds a run already; name another folder");
+  made = !fs::exists(folder, failed);
+  fs::create_directories(folder, failed);
+  if (failed) refuse("cannot be made: " + failed.message());
+  if (fs::exists(fs::path(folder) / "run.json", failed)) refuse("holds a run already; name another folder");
+  const bool empty = fs::is_empty(folder, failed);
+  if (failed) refuse("cannot be used: " + failed.message());
+  if (!empty) refuse("is not empty; name another folder");
+  if (!fs::create_directory(fs::path(folder) / "frames", failed)) {
+    refuse(failed ? "cannot be used: " + failed.message() : "is being written by another process; name another folder");
   }
   return folder;
 }
@@ -45,14 +61,16 @@ nlohmann::ordered_json toJson(const ocula::OculaPicture::BaseMetadata& metadata)
 }
 
 std::string readText(const fs::path& path) {
+  errno = 0;
   std::ifstream file(path, std::ios::binary);
-  if (!file) damaged(path.string(), "it cannot be read");
+  if (!file) damaged(path.string(), "it cannot be read: " + reasonOfFailure(path.string(), errno));
   std::ostringstream text;
   text << file.rdbuf();
   return text.str();
 }
 
 nlohmann::json parse(const std::string& text, const std::string& path) {
+  if (tooDeepAt(text) != std::string::npos) damaged(path, "it is nested too deeply");
   nlohmann::json json = nlohmann::json::parse(text, nullptr, false);
   if (json.is_discarded()) damaged(path, "it is not JSON");
   return json;
@@ -77,8 +95,9 @@ class SavedFrames : public FrameSource {
     frame.index = place.at("frame");
     frame.time_s = place.at("time_s");
     const std::string path = (fs::path(folder_) / frameFile(frame.index)).string();
-    frame.bgr = cv::imread(path, cv::IMREAD_COLOR);
-    if (frame.bgr.empty()) damaged(path, "the picture cannot be read");
+    frame.bgr = readPicture(path);
+    frame.file = place.value("file", "");
+    frame.note = place.value("source_note", "");
     return true;
   }
   double fps() const override { return fps_; }
@@ -92,10 +111,11 @@ class SavedFrames : public FrameSource {
 };
 
 nlohmann::ordered_json aboutRun(const RunInfo& info, const TrackRun& run) {
-  nlohmann::ordered_json about = {
-      {"format", kFormat},         {"version", kVersion},        {"source", info.source},
-      {"fps", info.fps},           {"config", info.configText},  {"pace", name(run.pace)},
-      {"plugin", info.pluginPath}, {"csrt_track", CSRT_VERSION}, {"opencv", cv::getVersionString()}};
+  nlohmann::ordered_json about = {{"format", kFormat},          {"version", kVersion},
+                                  {"source", info.source},      {"fps", info.fps},
+                                  {"config", info.configText},  {"pace", name(run.pace)},
+                                  {"plugin", info.pluginPath},  {"engine", info.engine},
+                                  {"csrt_track", CSRT_VERSION}, {"opencv", cv::getVersionString()}};
   about["targets"] = nlohmann::ordered_json::array();
   for (const TargetOption& target : run.targets) {
     about["targets"].push_back(
@@ -110,32 +130,44 @@ std::string metadataText(const std::vector<nlohmann::json>& frames) {
     nlohmann::json row = frame.value("metadata", nlohmann::json::object());
     if (row.empty()) continue;
     row["frame"] = frame.at("frame");
-    text += row.dump() + "\n";
+    text += jsonText(row) + "\n";
   }
   return text;
 }
 
 }  // namespace
 
-RunSaver::RunSaver(const std::string& folder, const TrackRun& run)
-    : folder_(emptyFolder(folder)),
-      run_(run),
-      records_((fs::path(folder_) / "records.jsonl").string()),
-      frames_((fs::path(folder_) / "frames.jsonl").string()) {}
+RunSaver::RunSaver(const std::string& folder, const TrackRun& run) : folder_(takenFolder(folder, made_)), run_(run) {
+  records_.emplace((fs::path(folder_) / "records.jsonl").string(), kOption);
+  frames_.emplace((fs::path(folder_) / "frames.jsonl").string(), kOption);
+}
+
+RunSaver::~RunSaver() {
+  if (hasResult_) return;
+  records_.reset();
+  frames_.reset();
+  std::error_code ignored;
+  for (const char* file : {"records.jsonl", "frames.jsonl", "run.json"}) fs::remove(fs::path(folder_) / file, ignored);
+  fs::remove_all(fs::path(folder_) / "frames", ignored);
+  if (made_) fs::remove(folder_, ignored);
+}
 
 void RunSaver::begin(const RunInfo& info) {
-  TextOutput((fs::path(folder_) / "run.json").string()).writeLine(aboutRun(info, run_).dump(2));
+  WholeText((fs::path(folder_) / "run.json").string(), kOption).write(jsonText(aboutRun(info, run_), 2));
 }
 
 void RunSaver::frame(const SourceFrame& frame, const std::vector<CallRecord>& records) {
+  hasResult_ = hasResult_ || anyFollowed(records);
   const std::string path = (fs::path(folder_) / frameFile(frame.index)).string();
   if (!cv::imwrite(path, frame.bgr))
     throw HostError(ExitCode::Output, "'" + path + "' could not be written; is the disk full?");
   nlohmann::ordered_json place = {{"frame", frame.index}, {"time_s", frame.time_s}};
+  if (!frame.file.empty()) place["file"] = frame.file;
+  if (!frame.note.empty()) place["source_note"] = frame.note;
   const auto& metadata = run_.metadata.of(frame.index);
   if (!metadata.empty()) place["metadata"] = toJson(metadata);
-  frames_.writeLine(place.dump());
-  for (const CallRecord& record : records) records_.writeLine(host::toJson(record).dump());
+  frames_->writeLine(jsonText(place));
+  for (const CallRecord& record : records) records_->writeLine(jsonText(host::toJson(record)));
 }
 
 void RunSaver::restarted(const CallRecord& /*record*/) {
@@ -176,11 +208,13 @@ std::string firstDifference(const nlohmann::json& saved, const nlohmann::json& n
   nlohmann::json b = now;
   a.erase("update_ms");
   b.erase("update_ms");
+  a.erase("engine");
+  b.erase("engine");
   const nlohmann::json changes = nlohmann::json::diff(a, b);
   if (changes.empty()) return {};
   const nlohmann::json::json_pointer place(changes.front().at("path").get<std::string>());
   const auto shown = [&place](const nlohmann::json& record) {
-    return record.contains(place) ? record.at(place).dump() : "nothing";
+    return record.contains(place) ? jsonText(record.at(place)) : "nothing";
   };
   return fmt::format("{} was {}, is {}", place.to_string(), shown(a), shown(b));
 }

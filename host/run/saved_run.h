@@ -19,19 +19,24 @@ namespace host {
 /// Writes the folder while a run goes on: run.json (what was run), frames/ (lossless), metadata.jsonl, records.jsonl.
 class RunSaver : public RunObserver {
  public:
-  /// @param folder  is made; must be empty or not there. @throws HostError (Usage) when it cannot be made
+  /// @param folder  is made; must be empty or not there. @throws HostError (Usage) when it cannot be made, is not
+  ///                empty, or is being written by another process
   /// @param run     must outlive this; its configuration, targets, pace and metadata are kept
   RunSaver(const std::string& folder, const TrackRun& run);
+  /// A run in which no target was ever followed is no run to hand over: the folder is then left as it was found.
+  ~RunSaver() override;
 
   void begin(const RunInfo& info) override;
   void frame(const SourceFrame& frame, const std::vector<CallRecord>& records) override;
   void restarted(const CallRecord& record) override;
 
  private:
+  bool made_ = false;  // the folder was not there before
+  bool hasResult_ = false;
   std::string folder_;
   const TrackRun& run_;
-  TextOutput records_;
-  TextOutput frames_;
+  std::optional<TextOutput> records_;
+  std::optional<TextOutput> frames_;
 };
 
 /// A saved run, read back.

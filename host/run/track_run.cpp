@@ -1,5 +1,7 @@
 #include "run/track_run.h"
 
+#include <algorithm>
+#include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <memory>
@@ -7,7 +9,9 @@
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
+#include "base/masked_address.h"
 #include "base/worker_pool.h"
+#include "input/metadata_keys.h"
 #include "plugin/target_session.h"
 
 namespace host {
@@ -47,6 +51,9 @@ class Observers {
   void frame(const SourceFrame& frame, const std::vector<CallRecord>& records) {
     for (RunObserver* observer : all_) observer->frame(frame, records);
   }
+  void noSignal(const std::vector<CallRecord>& records) {
+    for (RunObserver* observer : all_) observer->noSignal(records);
+  }
   void restarted(const CallRecord& record) {
     for (RunObserver* observer : all_) observer->restarted(record);
   }
@@ -59,18 +66,54 @@ class Observers {
   std::size_t begun_ = 0;
 };
 
+/// A number in the type in which the plug-in expects the key.
+ocula::OculaPicture::MetadataValue metadataValueOf(const std::string& key, double value) {
+  switch (metadataKindOf(key)) {
+    case MetadataKind::Int:
+      return static_cast<int>(value);
+    case MetadataKind::Unsigned:
+      return static_cast<unsigned long>(std::max(value, 0.0));
+    default:
+      return value;
+  }
+}
+
+/// What a live camera said about a frame.
+MetadataTable::Metadata metadataOf(const LiveFacts& live) {
+  MetadataTable::Metadata metadata;
+  for (const auto& [name, value] : live.camera) {
+    const std::string key =
+        name == "follow_me" ? ocula::OculaPicture::BaseMetadata::Keys::kFollowMeEnabledCommand : name;
+    const MetadataKind kind = metadataKindOf(key);
+    if (kind != MetadataKind::Unknown && kind != MetadataKind::Text) metadata[key] = metadataValueOf(key, value);
+  }
+  return metadata;
+}
+
+/// What is known of a live frame goes into its records, once the answer is there.
+void addLiveFacts(CallRecord& record, const SourceFrame& frame) {
+  if (!frame.live) return;
+  const double now = std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
+  record.ageMs = std::max(0.0, (now - frame.live->capturedAt) * 1000.0);
+  record.ageFromSender = frame.live->senderClock;
+  record.dropped = frame.live->dropped;
+}
+
 /// All targets of a run and the frame they are working on.
 class Targets {
  public:
   Targets(PluginLibrary& library, const TrackRun& run) : library_(library), run_(run), pool_(run.threads) {
-    for (const TargetOption& target : run.targets) add_(target.name);
+    for (const TargetOption& target : run.targets) {
+      if (!run.startsWithout) add_(target.name);
+    }
   }
 
   std::vector<CallRecord> init(const SourceFrame& frame) {
-    const auto picture = std::make_shared<ocula::OculaPicture>(frame.bgr, run_.metadata.of(frame.index));
+    const Picture picture = pictureOf_(frame);
     std::vector<CallRecord> records(sessions_.size());
     pool_.forEach(sessions_.size(), [&](std::size_t i) {
       records[i] = sessions_[i]->init(picture, {frame.index, frame.time_s}, run_.targets[i].box);
+      addLiveFacts(records[i], frame);
     });
     for (std::size_t i = sessions_.size(); i-- > 0;) {
       if (!records[i].started) sessions_.erase(sessions_.begin() + static_cast<std::ptrdiff_t>(i));
@@ -79,19 +122,27 @@ class Targets {
   }
 
   std::vector<CallRecord> update(const SourceFrame& frame) {
-    const auto picture = std::make_shared<ocula::OculaPicture>(frame.bgr, run_.metadata.of(frame.index));
+    const Picture picture = pictureOf_(frame);
     std::vector<CallRecord> records(sessions_.size());
     pool_.forEach(sessions_.size(), [&](std::size_t i) {
       records[i] = sessions_[i]->update(picture, {frame.index, frame.time_s});
+      addLiveFacts(records[i], frame);
     });
+    return records;
+  }
+
+  /// What is said while no frame comes.
+  std::vector<CallRecord> silent(const SourceFrame& frame) const {
+    std::vector<CallRecord> records;
+    for (const auto& session : sessions_) records.push_back(session->silent({frame.index, frame.time_s}));
     return records;
   }
 
   /// Starts the first target over; when none is left, a new one of the same name.
   CallRecord restart(const SourceFrame& frame, const BBox& box) {
     if (sessions_.empty()) add_(run_.targets.front().name);
-    const auto picture = std::make_shared<ocula::OculaPicture>(frame.bgr, run_.metadata.of(frame.index));
-    CallRecord record = sessions_.front()->init(picture, {frame.index, frame.time_s}, box);
+    CallRecord record = sessions_.front()->init(pictureOf_(frame), {frame.index, frame.time_s}, box);
+    addLiveFacts(record, frame);
     if (!record.started) sessions_.erase(sessions_.begin());
     return record;
   }
@@ -99,8 +150,15 @@ class Targets {
   bool empty() const { return sessions_.empty(); }
 
  private:
+  using Picture = std::shared_ptr<ocula::OculaPicture>;
+
+  Picture pictureOf_(const SourceFrame& frame) const {
+    return std::make_shared<ocula::OculaPicture>(frame.bgr,
+                                                 frame.live ? metadataOf(*frame.live) : run_.metadata.of(frame.index));
+  }
+
   void add_(const std::string& name) {
-    sessions_.push_back(std::make_unique<TargetSession>(library_.create(), name));
+    sessions_.push_back(std::make_unique<TargetSession>(library_.create(), name, library_.engine()));
     sessions_.back()->keepPace(run_.pace);
     const std::vector<std::string> lines = sessions_.back()->configure(run_.configText);
     if (run_.logToStderr) showLog(name, lines);
@@ -112,15 +170,24 @@ class Targets {
   WorkerPool pool_;
 };
 
+/// What the source knows about the frame the records are of.
+void addSource(const SourceFrame& frame, std::vector<CallRecord>& records) {
+  for (CallRecord& record : records) {
+    record.file = frame.file;
+    record.sourceNote = frame.note;
+  }
+}
+
 RunInfo infoOf(const SourceFrame& first, const FrameSource& source, const PluginLibrary& library, const TrackRun& run) {
   RunInfo info;
-  info.source = run.sourceName;
+  info.source = withPasswordsMasked(run.sourceName);
   info.frameSize = first.bgr.size();
   info.fps = source.fps();
   info.firstFrame = first.index;
   for (const TargetOption& target : run.targets) info.targets.push_back(target.name);
   info.configText = run.configText;
   info.pluginPath = library.path();
+  info.engine = library.engine();
   return info;
 }
 
@@ -131,9 +198,11 @@ bool steer(RunSteering* steering, const SourceFrame& frame, const std::vector<Ca
   const Steering wish = steering->after(frame, records);
   if (wish.stop) return false;
   if (wish.restart) {
-    const CallRecord record = targets.restart(frame, *wish.restart);
+    const CallRecord record = targets.restart(wish.on ? *wish.on : frame, *wish.restart);
     showLogs({record}, logToStderr);
     observers.restarted(record);
+    steering->restarted(record);
+    for (const SourceFrame& later : wish.catchUp) showLogs(targets.update(later), logToStderr);
   }
   return true;
 }
@@ -144,6 +213,11 @@ SourceFrame firstFrame(FrameSource& source, TrackRun& run, RunSteering* steering
   if (!source.read(frame)) throw HostError(ExitCode::Source, "'" + run.sourceName + "' has no frame");
   if (!run.targets.empty()) return frame;
   const std::optional<BBox> box = steering != nullptr ? steering->firstBox(frame.bgr) : std::nullopt;
+  if (!box && steering != nullptr && steering->startsWithout()) {
+    run.targets.push_back({"target", {}});
+    run.startsWithout = true;
+    return frame;
+  }
   if (!box) throw HostError(ExitCode::NotStarted, "tracking did not start: no box was chosen");
   run.targets.push_back({"target", *box});
   return frame;
@@ -162,22 +236,30 @@ TrackRunResult runTrack(FrameSource& source, PluginLibrary& library, TrackRun ru
   observers.begin(info);
 
   TrackRunResult result;
-  PaceKeeper pace(run.pace == Pace::Source);
+  PaceKeeper pace(run.pace == Pace::Source && !frame.live);  // a live source keeps its own
   pace.wait(frame.time_s);
   std::vector<CallRecord> records = targets.init(frame);
   for (const CallRecord& record : records) {
     if (!record.started) result.refused.push_back(record);
   }
   while (true) {
-    ++result.frames;
-    showLogs(records, run.logToStderr);
-    observers.frame(frame, records);
+    if (frame.noSignal) {
+      observers.noSignal(targets.silent(frame));
+    } else {
+      ++result.frames;
+      addSource(frame, records);
+      showLogs(records, run.logToStderr);
+      observers.frame(frame, records);
+    }
     if (!steer(steering, frame, records, targets, observers, run.logToStderr)) break;
     if (interruptSignal() != 0 || !source.read(frame)) break;
+    if (frame.noSignal) continue;
     pace.wait(frame.time_s);
     records = targets.update(frame);
   }
   result.interrupted = interruptSignal() != 0;
+  result.sourceFaults = source.faults();
+  result.frameSize = info.frameSize;
   observers.end();
   return result;
 }

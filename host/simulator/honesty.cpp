@@ -6,6 +6,8 @@
 #include <cmath>
 #include <set>
 
+#include "plugin/reason_words.h"
+
 namespace host::sim {
 namespace {
 
@@ -135,8 +137,8 @@ void addCauses(Json& json, const std::vector<WrongFrames>& causes) {
 std::string linesOf(const std::vector<WrongFrames>& causes) {
   std::string text;
   for (const WrongFrames& one : causes) {
-    text += fmt::format("{:>10}  {}: {}{}{} (first: frame {})\n", one.count, one.what, one.exit,
-                        one.detail.empty() ? "" : "; ", one.detail, one.firstFrame);
+    const std::string cause = one.exit + (one.detail.empty() ? "" : "; ") + one.detail;
+    text += fmt::format("{:>10}  {}: {} (first: frame {})\n", one.count, one.what, explained(cause), one.firstFrame);
   }
   return text;
 }

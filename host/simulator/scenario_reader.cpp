@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "base/host_error.h"
+#include "base/json_text.h"
 #include "base/text_file.h"
 #include "input/metadata_keys.h"
 #include "ocula/ocula_picture.h"
@@ -203,7 +204,8 @@ void checkStart(const CheckedObject& file, const Scenario& scenario) {
 
 Json parseJson(const std::string& text, const std::string& file) {
   try {
-    return Json::parse(text);
+    if (tooDeepAt(text) == std::string::npos) return Json::parse(text);
+    throw HostError(ExitCode::Usage, "scenario '" + file + "' is nested too deeply");
   } catch (const Json::parse_error& e) {
     std::string what = e.what();
     const std::size_t begin = what.find("parse error");

@@ -148,7 +148,7 @@ class Run {
         secondLook_(scenario),
         rng_(scenario.seed + 99),
         gimbal_(scenario.camera.pan, scenario.camera.tilt, scenario.camera.delay_s, scenario.camera.start),
-        session_(library.create(), "target") {
+        session_(library.create(), "target", library.engine()) {
     session_.keepPace(options.frameTime ? Pace::Video : Pace::Fast);
     session_.configure(scenario.config);
   }

@@ -4,6 +4,8 @@
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 
+#include "base/json_text.h"
+
 namespace host::sim {
 namespace {
 
@@ -70,15 +72,20 @@ Json toJson(const SimulatedFrame& frame) {
   return json;
 }
 
+SimulationPictures::SimulationPictures(const std::string& video, const std::string& sheet) {
+  if (!video.empty()) videoFile_.emplace(video, "--video");
+  if (!sheet.empty()) sheet_.emplace(sheet, "--sheet");
+}
+
 void SimulationPictures::begin(const Scenario& scenario, const Panorama& panorama) {
   annotator_.begin(scenario, panorama);
-  if (!videoPath_.empty()) video_.emplace(videoPath_, annotator_.size(), scenario.fps);
+  if (videoFile_) video_.emplace(*videoFile_, annotator_.size(), scenario.fps);
 }
 
 void SimulationPictures::frame(const SimulatedFrame& frame) {
   last_ = annotator_.draw(frame);
   if (video_) video_->write(last_);
-  if (!sheetPath_.empty()) keepMoment_(frame, last_);
+  if (sheet_) keepMoment_(frame, last_);
 }
 
 /// The first frame, one on the way, then every first frame of a state; the last frame always has its place.
@@ -95,7 +102,7 @@ void SimulationPictures::keepMoment_(const SimulatedFrame& frame, const cv::Mat&
 }
 
 void SimulationPictures::end() {
-  if (!sheetPath_.empty() && !last_.empty()) {
+  if (sheet_ && !last_.empty()) {
     moments_.push_back(last_);
     const int rows = (static_cast<int>(moments_.size()) + kSheetColumns - 1) / kSheetColumns;
     cv::Mat sheet(rows * last_.rows, kSheetColumns * last_.cols, CV_8UC3, cv::Scalar::all(255));
@@ -103,22 +110,23 @@ void SimulationPictures::end() {
       const cv::Point at(i % kSheetColumns * last_.cols, i / kSheetColumns * last_.rows);
       moments_[static_cast<std::size_t>(i)].copyTo(sheet(cv::Rect(at, last_.size())));
     }
-    writePicture(sheetPath_, sheet);
+    writePicture(*sheet_, sheet);
   }
   if (video_) video_->close();
 }
 
-SimulationClip::SimulationClip(std::string video, const std::string& metadata) : videoPath_(std::move(video)) {
-  if (!metadata.empty()) metadata_.emplace(metadata);
+SimulationClip::SimulationClip(const std::string& video, const std::string& metadata) {
+  if (!video.empty()) videoFile_.emplace(video, "--clip");
+  if (!metadata.empty()) metadata_.emplace(metadata, "--clip-metadata");
 }
 
 void SimulationClip::begin(const Scenario& scenario, const Panorama& /*panorama*/) {
-  if (!videoPath_.empty()) video_.emplace(videoPath_, scenario.frame, scenario.fps);
+  if (videoFile_) video_.emplace(*videoFile_, scenario.frame, scenario.fps);
 }
 
 void SimulationClip::frame(const SimulatedFrame& frame) {
   if (video_) video_->write(frame.bgr);
-  if (metadata_) metadata_->writeLine(recordable(frame).dump());
+  if (metadata_) metadata_->writeLine(jsonText(recordable(frame)));
 }
 
 void SimulationClip::end() {

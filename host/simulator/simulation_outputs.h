@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "base/json_text.h"
+#include "base/pending_file.h"
 #include "base/text_output.h"
 #include "picture/annotate.h"
 #include "picture/picture_output.h"
@@ -19,8 +21,8 @@ nlohmann::ordered_json toJson(const SimulatedFrame& frame);
 /// One JSON line per call.
 class SimulationRecords : public SimulationObserver {
  public:
-  explicit SimulationRecords(const std::string& path) : output_(path) {}
-  void frame(const SimulatedFrame& frame) override { output_.writeLine(toJson(frame).dump()); }
+  explicit SimulationRecords(const std::string& path) : output_(path, "--records") {}
+  void frame(const SimulatedFrame& frame) override { output_.writeLine(jsonText(toJson(frame))); }
 
  private:
   TextOutput output_;
@@ -46,9 +48,8 @@ class SimulationAnnotator {
 /// The annotated video, and a sheet of the moments at which something changed.
 class SimulationPictures : public SimulationObserver {
  public:
-  /// @param video, sheet  paths; empty: not wanted
-  SimulationPictures(std::string video, std::string sheet)
-      : videoPath_(std::move(video)), sheetPath_(std::move(sheet)) {}
+  /// @param video, sheet  paths; empty: not wanted. @throws HostError (Usage) when one cannot be written
+  SimulationPictures(const std::string& video, const std::string& sheet);
   void begin(const Scenario& scenario, const Panorama& panorama) override;
   void frame(const SimulatedFrame& frame) override;
   void end() override;
@@ -56,8 +57,8 @@ class SimulationPictures : public SimulationObserver {
  private:
   void keepMoment_(const SimulatedFrame& frame, const cv::Mat& picture);
 
-  std::string videoPath_;
-  std::string sheetPath_;
+  std::optional<PendingFile> videoFile_;
+  std::optional<PendingFile> sheet_;
   SimulationAnnotator annotator_;
   std::optional<VideoOutput> video_;
   std::vector<cv::Mat> moments_;
@@ -69,14 +70,14 @@ class SimulationPictures : public SimulationObserver {
 /// The plain video and its metadata, as `csrt-track track --metadata` reads them.
 class SimulationClip : public SimulationObserver {
  public:
-  /// @param video, metadata  paths; empty: not wanted
-  SimulationClip(std::string video, const std::string& metadata);
+  /// @param video, metadata  paths; empty: not wanted. @throws HostError (Usage) when one cannot be written
+  SimulationClip(const std::string& video, const std::string& metadata);
   void begin(const Scenario& scenario, const Panorama& panorama) override;
   void frame(const SimulatedFrame& frame) override;
   void end() override;
 
  private:
-  std::string videoPath_;
+  std::optional<PendingFile> videoFile_;
   std::optional<VideoOutput> video_;
   std::optional<TextOutput> metadata_;
 };

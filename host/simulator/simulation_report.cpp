@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "plugin/reason_words.h"
 #include "simulator/simulation_summary.h"
 
 namespace host::sim {
@@ -65,7 +66,7 @@ Json askedJson(const SimulationTotals& totals) {
 }
 
 std::string armingText(const SimulationTotals& totals) {
-  if (!totals.started) return "the plug-in refused the target: " + totals.lostReason + "\n";
+  if (!totals.started) return "the plug-in refused the target: " + explained(totals.lostReason) + "\n";
   std::string text;
   if (totals.asked) {
     text += fmt::format("asked for:  pan {:.2f}, tilt {:.2f} ({:.2f} deg beside the target)\n", totals.asked->pan,
@@ -133,6 +134,7 @@ Json toJson(const Scenario& scenario, const SimulationTotals& totals, const std:
   return {{"schema", "csrt-track.simulation"},
           {"version", 1},
           {"scenario", scenario.name},
+          {"engine", totals.engine},
           {"frames", totals.frames},
           {"fps", scenario.fps},
           {"started", totals.started},
@@ -162,7 +164,7 @@ std::string textOf(const Scenario& scenario, const SimulationTotals& totals, con
   if (totals.armedFrame) text += followingText(totals);
   text += textOf(totals.honesty);
   text += fmt::format("at the end: {}{}; {} frames, {:.1f} ms each in the plug-in\n", host::name(totals.finalState),
-                      totals.lostReason.empty() ? "" : " (" + totals.lostReason + ")", totals.frames,
+                      totals.lostReason.empty() ? "" : ": " + explained(totals.lostReason), totals.frames,
                       totals.medianUpdateMs);
   long missed = 0;
   for (const Check& check : checks) {

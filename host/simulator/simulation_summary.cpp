@@ -29,6 +29,7 @@ void SimulationSummary::frame(const SimulatedFrame& frame) {
   const CallRecord& record = frame.record;
   honesty_.frame(frame);
   ++totals_.frames;
+  totals_.engine = record.engine;
   totals_.finalState = record.state;
   if (record.isInit && totals_.frames > 1) {
     ++totals_.marksAgain;

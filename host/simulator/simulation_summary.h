@@ -21,6 +21,7 @@ struct Spread {
 
 /// Unless it says otherwise: frames after arming, update() calls only.
 struct SimulationTotals {
+  std::string engine;                            ///< What the plug-in followed with.
   long frames = 0;                               ///< All of the run, the first one included.
   bool started = false;                          ///< What the first init() answered.
   std::optional<Angles> asked;                   ///< What the plug-in wanted the camera to look at ...

@@ -26,18 +26,25 @@ function(csrt_add_host_test name)
   target_compile_definitions(${name} PRIVATE
     CSRT_TRACK_PROGRAM="${csrt_program}"
     CSRT_FAKE_PLUGIN="$<TARGET_FILE:fake_plugin>"
-    CSRT_REAL_PLUGIN="$<TARGET_FILE:csrt_tracking_plugin>")
-  add_dependencies(${name} csrt-track fake_plugin csrt_tracking_plugin)
+    CSRT_REAL_PLUGIN="$<TARGET_FILE:csrt_tracking_plugin>"
+    CSRT_FAST_PLUGIN="$<TARGET_FILE:csrt_tracking_plugin_fast>")
+  add_dependencies(${name} csrt-track fake_plugin csrt_tracking_plugin csrt_tracking_plugin_fast)
 endfunction()
 
 csrt_add_host_test(annotate_test)
 csrt_add_host_test(config_check_test)
 csrt_add_host_test(config_command_test)
+csrt_add_host_test(frame_times_test)
+csrt_add_host_test(engine_option_test)
 csrt_add_host_test(help_test)
 csrt_add_host_test(bad_input_test)
+csrt_add_host_test(file_plan_test)
 csrt_add_host_test(live_window_test)
 csrt_add_host_test(log_capture_test)
+csrt_add_host_test(output_files_test)
+csrt_add_host_test(outside_text_test)
 csrt_add_host_test(record_schema_test)
+csrt_add_host_test(reason_words_test)
 csrt_add_host_test(run_summary_test)
 csrt_add_host_test(comparison_test)
 csrt_add_host_test(follower_test)
@@ -48,6 +55,7 @@ csrt_add_host_test(truth_reader_test)
 csrt_add_host_test(tuning_test)
 csrt_add_host_test(target_option_test)
 csrt_add_host_test(track_command_test)
+csrt_add_host_test(video_times_test)
 csrt_add_host_test(worker_pool_test)
 
 # Plug-ins that are broken, for csrt-track doctor.
@@ -75,6 +83,7 @@ target_compile_definitions(doctor_test PRIVATE
 set_tests_properties(doctor_test PROPERTIES ENVIRONMENT_MODIFICATION
   "ASAN_OPTIONS=string_append::handle_segv=0;TSAN_OPTIONS=string_append::handle_segv=0")
 
+include(host/link/link_tests.cmake)
 include(host/simulator/simulator_tests.cmake)
 
 csrt_add_host_test(replay_test)
@@ -88,3 +97,8 @@ set_tests_properties(host_footprint PROPERTIES LABELS native SKIP_RETURN_CODE 77
 add_test(NAME live_window COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/host/run/live_window.sh ${csrt_program}
   $<TARGET_FILE:csrt_tracking_plugin>)
 set_tests_properties(live_window PROPERTIES LABELS native SKIP_RETURN_CODE 77)
+
+# Live sources: the rules with given clocks, and short runs with real senders where those are installed.
+add_executable(live_probe ${CMAKE_CURRENT_LIST_DIR}/live/live_probe.cpp)
+target_link_libraries(live_probe PRIVATE csrt_live csrt_warnings)
+csrt_add_visible_threads(live_probe)

@@ -11,11 +11,12 @@ fail() { echo "install_test.sh: $1" >&2; exit 1; }
 cmake --install "$build" --prefix "$prefix" >/dev/null
 plugin=$(find "$prefix" -name libcsrt_tracking_plugin.so)
 [ -f "$plugin" ] || fail 'the plug-in was not installed'
+[ -f "$(dirname "$plugin")/libcsrt_tracking_plugin_fast.so" ] || fail 'the plug-in with the engine was not installed'
 [ -n "$(find "$prefix" -name ialgo_plugin.h)" ] || fail 'the interface header was not installed'
 
 "$prefix/bin/csrt-track" schema records >/dev/null || fail 'the installed csrt-track prints no schema'
 
-for example in minimal-host gimbal-host; do
+for example in minimal-host gimbal-host engine; do
   cmake -S "$source/examples/$example" -B "$work/cmake-$example" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
     -DPython3_EXECUTABLE=/usr/bin/python3 -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_BUILD_TYPE=Release >/dev/null
   cmake --build "$work/cmake-$example" >/dev/null
@@ -37,4 +38,14 @@ for host in "$work/cmake-minimal-host/minimal-host" "$work/minimal-host"; do
   "$host" "$plugin" "$work/scene/scene.avi" "$box" >"$work/out.txt" || fail "$host did not track"
   [ "$(grep -c score "$work/out.txt")" -ge 10 ] || fail "$host printed fewer boxes than frames"
 done
-echo 'install_test.sh: installed, found by CMake and pkg-config, two hosts built and run'
+
+# The engine without the plug-in: what was linked must be the installed archive.
+# shellcheck disable=SC2046
+"$compiler" -std=c++17 -O1 "$source/examples/engine/main.cpp" -o "$work/engine-example" \
+  $(pkg-config --cflags --libs csrt_engine)
+for example in "$work/cmake-engine/engine-example" "$work/engine-example"; do
+  "$example" "$work/scene/scene.avi" "$box" >"$work/out.txt" || fail "$example did not track"
+  [ "$(wc -l <"$work/out.txt")" -eq 11 ] || fail "$example printed other than 11 boxes"
+  nm -C "$example" | grep -q 'csrt_engine::create' || fail "$example is not linked with the engine"
+done
+echo 'install_test.sh: installed, found by CMake and pkg-config, hosts and the example of the engine built and run'

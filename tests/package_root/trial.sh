@@ -3,7 +3,7 @@
 # documentation's blocks.
 set -euo pipefail
 cd /trial
-packages=(csrt-tracking-plugin libocula-tools-standin csrt-tracking-dev csrt-track)
+packages=(csrt-tracking-plugin libocula-tools-standin csrt-tracking-dev csrt-track libcsrt-engine-dev)
 
 say() { echo "package-root-test: $*"; }
 fail() { say "$*" >&2; exit 1; }
@@ -44,6 +44,18 @@ build_hosts() {
     $(pkg-config --cflags --libs csrt_tracking_plugin) -lclass_loader -lconsole_bridge -lrcpputils
 }
 
+# The engine needs none of the other packages.
+build_and_run_engine() {
+  quietly cmake -S engine -B engine-by-cmake
+  quietly cmake --build engine-by-cmake
+  # shellcheck disable=SC2046
+  quietly g++ -std=c++17 engine/main.cpp -o engine-by-pkg-config $(pkg-config --cflags --libs csrt_engine)
+  for program in engine-by-cmake/engine-example ./engine-by-pkg-config; do
+    "$program" scene.avi 116,165,32,60 >boxes.txt || fail "$program did not start"
+    [ "$(wc -l <boxes.txt)" -eq 19 ] || fail "$program printed other than 19 boxes"
+  done
+}
+
 run_hosts() {
   local host plugin
   plugin=$(pkg-config --variable=plugin csrt_tracking_plugin)
@@ -80,6 +92,15 @@ say 'csrt-track followed the drawn figure'
 build_hosts
 run_hosts
 say 'two hosts were built, by CMake and by pkg-config, and followed it too'
+build_and_run_engine
+say "the engine's example was built, by CMake and by pkg-config, and followed it too"
+for engine in opencv fast; do
+  csrt-track track scene.avi --box figure=116,165,32,60 --engine "$engine" --records - --quiet |
+    sed -E 's/"update_ms":[^,]*,//; s/"engine":"[a-z]*",//' >"$engine.jsonl"
+done
+cmp opencv.jsonl fast.jsonl || fail 'the two plug-ins gave different records'
+quietly csrt-track doctor
+say 'both plug-ins gave the same records'
 run_documentation
 quietly apt-get -y purge "${packages[@]}"
 paths >after.txt

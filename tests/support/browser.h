@@ -28,14 +28,15 @@ struct PageVisit {
   }
 };
 
-/// @param folder  for the browser's own files
-inline PageVisit openInBrowser(const std::string& page, const TempFolder& folder) {
+/// @param folder   for the browser's own files
+/// @param options  more for its command line
+inline PageVisit openInBrowser(const std::string& page, const TempFolder& folder, const std::string& options = "") {
   const std::string command =
       "chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run "
       "--disable-background-networking --disable-component-update --disable-sync --enable-logging=stderr --v=0 "
       "--user-data-dir=" +
-      folder.file("profile") + " --virtual-time-budget=5000 --dump-dom file://" + page + " >" + folder.file("dom") +
-      " 2>" + folder.file("said");
+      folder.file("profile") + " --virtual-time-budget=5000 " + options + " --dump-dom file://" + page + " >" +
+      folder.file("dom") + " 2>" + folder.file("said");
   EXPECT_EQ(std::system(command.c_str()), 0);
   return {textOf(folder.file("dom")), textOf(folder.file("said"))};
 }

@@ -120,6 +120,72 @@ TEST_F(ScriptedSequence, ShardsMergeToTheWhole) {
   expectOneSentence(runProgram({"merge", folder_.file("1.json"), folder_.file("1.json")}), 2, "1.json");
 }
 
+TEST_F(ScriptedSequence, AMergeOfIncompleteShardsSaysWhatIsMissing) {
+  writeText(folder_.file("1.json"), evaluate("tttttttttt", {"--shard", "1/3"}).dump());
+  writeText(folder_.file("3.json"), evaluate("tttttttttt", {"--shard", "3/3"}).dump());
+  const ProgramResult one = runProgram({"merge", folder_.file("1.json")});
+  EXPECT_EQ(one.status, 1);
+  EXPECT_EQ(one.err, "csrt-track: the result is not complete: shards 2/3, 3/3 are missing\n");
+  const std::string page = folder_.file("all.html");
+  const std::string all = folder_.file("all.json");
+  const ProgramResult two =
+      runProgram({"merge", folder_.file("1.json"), folder_.file("3.json"), "--json", all, "--html", page});
+  EXPECT_EQ(two.status, 1);
+  EXPECT_EQ(two.err, "csrt-track: the result is not complete: shard 2/3 is missing\n");
+  EXPECT_NE(two.out.find("NOT COMPLETE, missing shards: 2/3"), std::string::npos) << two.out;
+  EXPECT_NE(textOf(page).find("Not complete, missing shards: 2/3"), std::string::npos);
+  // The merged file takes the missing part later, and is whole then.
+  writeText(folder_.file("2.json"), evaluate("tttttttttt", {"--shard", "2/3"}).dump());
+  const ProgramResult whole = runProgram({"merge", all, folder_.file("2.json")});
+  EXPECT_EQ(whole.status, 0) << whole.err;
+  EXPECT_EQ(whole.out.find("missing"), std::string::npos);
+}
+
+TEST_F(ScriptedSequence, WithoutAJudgedFrameThereAreNoFigures) {
+  writeText(folder_.file("walk/groundtruth_rect.txt"), "10,10,10,10\n");  // the start alone
+  const Json f = evaluate("tttttttttt")["overall"]["plugin"];
+  EXPECT_EQ(f["marks_present"], 0);
+  for (const char* figure : {"on_target", "success_auc", "precision_20px", "mean_iou"}) {
+    EXPECT_TRUE(f[figure].is_null()) << figure;
+  }
+  const std::string page = folder_.file("page.html");
+  const ProgramResult table =
+      runProgram({"evaluate", folder_.file("walk"), "--plugin", CSRT_FAKE_PLUGIN, "--html", page});
+  EXPECT_EQ(table.status, 0) << table.err;
+  EXPECT_EQ(table.out.find("0.000"), std::string::npos) << table.out;
+  EXPECT_EQ(textOf(page).find("<td data-label=\"success AUC\">0.000"), std::string::npos);
+  EXPECT_NE(textOf(page).find("<td data-label=\"success AUC\">-"), std::string::npos);
+}
+
+TEST_F(ScriptedSequence, ANarrowPageShowsEveryFigure) {
+  if (!hasBrowser()) GTEST_SKIP() << "chromium is not installed";
+  const std::string page = folder_.file("page.html");
+  evaluate("tttttpppii", {"--reference", "--html", page});
+  std::string html = textOf(page);
+  html.insert(html.rfind("</body>"), R"(<script>
+    const cell = document.querySelector('#figures td[data-label="success AUC"]'), place = cell.getBoundingClientRect();
+    parent.postMessage([cell.textContent, place.width > 0, place.right <= innerWidth, innerWidth,
+                        document.documentElement.scrollWidth <= innerWidth].join(' '), '*');
+  </script>)");
+  writeText(page, html);
+  // The browser's own window is never as narrow as a telephone.
+  writeText(folder_.file("narrow.html"),
+            "<body><script>onmessage = e => document.body.dataset.auc = e.data;</script>"
+            "<iframe src=\"page.html\" width=\"400\" height=\"800\" frameborder=\"0\"></iframe>");
+  const std::string dom = openInBrowser(folder_.file("narrow.html"), folder_).dom;
+  EXPECT_NE(dom.find("data-auc=\"0.762 true true 400 true\""), std::string::npos) << dom;
+}
+
+TEST_F(ScriptedSequence, TheTableFitsATerminalOfEightyColumns) {
+  const std::string longName = "a-sequence-with-a-name-that-is-longer-than-its-column";
+  fs::rename(folder_.file("walk"), folder_.file(longName));
+  const ProgramResult result =
+      runProgram({"evaluate", folder_.file(longName), "--plugin", CSRT_FAKE_PLUGIN, "--reference"});
+  EXPECT_EQ(result.status, 0) << result.err;
+  EXPECT_NE(result.out.find("\n" + longName + "/target\n"), std::string::npos) << "the whole name, on its own line";
+  for (const std::string& line : linesOf(result.out)) EXPECT_LE(line.size(), 80U) << line;
+}
+
 TEST_F(ScriptedSequence, MistakesAreSaidInOneSentence) {
   const std::string walk = folder_.file("walk");
   const auto run = [&](std::vector<std::string> more) {

@@ -78,8 +78,10 @@ TEST(TruthReader, SaysFileAndRowOfWhatItCannotRead) {
   EXPECT_EQ(complaintOf("1,2,3,4\n\n1,2,3\n"), "truth 'truth.txt', row 3: expected x,y,width,height, found 3 values");
   EXPECT_EQ(complaintOf("1,2,3,4,5,6,7,8\n1,2,3\n"),
             "truth 'truth.txt', row 2: expected the corners x1,y1,x2,y2,..., found 3 values");
-  EXPECT_EQ(complaintOf("1,2,3\n"),
-            "truth 'truth.txt', row 1: 3 values are neither a box (4), a polygon (8 or more) nor frame,id,x,y,w,h (6)");
+  EXPECT_EQ(
+      complaintOf("1,2,3\n"),
+      "truth 'truth.txt', row 1: 3 values are neither a box (4), a polygon (8 or more), frame,id,x,y,w,h (6) nor a "
+      "MOT table (7 to 10); --format says what is meant");
   EXPECT_EQ(complaintOf("frame,id,x,y,w,h\n1,a,1,2,3\n"),
             "truth 'truth.txt', row 2: expected frame,id,x,y,w,h, found 5 values");
   EXPECT_EQ(complaintOf("frame,id,x,y,w,h\n1,a,1,2,3,4\n1,a,1,2,3,4\n"),
@@ -89,6 +91,92 @@ TEST(TruthReader, SaysFileAndRowOfWhatItCannotRead) {
   EXPECT_EQ(complaintOf("frame,id,x,y,w\n1,a,1,2,3\n"), "truth 'truth.txt', row 1: the heading has no column 'h'");
   EXPECT_NE(complaintOf("frame,id,x,y,w,h\n0,a,1,2,3,4\n").find("row 2: frame 0 lies before the first frame"),
             std::string::npos);
+}
+
+TEST(TruthReader, AWordOrAnInfiniteNumberIsSaidWithItsRow) {
+  EXPECT_EQ(complaintOf("x,2,3,4\n"), "truth 'truth.txt', row 1: 'x' is not a number");
+  EXPECT_EQ(complaintOf("inf,inf,inf,inf\n"), "truth 'truth.txt', row 1: 'inf' is not finite");
+  EXPECT_EQ(complaintOf("1,2,3,4\n1,2,3,-Infinity\n"), "truth 'truth.txt', row 2: '-Infinity' is not finite");
+  EXPECT_EQ(complaintOf("1,2,3,1e400\n"), "truth 'truth.txt', row 1: '1e400' is not finite");
+  EXPECT_EQ(complaintOf("one,two,three,four\n"), "truth 'truth.txt', row 1: 'one' is not a number");
+  EXPECT_EQ(complaintOf("1,1,1,1,9,9,1,-1,-1,-1\n2,1,1,x,9,9,1,-1,-1,-1\n"),
+            "truth 'truth.txt', row 2: 'x' is not a number");
+}
+
+TEST(TruthReader, AMotTableIsNotTakenForPolygons) {
+  const std::vector<TruthTarget> targets =
+      parse("1,1,100,50,40,80,1,-1,-1,-1\n1,2,10,5,4,8,1,-1,-1,-1\n2,1,102,50,40,80,1,-1,-1,-1\n");
+  ASSERT_EQ(targets.size(), 2U);
+  EXPECT_EQ(targets[0].name, "1");
+  ASSERT_EQ(targets[0].marks.size(), 2U);
+  EXPECT_EQ(targets[0].marks[1].frame, 1);
+  EXPECT_EQ(targets[0].marks[1].box, cv::Rect2d(102, 50, 40, 80));
+}
+
+TEST(TruthReader, MotTablesOfOtherWidthsAreReadToo) {
+  for (const char* more : {",1", ",1,7", ",1,7,0.5", ",1,7,0.5,0"}) {
+    std::string text;
+    for (int i = 1; i < 4; ++i) text += std::to_string(i) + ",3,100,50,40,80" + more + "\n";
+    const std::vector<TruthTarget> targets = parse(text);
+    ASSERT_EQ(targets.size(), 1U) << more;
+    EXPECT_EQ(targets[0].marks.size(), 3U) << more;
+    EXPECT_EQ(targets[0].marks[2].box, cv::Rect2d(100, 50, 40, 80)) << more;
+  }
+}
+
+TEST(TruthReader, AMotRowThatIsNotToBeJudgedIsLeftOut) {
+  const std::vector<TruthTarget> targets = parse("1,1,100,50,40,80,1,1,1\n2,1,100,50,40,80,0,1,1\n1,9,5,5,4,8,0,1,1\n");
+  ASSERT_EQ(targets.size(), 1U);
+  EXPECT_EQ(targets[0].marks.size(), 1U);
+}
+
+TEST(TruthReader, PolygonsOfWholeNumbersStayPolygons) {
+  const std::vector<TruthTarget> targets = parse("10,5,20,8,18,30,8,27\n11,5,21,8,19,30,9,27\n");
+  EXPECT_EQ(targets[0].marks[1].box, cv::Rect2d(9, 5, 12, 25));
+  // Five corners, and an outline with a dent.
+  EXPECT_EQ(parse("10,5,20,8,25,15,18,30,8,27\n")[0].marks[0].box, cv::Rect2d(8, 5, 17, 25));
+  EXPECT_EQ(parse("10.5,5,20,8,12,15,18,30,8,27\n")[0].marks[0].box, cv::Rect2d(8, 5, 12, 25));
+}
+
+TEST(TruthReader, WhatCanBeReadInTwoWaysIsRefusedWithTheChoices) {
+  // A table of detections whose seventh value is no flag; corners of a polygon with a dent.
+  const std::string both = "1,1,100,50,40,80,99,-1,-1,-1\n2,1,102,50,40,80,99,-1,-1,-1\n";
+  EXPECT_NE(complaintOf(both).find("--format vot or --format mot"), std::string::npos) << complaintOf(both);
+  TruthOptions options;
+  options.format = TruthFormat::Mot;
+  EXPECT_EQ(parse(both, options)[0].marks[0].box, cv::Rect2d(100, 50, 40, 80));
+  options.format = TruthFormat::Polygon;
+  EXPECT_EQ(parse(both, options)[0].marks.size(), 2U);
+  EXPECT_NE(complaintOf("1.5,1,1,1,1,1,1,1,1\n").find("--format"), std::string::npos);
+  EXPECT_NE(complaintOf("1,2,3,4,5\n").find("--format"), std::string::npos);
+}
+
+TEST(TruthReader, AHeadingMayLeaveOutWhatIsNotNeeded) {
+  const std::vector<TruthTarget> frames = parse("Frame X Y W H\n3 1 2 3 4\n");
+  EXPECT_EQ(frames[0].name, "target");
+  EXPECT_EQ(frames[0].marks[0].frame, 2);
+  const std::vector<TruthTarget> boxes = parse("left,top,width,height\n1,2,3,4\n5,6,7,8\n");
+  ASSERT_EQ(boxes[0].marks.size(), 2U);
+  EXPECT_EQ(boxes[0].marks[1].frame, 1);
+  EXPECT_EQ(boxes[0].marks[1].box, cv::Rect2d(5, 6, 7, 8));
+}
+
+TEST(TruthReader, AByteOrderMarkIsNoPartOfTheFirstValue) {
+  const host_test::TempFolder folder;
+  host_test::writeText(folder.file("t.txt"),
+                       "\xEF\xBB\xBF"
+                       "1,2,3,4\r\n5,6,7,8\r\n");
+  const std::vector<TruthTarget> targets = host::readTruth(folder.file("t.txt"), {}, "target");
+  ASSERT_EQ(targets[0].marks.size(), 2U);
+  EXPECT_EQ(targets[0].marks[0].box, cv::Rect2d(1, 2, 3, 4));
+  host_test::writeText(folder.file("t.txt"),
+                       "\xEF\xBB\xBF"
+                       "frame,id,x,y,w,h\r\n1,a,1,2,3,4\r\n");
+  EXPECT_EQ(host::readTruth(folder.file("t.txt"), {}, "target")[0].name, "a");
+  host_test::writeText(folder.file("t.txt"), std::string("\xFF\xFE"
+                                                         "1\0,\0",
+                                                         6));
+  EXPECT_THROW(host::readTruth(folder.file("t.txt"), {}, "target"), HostError);
 }
 
 TEST(TruthReader, AnEmptyFileAndOneWithoutTargetsAreRefused) {
@@ -109,6 +197,7 @@ TEST(TruthFormatWord, IsOneOfTheKnownOnes) {
   EXPECT_EQ(host::truthFormatOf("otb"), TruthFormat::Rect);
   EXPECT_EQ(host::truthFormatOf("got10k"), TruthFormat::Rect);
   EXPECT_EQ(host::truthFormatOf("vot"), TruthFormat::Polygon);
+  EXPECT_EQ(host::truthFormatOf("mot"), TruthFormat::Mot);
   EXPECT_THROW(host::truthFormatOf("xml"), HostError);
 }
 

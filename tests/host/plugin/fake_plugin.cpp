@@ -3,10 +3,12 @@
 //   t tracked   u unstable, predicted   p lost, predicted   r found again   R unstable, then found again
 //   b rebuilt for another window size   c rebuilt           w waiting       z zoom re-seed   s skipped once
 //   h health fault   o oscillation   m given up after failed searches   i inactive   e window outside the frame
-//   x throws         q says nothing
+//   x throws         q says nothing     k tracked, the score is the time of its clock since the first k, in 100 s
+#include <chrono>
 #include <class_loader/class_loader.hpp>
 #include <cstdio>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -98,11 +100,19 @@ class CSRTTrackingAlgo : public IAlgoPlugin {
         return out_(false, 0, "update(): LOST -> OUT 0 detections (predict)");
       case 'i':
         return out_(false, 0, "update(): OUT 0 detections (not init/fullyLost)");
+      case 'k':
+        return out_(true, sinceFirst_() / 100.0, "update(): OUT 2 detections (track ok)", true);
       case 'x':
         throw std::runtime_error("scripted failure");
       default:
         return out_(false, 0, nullptr);
     }
+  }
+
+  double sinceFirst_() {
+    const auto now = std::chrono::steady_clock::now();
+    if (!first_) first_ = now;
+    return std::chrono::duration<double>(now - *first_).count();
   }
 
   std::vector<AlgoOutput> out_(bool box, double score, const char* line, bool window = false) {
@@ -129,6 +139,7 @@ class CSRTTrackingAlgo : public IAlgoPlugin {
   std::string script_;
   std::size_t next_ = 0;
   BBox box_;
+  std::optional<std::chrono::steady_clock::time_point> first_;
 };
 
 CLASS_LOADER_REGISTER_CLASS(CSRTTrackingAlgo, IAlgoPlugin)

@@ -76,5 +76,14 @@ TEST_F(Summary, SaysWhyATargetWasGivenUp) {
             std::string::npos);
 }
 
+TEST_F(Summary, ExplainsThePluginsOwnWords) {
+  call(TrackState::Reseeded, 0);
+  call(TrackState::Lost, 1, "bbox collée au bord");
+  EXPECT_NE(
+      summary_.text().find("given up: the box stayed at the picture's border for too long (bbox collée au bord); at"),
+      std::string::npos)
+      << summary_.text();
+}
+
 }  // namespace
 }  // namespace host

@@ -1,0 +1,91 @@
+// A guard beside a tracker: it watches whether the tracker's box still shows the target, says so, and finds the target
+// again when it does not. It knows the tracker only by its answers, so it works with any that can be started on a box.
+//
+//   csrt_guard::Guard guard;
+//   guard.start(frame, box);                          // the frame and the box that the tracker was started with
+//   ...                                               // per frame: the tracker's answer, then
+//   csrt_guard::Verdict verdict = guard.judge(frame, answer);
+//   if (verdict.restart) tracker.init(frame, *verdict.box);
+//
+// Pixels:   boxes are full-frame pixels; frames are 8-bit with 1, 3 (BGR) or 4 (BGRA) channels.
+// Threads:  one call at a time; guards share nothing.
+// Bounds:   the same calls give the same answers everywhere. Memory is that of a few small pictures, whatever the frame.
+// Errors:   a frame that cannot be judged is no error: the tracker's answer is passed on, with that as the reason.
+#pragma once
+
+#include <memory>
+#include <opencv2/core.hpp>
+#include <optional>
+
+namespace csrt_guard {
+
+/// What the tracker said about one frame.
+struct Answer {
+  std::optional<cv::Rect> box;  ///< Full-frame pixels; may lie anywhere.
+  bool seen = false;            ///< The tracker claims to see the target, not only to predict it.
+};
+
+enum class State {
+  Unguarded,   ///< Nothing can be judged (not started, no picture, a target like its surroundings): passed on as it is.
+  Agreed,      ///< The tracker's box shows the target.
+  Doubted,     ///< The tracker's box no longer looks like the target, or it has none: for a few frames this is waited out.
+  Searching,   ///< The target is lost and looked for; a box is a prediction.
+  Reacquired,  ///< Something that looks like the target was found: start the tracker there. Likely, never certain.
+};
+
+/// "unguarded", "agreed", ...
+const char* name(State state);
+
+struct Verdict {
+  State state = State::Unguarded;
+  std::optional<cv::Rect> box;  ///< What to report, full-frame pixels; empty: nothing.
+  bool seen = false;            ///< Whether `box` may be called seen; else it is a prediction.
+  bool restart = false;         ///< Start the tracker over on `box` of this frame.
+  const char* reason = "";      ///< Why, in words; points to a constant.
+  // The evidence. Likeness is that of colours with those of the first frame: 0 nothing in common, 1 the same.
+  std::optional<double> likeness;  ///< Of the box; empty where there was none to look at.
+  std::optional<double> usual;     ///< What the target has on average.
+  std::optional<double> around;    ///< What the places beside the target have on average.
+  int framesLost = 0;              ///< Frames since the guard last agreed.
+};
+
+struct Settings {
+  /// Likeness is judged on a scale of its own: 0 is what the surroundings have, 1 what the target usually has.
+  double doubtBelow = 0.5;       ///< Closer to the surroundings than to the target.
+  int doubtFrames = 3;           ///< So many doubtful frames in a row make a loss.
+  double acceptNear = 0.75;      ///< A find where the target is expected needs so much ...
+  double acceptFar = 0.9;        ///< ... and at the edge of the search so much.
+  int confirmFrames = 2;         ///< Frames in a row in which a find must be at one place.
+  int predictFrames = 10;        ///< A lost target is predicted for so many frames; then nothing is reported.
+  double learnFrom = 0.9;        ///< A box this much like the target teaches what it looks like now.
+  double learnRate = 0.02;       ///< Slowest share of a new picture; 0: only the first counts.
+  int learnFrames = 100;         ///< After so many pictures nothing is learnt any more.
+  int checkEvery = 3;            ///< Every so many frames the neighbourhood is searched for a better place.
+  double betterBy = 0.25;        ///< A place that is so much more like the target shows that the box drifted.
+  double standOut = 0.25;        ///< Weight of a place's contrast when several are likely.
+  double jump = 0.5;             ///< A step so much longer than expected, in diagonals, is a doubt.
+  double minContrast = 0.08;     ///< Usual likeness less that of the surroundings from which the guard can judge.
+};
+
+class Guard {
+ public:
+  explicit Guard(const Settings& settings = Settings());
+  ~Guard();
+  Guard(Guard&&) noexcept;
+  Guard& operator=(Guard&&) noexcept;
+
+  /// Begins, or begins anew, with the target in `box`. False: nothing there to judge by; judge() then passes answers on.
+  bool start(const cv::Mat& frame, const cv::Rect& box);
+
+  /// Judges the tracker's answer for this frame. Never throws for a picture or a box, however wrong.
+  Verdict judge(const cv::Mat& frame, const Answer& answer);
+
+  /// How like the target a box of this frame is, as in Verdict::likeness; empty where there is nothing to look at.
+  std::optional<double> likenessOf(const cv::Mat& frame, const cv::Rect& box) const;
+
+ private:
+  class Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace csrt_guard

@@ -1,0 +1,48 @@
+// Where the target should be while it is not seen.
+#pragma once
+
+#include <opencv2/core.hpp>
+
+namespace csrt_guard {
+
+class TargetMotion {
+ public:
+  void start(const cv::Rect2d& box) {
+    box_ = box;
+    velocity_ = {};
+    damping_ = 1.0;
+    lost_ = 0;
+  }
+
+  /// The target was in this box in this frame.
+  void see(const cv::Rect2d& box) {
+    const cv::Point2d moved = centre(box) - centre(box_);
+    const double share = 1.0 / (lost_ + 1);  // over so many frames
+    velocity_ += kLearning * (moved * share - velocity_);
+    box_ = box;
+    lost_ = 0;
+    damping_ = 1.0;
+  }
+
+  /// One frame without the target: on with its last speed, less every frame.
+  void miss() {
+    ++lost_;
+    damping_ *= kDamping;
+    box_ += velocity_ * damping_;
+  }
+
+  const cv::Rect2d& box() const { return box_; }  ///< Full-frame pixels.
+  int lost() const { return lost_; }              ///< Frames since it was seen.
+
+  static cv::Point2d centre(const cv::Rect2d& box) { return {box.x + box.width / 2, box.y + box.height / 2}; }
+
+ private:
+  static constexpr double kLearning = 0.15;
+  static constexpr double kDamping = 0.95;
+  cv::Rect2d box_;
+  cv::Point2d velocity_;
+  double damping_ = 1.0;
+  int lost_ = 0;
+};
+
+}  // namespace csrt_guard

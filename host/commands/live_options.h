@@ -1,0 +1,33 @@
+// The options of `track` that concern live sources, commands while running, and how the source is opened.
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "input/frame_source.h"
+#include "live/live_source.h"
+
+namespace CLI {
+class App;
+}
+
+namespace host {
+
+struct LiveTrackOptions {
+  std::string transport = "tcp";  ///< RTSP: "tcp" or "udp".
+  double connectS = 10.0;         ///< Longest wait for the first frame.
+  double giveUpS = 0.0;           ///< 0: never.
+  std::string control;            ///< "-": standard input; a path: a socket; empty: none.
+};
+
+void addLiveOptions(CLI::App& command, SourceOptions& source, LiveTrackOptions& live);
+
+/// Whether the source that is named is a live one: an address, a device, a pipeline, standard input.
+bool isLive(const SourceOptions& source);
+
+/// @param metadata  of a live source: a growing file; empty: none
+/// @throws HostError (Usage) for a wrong option, (Source) where it cannot be received
+std::unique_ptr<live::LiveSource> openLiveSource(const SourceOptions& source, const LiveTrackOptions& live,
+                                                 const std::string& metadata, bool quiet);
+
+}  // namespace host
