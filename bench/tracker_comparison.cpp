@@ -27,14 +27,13 @@
 #include "base/text_output.h"
 #include "commands/evaluation_options.h"
 #include "commands/plugin_choice.h"
-#include "config/config_text.h"
 #include "config/presets.h"
 #include "csrt_engine/csrt_engine.h"
 #include "dlib_follower.h"
 #include "evaluation/evaluation_run.h"
 #include "evaluation/results.h"
 #include "evaluation/sequence.h"
-#include "picture/drawn_scene.h"
+#include "picture/street_scene.h"
 #include "plugin/plugin_library.h"
 
 namespace {
@@ -103,8 +102,8 @@ class DrawnSequence {
     if (mkdtemp(pattern.data()) == nullptr) throw host::HostError(host::ExitCode::Output, "cannot make " + pattern);
     folder_ = pattern;
     const cv::Size size(640, 360);
-    host::writeDrawnScene(clip(), size, frames, 25.0);
-    const host::DrawnScene scene(size, host::kDrawnSceneSeed);
+    host::writeStreetScene(clip(), size, frames, 25.0);
+    const host::StreetScene scene(size, host::kStreetSceneSeed);
     std::ofstream file(truth());
     for (int i = 0; i < frames; ++i) {
       const cv::Rect box = scene.truth(i);

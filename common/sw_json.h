@@ -92,6 +92,7 @@ class SwJsonObject final : public SwJsonContainer {
   SwJsonObject& operator=(SwJsonObject other) noexcept;
   ~SwJsonObject() { dismantle(); }
 
+  /// As those of std::map.
   bool contains(const std::string& key) const { return values_.find(key) != values_.end(); }
   std::size_t size() const { return values_.size(); }
   Map::const_iterator begin() const { return values_.begin(); }
@@ -120,6 +121,7 @@ class SwJsonArray final : public SwJsonContainer {
   SwJsonArray& operator=(SwJsonArray other) noexcept;
   ~SwJsonArray() { dismantle(); }
 
+  /// Number of values.
   std::size_t size() const { return values_.size(); }
   /// @throws std::out_of_range "Index out of bounds" when index >= size()
   const SwJsonValue& operator[](std::size_t index) const;

@@ -45,7 +45,7 @@ JsonStringReader::JsonStringReader(const std::string& json, std::size_t pos, std
   out_.clear();
 }
 
-bool JsonStringReader::fail(const char* problem, std::size_t pos) {
+bool JsonStringReader::fail_(const char* problem, std::size_t pos) {
   problem_ = problem;
   pos_ = pos;
   return false;
@@ -54,17 +54,17 @@ bool JsonStringReader::fail(const char* problem, std::size_t pos) {
 bool JsonStringReader::read() {
   ++pos_;  // the opening quote
   for (;;) {
-    copyPlain();
-    if (atEnd()) return fail("Unterminated string literal", pos_);
+    copyPlain_();
+    if (atEnd_()) return fail_("Unterminated string literal", pos_);
     if (json_[pos_] == '"') break;
-    if (json_[pos_] != '\\') return fail("Unescaped control character in string", pos_);
-    if (!readEscape()) return false;
+    if (json_[pos_] != '\\') return fail_("Unescaped control character in string", pos_);
+    if (!readEscape_()) return false;
   }
   ++pos_;
   return true;
 }
 
-void JsonStringReader::copyPlain() {
+void JsonStringReader::copyPlain_() {
   const char* const first = json_.data() + pos_;
   const char* const end = json_.data() + json_.size();
   const char* last = first;
@@ -73,33 +73,33 @@ void JsonStringReader::copyPlain() {
   pos_ += static_cast<std::size_t>(last - first);
 }
 
-bool JsonStringReader::readEscape() {
+bool JsonStringReader::readEscape_() {
   ++pos_;  // the backslash
-  if (atEnd()) return fail("Invalid escape sequence in string", pos_);
-  if (json_[pos_] == 'u') return readUnicode();
+  if (atEnd_()) return fail_("Invalid escape sequence in string", pos_);
+  if (json_[pos_] == 'u') return readUnicode_();
   const char character = escapedCharacter(json_[pos_]);
-  if (character == 0) return fail("Invalid escape character in string", pos_);
+  if (character == 0) return fail_("Invalid escape character in string", pos_);
   out_ += character;
   ++pos_;
   return true;
 }
 
-bool JsonStringReader::readUnicode() {
+bool JsonStringReader::readUnicode_() {
   const std::size_t digits = ++pos_;  // past the 'u'
   unsigned code = 0;
-  if (json_.size() - digits < 4) return fail("Incomplete Unicode escape sequence", json_.size());
-  if (!readCode(code)) return fail("Invalid hex digit in Unicode escape", pos_);
-  if (isLowSurrogate(code)) return fail("Unexpected low surrogate without leading high surrogate", digits);
-  if (isHighSurrogate(code) && !readLowSurrogate(code)) return false;
-  appendUtf8(code);
+  if (json_.size() - digits < 4) return fail_("Incomplete Unicode escape sequence", json_.size());
+  if (!readCode_(code)) return fail_("Invalid hex digit in Unicode escape", pos_);
+  if (isLowSurrogate(code)) return fail_("Unexpected low surrogate without leading high surrogate", digits);
+  if (isHighSurrogate(code) && !readLowSurrogate_(code)) return false;
+  appendUtf8_(code);
   return true;
 }
 
 // Four hexadecimal digits; stops at the first byte that is none.
-bool JsonStringReader::readCode(unsigned& code) {
+bool JsonStringReader::readCode_(unsigned& code) {
   code = 0;
   for (int i = 0; i < 4; ++i, ++pos_) {
-    const int digit = atEnd() ? -1 : hexDigit(json_[pos_]);
+    const int digit = atEnd_() ? -1 : hexDigit(json_[pos_]);
     if (digit < 0) return false;
     code = code * 16 + static_cast<unsigned>(digit);
   }
@@ -107,21 +107,21 @@ bool JsonStringReader::readCode(unsigned& code) {
 }
 
 // The second half of a pair; `code` holds the first half and receives the code point.
-bool JsonStringReader::readLowSurrogate(unsigned& code) {
+bool JsonStringReader::readLowSurrogate_(unsigned& code) {
   constexpr const char* kMissing = "Missing low surrogate after high surrogate";
   for (const char expected : {'\\', 'u'}) {
-    if (atEnd() || json_[pos_] != expected) return fail(kMissing, pos_);
+    if (atEnd_() || json_[pos_] != expected) return fail_(kMissing, pos_);
     ++pos_;
   }
   const std::size_t digits = pos_;
   unsigned low = 0;
-  if (!readCode(low)) return fail(kMissing, pos_);
-  if (!isLowSurrogate(low)) return fail("Invalid low surrogate in Unicode escape", digits);
+  if (!readCode_(low)) return fail_(kMissing, pos_);
+  if (!isLowSurrogate(low)) return fail_("Invalid low surrogate in Unicode escape", digits);
   code = 0x10000 + ((code - 0xD800) << 10) + (low - 0xDC00);
   return true;
 }
 
-void JsonStringReader::appendUtf8(unsigned code) {
+void JsonStringReader::appendUtf8_(unsigned code) {
   const auto tail = [&](unsigned shift) { out_ += static_cast<char>(0x80 | ((code >> shift) & 0x3F)); };
   if (code < 0x80) {
     out_ += static_cast<char>(code);

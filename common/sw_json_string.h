@@ -19,14 +19,14 @@ class JsonStringReader {
   const char* problem() const { return problem_; }
 
  private:
-  bool atEnd() const { return pos_ >= json_.size(); }
-  bool fail(const char* problem, std::size_t pos);
-  void copyPlain();
-  bool readEscape();
-  bool readUnicode();
-  bool readCode(unsigned& code);
-  bool readLowSurrogate(unsigned& code);
-  void appendUtf8(unsigned code);
+  bool atEnd_() const { return pos_ >= json_.size(); }
+  bool fail_(const char* problem, std::size_t pos);
+  void copyPlain_();
+  bool readEscape_();
+  bool readUnicode_();
+  bool readCode_(unsigned& code);
+  bool readLowSurrogate_(unsigned& code);
+  void appendUtf8_(unsigned code);
 
   const std::string& json_;
   std::size_t pos_;

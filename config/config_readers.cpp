@@ -170,3 +170,29 @@ void readConfigValue(const SwJsonValue& value, const ConfigKey& key, const Confi
       break;
   }
 }
+
+const std::vector<const char*>& configGroups() {
+  static const std::vector<const char*> groups = {"input",   "roi",         "csrt", "stability", "redetect",
+                                                  "predict", "preposition", "misc", ""};
+  return groups;
+}
+
+void readConfigGroup(const SwJsonObject& values, const std::string& group, CsrtConfig& config) {
+  for (const ConfigKey& key : configKeys()) {
+    const bool wanted = group == key.group && key.slot != nullptr && values.contains(key.name);
+    if (wanted) readConfigValue(values[key.name], key, key.slot(config));
+  }
+}
+
+CsrtConfig readConfig(const std::string& text) {
+  CsrtConfig config;
+  SwString error;
+  const SwJsonValue root = SwJsonDocument::parseDocument(SwString(text), SwString(), error);
+  const std::shared_ptr<SwJsonObject> object = error.empty() ? root.toObject() : nullptr;
+  if (object == nullptr) return config;
+  for (const std::string group : configGroups()) {
+    const std::shared_ptr<SwJsonObject> values = group.empty() ? object : (*object)[group].toObject();
+    if (values != nullptr) readConfigGroup(*values, group, config);
+  }
+  return config;
+}

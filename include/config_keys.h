@@ -8,17 +8,19 @@
 
 #include "csrt_config.h"
 
+/// What a key holds.
 enum class ConfigType { Boolean, Integer, Number, String, NumberList };
 
 /// Where a key's value lives.
 using ConfigSlot = std::variant<bool*, int*, double*, std::string*, std::vector<double>*>;
 
+/// One key of the configuration.
 struct ConfigKey {
-  const char* group;  ///< JSON group; "" for the two aliases at the top level.
-  const char* name;
-  ConfigType type;
+  const char* group;                ///< JSON group; "" for the two aliases at the top level.
+  const char* name;                 ///< JSON name in its group.
+  ConfigType type;                  ///< What it holds.
   double lowest;                    ///< Clamping range of integers and numbers; both 0 for other types.
-  double highest;                   ///<
+  double highest;                   ///< Likewise.
   ConfigSlot (*slot)(CsrtConfig&);  ///< null for `misc.debug`, which is the plug-in's own atomic flag.
   const char* unit;                 ///< "" where there is none.
   const char* effect;               ///< One sentence.

@@ -7,12 +7,14 @@
 /// One struct per JSON group; a member is named as its JSON key. Ranges are those setConfig() clamps to. Plain data:
 /// the plug-in reads and writes its copy under `mutex_`. `misc.debug` is an atomic flag of the plug-in, not kept here.
 struct CsrtConfig {
+  /// What the plug-in takes in.
   struct Input {
     int work_width = 640;      ///< Working width, pixels; every start overwrites it with the frame's. [32, 8192]
     int work_height = 360;     ///< Working height, pixels; every start overwrites it with the frame's. [32, 8192]
     bool refine_init = false;  ///< Re-centre the initial box on the segment under its centre.
   } input;
 
+  /// The processing window: what part of the frame the tracker sees.
   struct Roi {
     bool enable = true;               ///< Off: the processing window is the whole frame.
     int min_size = 128;               ///< Smallest window side, pixels. [32, 8192]
@@ -53,12 +55,14 @@ struct CsrtConfig {
     std::string window_function = "hann";  ///< "hann", "cheb" or "kaiser"; any text is stored.
   } csrt;
 
+  /// What counts as a plausible step.
   struct Stability {
     double max_motion = 100.0;     ///< Movement in one frame that scores nothing, pixels. [1, 1e9]
     double min_scale_ratio = 0.3;  ///< Smallest area ratio to the box before. [0.01, 1e6]
     double max_scale_ratio = 2.5;  ///< Largest area ratio to the box before. [0.1, 1e6]
   } stability;
 
+  /// Finding a lost target again.
   struct Redetect {
     int frames_lost_before_reset = 12;  ///< Lost frames between two searches of the whole frame. [1, 1000000]
     double re_detect_threshold = 0.8;   ///< Matching score to accept a find. [0, 1]
@@ -71,12 +75,14 @@ struct CsrtConfig {
     int oscillation_window = 5;                     ///< What "soon" means, frames. [1, 20]
   } redetect;
 
+  /// Where a target is expected while it is not seen, and how the reported box is smoothed.
   struct Predict {
     double damping = 0.9;             ///< Speed kept from one lost frame to the next. [0, 1]
     bool bbox_smooth_enable = false;  ///< Smooth the reported box.
     double bbox_smooth_alpha = 0.5;   ///< Share of the new box: 0 holds still, 1 follows at once. [0, 1]
   } predict;
 
+  /// Pointing a camera before the start.
   struct Preposition {
     bool enabled = false;                      ///< Point the camera first when the host asks for it.
     double direct_init_center_tol_norm = 0.1;  ///< Offset from the centre that starts at once, in frames. [0, 0.5]

@@ -27,11 +27,11 @@ struct SearchLimits {
 
 /// Scratch of a search; keep it between searches and little is allocated.
 struct SearchMemory {
-  GpuImage coarse;
-  GpuImage patch;
-  GpuImage templ;
-  GpuImage scores;
-  cv::Mat scoreMap;
+  GpuImage coarse;   ///< The shrunken frame.
+  GpuImage patch;    ///< A patch, shrunken likewise.
+  GpuImage templ;    ///< That at one of its scales.
+  GpuImage scores;   ///< The map of a match.
+  cv::Mat scoreMap;  ///< The same in host memory.
 };
 
 /// The best place for a template near a point.
@@ -92,10 +92,10 @@ class FrameSearch {
   };
   /// Ticks of cv::getTickCount() at the end of each step; the start where a step was not reached.
   struct Times {
-    std::int64_t start = 0;
-    std::int64_t shrunk = 0;
-    std::int64_t coarse = 0;
-    std::int64_t fine = 0;
+    std::int64_t start = 0;   ///< Of the search.
+    std::int64_t shrunk = 0;  ///< tryShrinkFrame() has ended.
+    std::int64_t coarse = 0;  ///< searchCoarse() has ended.
+    std::int64_t fine = 0;    ///< searchFine() has ended.
   };
 
   /// @param frame, patches, memory  outlive the search; `frame` is 8-bit grey
@@ -115,8 +115,8 @@ class FrameSearch {
   const char* source() const { return best_.source; }  ///< Whose hit that is; "none".
   /// Of the patch that hit best, pixels; no area: none hit.
   cv::Size bestPatchSize() const { return best_.image == nullptr ? cv::Size() : best_.image->size(); }
-  const Counts& counts() const { return counts_; }
-  const Times& times() const { return times_; }
+  const Counts& counts() const { return counts_; }  ///< So far.
+  const Times& times() const { return times_; }     ///< So far.
 
  private:
   void matchAtScales_(const SearchPatch& patch);

@@ -22,16 +22,16 @@ class GpuImage {
   /// The same into `out`, whose memory serves again where pixels have to be copied and size and type stay.
   void download(cv::Mat& out) const;
 
-  bool empty() const;
-  int cols() const;
-  int rows() const;
-  cv::Size size() const { return {cols(), rows()}; }
-  int type() const;  ///< OpenCV type code, such as CV_8UC1.
+  bool empty() const;                                 ///< There are no pixels.
+  int cols() const;                                   ///< Width, pixels; 0 when empty.
+  int rows() const;                                   ///< Height, pixels; 0 when empty.
+  cv::Size size() const { return {cols(), rows()}; }  ///< Pixels.
+  int type() const;                                   ///< OpenCV type code, such as CV_8UC1.
 
-  GpuImage clone() const;
+  GpuImage clone() const;  ///< Pixels of its own.
   /// A view of the part `r` (image pixels, inside the image), sharing pixels.
   GpuImage region(const cv::Rect& r) const;
-  void release();
+  void release();  ///< Empty from here on.
 
  private:
   friend class HostImageBackend;

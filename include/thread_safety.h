@@ -20,6 +20,7 @@
 /// A std::mutex, which it also is, that the marks above can name.
 class CSRT_THREAD_MARK(capability("mutex")) CheckedMutex : public std::mutex {
  public:
+  /// As those of std::mutex.
   void lock() CSRT_THREAD_MARK(acquire_capability()) { std::mutex::lock(); }
   void unlock() CSRT_THREAD_MARK(release_capability()) { std::mutex::unlock(); }
 };
@@ -32,6 +33,7 @@ class CSRT_THREAD_MARK(scoped_lockable) CheckedLock {
   CheckedLock(const CheckedLock&) = delete;
   CheckedLock& operator=(const CheckedLock&) = delete;
 
+  /// Gives the lock back before the end of the block, and takes it again.
   void unlock() CSRT_THREAD_MARK(release_capability()) { lock_.unlock(); }
   void lock() CSRT_THREAD_MARK(acquire_capability()) { lock_.lock(); }
 

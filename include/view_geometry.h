@@ -7,16 +7,18 @@
 
 #include "csrt_config.h"
 
+/// Where a camera looks and how much of the world its picture spans.
 struct ViewGeometry {
-  double pan = 0.0;
-  double tilt = 0.0;
-  double hfov = 0.0;
-  double vfov = 0.0;
+  double pan = 0.0;   ///< Of the picture's middle, degrees, [-180, 180).
+  double tilt = 0.0;  ///< Of the picture's middle, degrees.
+  double hfov = 0.0;  ///< Angle that the picture's width spans, degrees; above 0.
+  double vfov = 0.0;  ///< Angle that the picture's height spans, degrees; above 0.
 };
 
+/// A direction.
 struct PanTilt {
-  double pan = 0.0;
-  double tilt = 0.0;
+  double pan = 0.0;   ///< Degrees.
+  double tilt = 0.0;  ///< Degrees.
 };
 
 /// An angle brought into [-180, 180).

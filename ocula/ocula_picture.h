@@ -42,6 +42,8 @@ class __attribute__((visibility("default"))) OculaPicture {
 
 /// The texts of all keys a host may fill in.
 struct OculaPicture::BaseMetadata::Keys {
+  /// Each name ends in the unit of its value where it has one: _deg degrees, _m metres, _mps metres per second, _dps
+  /// degrees per second, _us microseconds.
   inline static const std::string kSourceNs = "source_ns";
   inline static const std::string kCameraIndex = "camera_index";
   inline static const std::string kCameraName = "camera_name";

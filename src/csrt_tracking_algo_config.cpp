@@ -51,25 +51,25 @@ void CSRTTrackingAlgo::setConfig(std::string json) {
 // The aliases at the top level come last, so that they win over the values in their group.
 void CSRTTrackingAlgo::applyConfig_Locked_(const SwJsonObject& root) {
   const CsrtConfig before = config_;
-  for (const char* group : {"input", "roi", "csrt", "stability", "redetect", "predict", "preposition", "misc"}) {
-    if (const std::shared_ptr<SwJsonObject> values = root[group].toObject()) readConfigGroup_Locked_(*values, group);
+  for (const std::string group : configGroups()) {
+    if (group.empty()) {
+      readConfigGroup_Locked_(root, group);
+    } else if (const std::shared_ptr<SwJsonObject> values = root[group].toObject()) {
+      readConfigGroup_Locked_(*values, group);
+    }
   }
-  readConfigGroup_Locked_(root, "");
   const bool rebuild = initialized_ && !pending_full_reset_ && groupDiffers("csrt", before, config_);
   if (rebuild) pending_rebuild_ = true;
 }
 
 void CSRTTrackingAlgo::readConfigGroup_Locked_(const SwJsonObject& values, const std::string& group) {
   const cv::Size workBefore(config_.input.work_width, config_.input.work_height);
+  readConfigGroup(values, group, config_);
   for (const ConfigKey& key : configKeys()) {
-    if (group != key.group || !values.contains(key.name)) continue;
-    if (key.slot != nullptr) {
-      readConfigValue(values[key.name], key, key.slot(config_));
-    } else {
-      bool debug = debug_;
-      readConfigBool(values[key.name], debug);
-      debug_ = debug;
-    }
+    if (group != key.group || key.slot != nullptr || !values.contains(key.name)) continue;
+    bool debug = debug_;
+    readConfigBool(values[key.name], debug);
+    debug_ = debug;
   }
   const cv::Size workNow(config_.input.work_width, config_.input.work_height);
   if (workNow != workBefore) pending_full_reset_ = initialized_;

@@ -2,8 +2,8 @@
 """Holds the #include lines against the tables of rooms in docs/architecture.md.
 
 A room may include itself and what its row names in "may depend on"; every room that a row names must stand below it, so
-that arrows only point downwards in the table and no circle can arise. Files of host/ name the room of what they include
-("input/frame_source.h"). Prints what is wrong and ends with 1.
+that arrows only point downwards in the table and no circle can arise. A file of host/ names the room of what it
+includes from another ("input/frame_source.h"). Prints what is wrong and ends with 1.
 
 A header of include/ belongs to the room that holds its source (window_geometry.h: src/); one without a source, and with
 it the interface to the host, belongs to include/ itself.
@@ -34,10 +34,12 @@ def read_rooms(page, heading):
             for room, text in rooms.items() if text != 'anything'}
 
 
-def wrong_rows(rooms):
+def wrong_rows(rooms, elsewhere=()):
+    """@param elsewhere  rooms of the other table, all of which stand below this one's"""
     wrong, below = [], set()
     for room, allowed in reversed(rooms.items()):
-        wrong += [f'{PAGE}: {room}/ names {other}/, which does not stand below it' for other in sorted(allowed - below)]
+        wrong += [f'{PAGE}: {room}/ names {other}/, which does not stand below it'
+                  for other in sorted(allowed - below - set(elsewhere))]
         below.add(room)
     return wrong
 
@@ -71,6 +73,12 @@ def homes(files, rooms):
     return home
 
 
+def lies_elsewhere(name, inner, files):
+    """Whether a header named without a room is one of host/, but of no folder of this room."""
+    named = [f for f in files if f.startswith('host/') and f.endswith('/' + name)]
+    return '/' not in name and bool(named) and not any(f.startswith(f'host/{inner}/') for f in named)
+
+
 def check(files, top_rooms, host_rooms):
     wrong = []
     home = homes(files, top_rooms)
@@ -90,7 +98,7 @@ def check(files, top_rooms, host_rooms):
                     wrong.append(f'{file}: includes "{name}", but host/{inner}/ may not depend on {there}/')
             elif name in home and home[name] not in top_rooms[room] | {room}:
                 wrong.append(f'{file}: includes "{name}" of {home[name]}/, but {room}/ may not depend on it')
-            elif room == 'host' and '/' not in name and any(f.endswith('/' + name) and f[:5] == 'host/' for f in files):
+            elif room == 'host' and lies_elsewhere(name, inner, files):
                 wrong.append(f'{file}: includes "{name}" without the name of its room')
     return wrong
 
@@ -100,7 +108,7 @@ def main():
     top_rooms, host_rooms = read_rooms(page, '## Rooms'), read_rooms(page, 'Inside `host/`')
     if not top_rooms or not host_rooms:
         sys.exit(f'check-rooms: no table of rooms in {PAGE}')
-    wrong = wrong_rows(top_rooms) + wrong_rows(host_rooms) + check(sources(), top_rooms, host_rooms)
+    wrong = wrong_rows(top_rooms) + wrong_rows(host_rooms, set(top_rooms) - set(host_rooms)) + check(sources(), top_rooms, host_rooms)
     print('\n'.join(wrong) if wrong else f'{len(top_rooms)} rooms, {len(host_rooms)} in host/: arrows only downwards')
     sys.exit(1 if wrong else 0)
 

@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Builds everything with a sanitizer and runs all tests; any report fails its test.
 #
-# usage: tools/sanitizers.sh [address|thread] [CTEST_OPTION...]     both, one after the other, without a name
+# usage: tools/sanitizers.sh [address|core|thread] [CTEST_OPTION...]     address and thread without a name
 #
 # address: address, undefined behaviour and leaks, in build/dev; thread: data races and deadlocks, in build/tsan.
+# core: as address, but only the plug-in and the tests that link it, in build/dev-core: the short form.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 # shellcheck source=tools/install-deps.sh
@@ -13,9 +14,10 @@ csrt_install_dependencies
 
 case ${1:-} in
   address) presets=(dev) ;;
+  core) presets=(dev-core) ;;
   thread) presets=(tsan) ;;
   '') presets=(dev tsan) ;;
-  *) csrt_die "unknown sanitizer '$1': address or thread" ;;
+  *) csrt_die "unknown sanitizer '$1': address, core or thread" ;;
 esac
 [ $# -gt 0 ] && shift
 

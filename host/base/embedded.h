@@ -11,6 +11,7 @@ extern const char* const kPageStyle;       ///< page_style.css, of both pages.
 extern const char* const kPageCharts;      ///< page_charts.js, of both pages.
 extern const char* const kChartLibrary;    ///< Chart.js.
 
+/// A file that is part of the program.
 struct EmbeddedText {
   const char* name;  ///< File name without its ending; null behind the last one.
   const char* text;

@@ -9,10 +9,10 @@
 
 #include "base/host_error.h"
 #include "base/json_text.h"
+#include "base/text_file.h"
 #include "base/text_output.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
-#include "config/config_text.h"
 #include "evaluation/comparison.h"
 #include "evaluation/results.h"
 #include "evaluation/results_view.h"

@@ -5,10 +5,10 @@
 #include <string>
 
 #include "base/host_error.h"
+#include "base/text_file.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
 #include "config/config_check.h"
-#include "config/config_text.h"
 #include "config/presets.h"
 #include "config_keys.h"
 

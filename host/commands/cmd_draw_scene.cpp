@@ -8,7 +8,7 @@
 #include "base/interrupt.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
-#include "picture/drawn_scene.h"
+#include "picture/street_scene.h"
 
 namespace host {
 namespace {
@@ -25,7 +25,7 @@ int draw(const DrawOptions& options) {
   if (options.frames < 1 || options.frames > 100000) {
     throw HostError(ExitCode::Usage, "--frames " + std::to_string(options.frames) + " is not between 1 and 100000");
   }
-  writeDrawnScene(options.path, kSize, options.frames, kFps);
+  writeStreetScene(options.path, kSize, options.frames, kFps);
   return interruptSignal() != 0 ? 128 + interruptSignal() : static_cast<int>(ExitCode::Done);
 }
 

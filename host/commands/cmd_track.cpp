@@ -13,6 +13,7 @@
 #include "base/interrupt.h"
 #include "base/json_text.h"
 #include "base/masked_address.h"
+#include "base/text_file.h"
 #include "base/text_output.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"

@@ -8,6 +8,7 @@ class App;
 
 namespace host {
 
+/// Each adds its command with its options to the program. @param status  exit status, set when the command has run
 void addTrackCommand(CLI::App& app, int& status);
 void addConfigCommand(CLI::App& app, int& status);
 void addDoctorCommand(CLI::App& app, int& status);

@@ -17,12 +17,12 @@ class FilePlan;
 
 /// The texts behind a SequenceOptions.
 struct SequenceArguments {
-  std::vector<std::string> sources;
-  std::vector<std::string> truths;
-  std::vector<std::string> only;
-  std::string format = "auto";
-  long firstNumber = 1;
-  double fps = 0.0;
+  std::vector<std::string> sources;  ///< Folders and videos.
+  std::vector<std::string> truths;   ///< For sources that bring none, in their order.
+  std::vector<std::string> only;     ///< Names of targets; empty: all.
+  std::string format = "auto";       ///< Of the truth.
+  long firstNumber = 1;              ///< Of a table's first frame.
+  double fps = 0.0;                  ///< Frames per second; 0: what the source says.
 
   /// Adds the options to a command; `this` must outlive it.
   void addTo(CLI::App& command);

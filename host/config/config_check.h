@@ -8,6 +8,7 @@
 
 namespace host {
 
+/// What is wrong with one value of a configuration text.
 struct ConfigFinding {
   enum class Level {
     Note,     ///< The plug-in takes the value as it is; the published schema would not.

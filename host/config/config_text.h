@@ -7,6 +7,7 @@
 
 namespace host {
 
+/// What the command line says about the configuration.
 struct ConfigOptions {
   std::string preset;                   ///< Name of a shipped configuration; empty: none.
   std::string file;                     ///< A JSON file; empty: none.
@@ -25,10 +26,6 @@ std::string buildConfigText(const ConfigOptions& options);
 /// @param schema  what the plug-in publishes; one without properties knows every key
 /// @throws HostError (Usage) naming the key and the nearest known one
 void checkSets(const std::vector<std::string>& sets, const std::string& schema);
-
-/// The whole file, without a byte-order mark. Reads it once, so that it may be a pipe. @throws HostError (Usage) naming
-/// it when it cannot be read
-std::string readTextFile(const std::string& path);
 
 /// Whether the text asks for the plug-in's log lines (misc.debug).
 bool asksForDebug(const std::string& configText);

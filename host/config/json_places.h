@@ -7,6 +7,7 @@
 
 namespace host {
 
+/// A place in a text, as an editor counts.
 struct TextPlace {
   std::size_t line = 1;    ///< From 1.
   std::size_t column = 1;  ///< From 1, in characters (UTF-8 continuation bytes do not count).
@@ -15,6 +16,7 @@ struct TextPlace {
 /// The place of a byte of the text; the end of the text for a larger index. Pure.
 TextPlace placeOf(const std::string& text, std::size_t index);
 
+/// Where a key of a JSON text stands.
 struct KeyPlace {
   std::string path;       ///< "group.key"; the keys on the way, joined by points.
   TextPlace place;        ///< Of the key's opening quote.

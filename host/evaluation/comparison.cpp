@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "base/host_error.h"
+#include "base/statistics.h"
 #include "evaluation/seeded_random.h"
-#include "run/run_summary.h"
 
 namespace host {
 namespace {

@@ -4,17 +4,16 @@
 
 #include <chrono>
 #include <cmath>
-#include <nlohmann/json.hpp>
 #include <opencv2/tracking.hpp>
+#include <stdexcept>
 #include <utility>
 
-#include "csrt_config.h"
+#include "config_readers.h"
+#include "csrt_params.h"
 #include "plugin/target_session.h"
 
 namespace host {
 namespace {
-
-using Json = nlohmann::json;
 
 /// To a microsecond, so that a result reads the same after it has been written and read again.
 double rounded(double ms) {
@@ -55,7 +54,7 @@ class TrackerFollower : public Follower {
 
   bool init(const Picture& picture, const SourceFrame& /*frame*/, const cv::Rect& box) override {
     const cv::Rect inside = box & cv::Rect(0, 0, picture->width(), picture->height());
-    if (inside.empty()) return false;
+    if (inside.empty() || tracker_ == nullptr) return false;
     try {
       tracker_->init(picture->getBGR(), inside);
     } catch (const cv::Exception&) {
@@ -85,36 +84,15 @@ class TrackerFollower : public Follower {
   cv::Ptr<cv::Tracker> tracker_;
 };
 
-template <typename Field, typename Source>
-void take(const Json& group, const char* key, Source fallback, Field& field) {
-  const bool fits =
-      group.contains(key) && group[key].type() != Json::value_t::null &&
-      (group[key].is_boolean() == std::is_same_v<Source, bool>)&&(group[key].is_number() || group[key].is_boolean());
-  field = static_cast<Field>(fits ? group[key].get<Source>() : fallback);
-}
-
-cv::tracking::TrackerCSRT::Params paramsOf(const std::string& configText) {
-  const Json config = Json::parse(configText, nullptr, false);
-  const bool has = config.is_object() && config.contains("csrt") && config["csrt"].is_object();
-  const Json group = has ? config["csrt"] : Json::object();
-  const CsrtConfig::Csrt d;
-  cv::tracking::TrackerCSRT::Params p;
-  take(group, "use_hog", d.use_hog, p.use_hog);
-  take(group, "use_color_names", d.use_color_names, p.use_color_names);
-  take(group, "use_rgb", d.use_rgb, p.use_rgb);
-  take(group, "use_segmentation", d.use_segmentation, p.use_segmentation);
-  take(group, "use_gray", d.use_gray, p.use_gray);
-  take(group, "template_size", d.template_size, p.template_size);
-  take(group, "number_of_scales", d.number_of_scales, p.number_of_scales);
-  take(group, "scale_sigma_factor", d.scale_sigma_factor, p.scale_sigma_factor);
-  take(group, "scale_lr", d.scale_lr, p.scale_lr);
-  take(group, "padding", d.padding, p.padding);
-  take(group, "psr_threshold", d.psr_threshold, p.psr_threshold);
-  take(group, "background_ratio", d.background_ratio, p.background_ratio);
-  take(group, "admm_iterations", d.admm_iterations, p.admm_iterations);
-  take(group, "filter_lr", d.filter_lr, p.filter_lr);
-  take(group, "weights_lr", d.weights_lr, p.weights_lr);
-  return p;
+/// Null where every feature is switched off: the plug-in refuses the start then.
+cv::Ptr<cv::Tracker> trackerOf(const std::string& configText, TrackerMaker make) {
+  const CsrtConfig config = readConfig(configText);
+  try {
+    requireFeature(config);
+    return make(csrtParams(config));
+  } catch (const std::runtime_error&) {
+    return {};
+  }
 }
 
 }  // namespace
@@ -125,7 +103,8 @@ std::unique_ptr<Follower> makePluginFollower(PluginLibrary& library, const std::
 }
 
 std::unique_ptr<Follower> makeReferenceFollower(const std::string* configText, TrackerMaker make) {
-  return makeTrackerFollower(make(configText == nullptr ? cv::tracking::TrackerCSRT::Params() : paramsOf(*configText)));
+  if (configText == nullptr) return makeTrackerFollower(make(cv::tracking::TrackerCSRT::Params()));
+  return makeTrackerFollower(trackerOf(*configText, make));
 }
 
 std::unique_ptr<Follower> makeTrackerFollower(cv::Ptr<cv::Tracker> tracker) {

@@ -41,11 +41,12 @@ std::unique_ptr<Follower> makePluginFollower(PluginLibrary& library, const std::
 using TrackerMaker = cv::Ptr<cv::tracking::TrackerCSRT> (*)(const cv::tracking::TrackerCSRT::Params& params);
 
 /// cv::TrackerCSRT on the whole frame. It is "seen" whenever its update() answers true.
-/// @param configText  its group "csrt" gives the parameters, over the plug-in's defaults; null: OpenCV's own
+/// @param configText  read as the plug-in reads it, so that both run the same parameters; null: OpenCV's own
 std::unique_ptr<Follower> makeReferenceFollower(const std::string* configText,
                                                 TrackerMaker make = cv::tracking::TrackerCSRT::create);
 
-/// Any tracker of OpenCV on the whole frame, before its init(). It is "seen" whenever its update() answers true.
+/// Any tracker of OpenCV on the whole frame, before its init(); null refuses every box. It is "seen" whenever its
+/// update() answers true.
 std::unique_ptr<Follower> makeTrackerFollower(cv::Ptr<cv::Tracker> tracker);
 
 /// Processor time of the calling thread, milliseconds since it began.

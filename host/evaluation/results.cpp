@@ -10,6 +10,8 @@
 #include "base/host_error.h"
 #include "base/json_error.h"
 #include "base/json_text.h"
+#include "base/statistics.h"
+#include "evaluation/sequence.h"
 #include "run/run_summary.h"
 
 namespace host {

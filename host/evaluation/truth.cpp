@@ -7,7 +7,7 @@
 #include <map>
 
 #include "base/host_error.h"
-#include "config/config_text.h"
+#include "base/text_file.h"
 #include "evaluation/truth_format.h"
 #include "evaluation/truth_rows.h"
 

@@ -13,7 +13,7 @@
 
 #include "base/host_error.h"
 #include "base/json_text.h"
-#include "config/config_text.h"
+#include "base/text_file.h"
 #include "input/metadata_keys.h"
 
 namespace host {

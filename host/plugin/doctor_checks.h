@@ -6,6 +6,7 @@
 
 namespace host {
 
+/// What one check found.
 struct DoctorFinding {
   enum class Level { Ok, Note, Problem };
   Level level = Level::Ok;

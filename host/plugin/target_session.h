@@ -33,6 +33,7 @@ class TargetSession {
   /// @return what the plug-in logged
   std::vector<std::string> configure(const std::string& json);
 
+  /// One call of the plug-in and what it came to. @param place  of the frame in its source
   CallRecord init(const Frame& frame, const FramePlace& place, const BBox& box);
   CallRecord update(const Frame& frame, const FramePlace& place);
 
@@ -49,6 +50,7 @@ class TargetSession {
   /// waits.
   void guardWith(GuardChoice choice);
 
+  /// The target's name, and the object that follows it.
   const std::string& name() const { return name_; }
   IAlgoPlugin& plugin() { return *plugin_; }
 

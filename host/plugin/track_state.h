@@ -6,6 +6,7 @@
 
 namespace host {
 
+/// What a call came to.
 enum class TrackState {
   Waiting,     ///< The camera is still being pointed at the target, or the frame had no pixels to look at.
   Tracked,     ///< The tracker found the target in this frame.
@@ -21,6 +22,7 @@ enum class TrackState {
 /// Where the box of a record comes from.
 enum class BoxFrom { Tracker, Prediction, Redetection, None, Guard };
 
+/// The word in the records, such as "tracked"; and back, empty for a word that is none.
 const char* name(TrackState state);
 const char* name(BoxFrom from);
 std::optional<TrackState> trackStateOf(const std::string& name);

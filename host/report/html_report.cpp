@@ -11,10 +11,10 @@
 
 #include "base/embedded.h"
 #include "base/interrupt.h"
+#include "base/statistics.h"
 #include "picture/html_page.h"
 #include "picture/picture_output.h"
 #include "plugin/reason_words.h"
-#include "run/run_summary.h"
 
 namespace host {
 namespace {

@@ -13,7 +13,7 @@
 #include <system_error>
 #include <vector>
 
-#include "picture/drawn_scene.h"
+#include "picture/street_scene.h"
 #include "plugin/plugin_library.h"
 #include "plugin/target_session.h"
 
@@ -33,7 +33,7 @@ std::string lineOf(const CallRecord& record) {
 
 /// One line per call. @throws what loading the plug-in throws
 std::string answersOf(const std::string& path) {
-  const DrawnScene scene({640, 360}, kDrawnSceneSeed);
+  const StreetScene scene({640, 360}, kStreetSceneSeed);
   PluginLibrary library(path);
   TargetSession session(library.create(), "figure");
   session.keepPace(Pace::Video);

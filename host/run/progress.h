@@ -7,6 +7,7 @@
 
 namespace host {
 
+/// Says on standard error how far a run is.
 class Progress : public RunObserver {
  public:
   Progress();

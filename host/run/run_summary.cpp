@@ -1,4 +1,5 @@
 #include "run/run_summary.h"
+#include "base/statistics.h"
 
 #include <fmt/format.h>
 
@@ -50,14 +51,6 @@ std::string endLine(const CallRecord& last) {
 }
 
 }  // namespace
-
-double quantile(std::vector<double> values, double share) {
-  if (values.empty()) return 0.0;
-  const auto rank = static_cast<std::size_t>(std::ceil(share * static_cast<double>(values.size())));
-  const std::size_t index = std::min(values.size() - 1, rank > 0 ? rank - 1 : 0);
-  std::nth_element(values.begin(), values.begin() + static_cast<std::ptrdiff_t>(index), values.end());
-  return values[index];
-}
 
 void RunSummary::begin(const RunInfo& info) {
   info_ = info;

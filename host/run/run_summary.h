@@ -20,6 +20,7 @@ struct TargetTotals {
   std::vector<double> update_ms;  ///< One per update().
 };
 
+/// Adds a run up for people.
 class RunSummary : public RunObserver {
  public:
   void begin(const RunInfo& info) override;
@@ -38,8 +39,5 @@ class RunSummary : public RunObserver {
   std::string interruptedBy_;  ///< Name of the signal that cut the run short; empty: none.
   std::map<std::string, TargetTotals> totals_;
 };
-
-/// The value below which `share` of the values lie, such as 0.5 for the median; 0 without values. Pure.
-double quantile(std::vector<double> values, double share);
 
 }  // namespace host

@@ -11,6 +11,7 @@
 
 namespace host {
 
+/// A target of the command line.
 struct TargetOption {
   std::string name;
   BBox box;  ///< Full-frame pixels of the first frame; may lie partly outside.

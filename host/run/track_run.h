@@ -15,8 +15,9 @@
 
 namespace host {
 
+/// What to run: which targets, how configured, at what pace.
 struct TrackRun {
-  std::string sourceName;
+  std::string sourceName;                ///< As the user named it.
   std::string configText;                ///< For setConfig(); empty: nothing is passed.
   std::vector<TargetOption> targets;     ///< Empty: `steering` is asked.
   MetadataTable metadata;                ///< What the camera said, by frame; empty: nothing.
@@ -29,7 +30,7 @@ struct TrackRun {
 
 /// What a person at the window asks for after a frame.
 struct Steering {
-  bool stop = false;
+  bool stop = false;                 ///< End the run.
   std::optional<BBox> restart;       ///< Start the first target over on this box of the frame just shown, or of `on`.
   std::optional<SourceFrame> on;     ///< An earlier frame that the box belongs to.
   std::vector<SourceFrame> catchUp;  ///< Frames after `on`, in order, to be worked through before the next one is read.
@@ -49,10 +50,11 @@ class RunSteering {
   virtual bool startsWithout() const { return false; }
 };
 
+/// What a run came to.
 struct TrackRunResult {
-  long frames = 0;                  ///< Frames delivered by the source, the first one included.
-  std::vector<CallRecord> refused;  ///< The init records of targets that did not start.
-  bool interrupted = false;
+  long frames = 0;                        ///< Frames delivered by the source, the first one included.
+  std::vector<CallRecord> refused;        ///< The init records of targets that did not start.
+  bool interrupted = false;               ///< A signal ended it.
   cv::Size frameSize;                     ///< Of the first frame, pixels.
   std::vector<std::string> sourceFaults;  ///< What was the matter with the source; see FrameSource::faults().
 };

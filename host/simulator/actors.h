@@ -15,6 +15,7 @@ struct Waypoint {
   Angles at;         ///< Pan is not wrapped: 179 to 181 is a way of 2 degrees.
 };
 
+/// One thing in the scene: how it looks and where it goes.
 struct Actor {
   std::string look = "car";    ///< car, person, drone, wall
   cv::Size2d size{3.0, 1.5};   ///< Degrees, > 0.

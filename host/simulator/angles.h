@@ -8,13 +8,13 @@ namespace host::sim {
 
 /// A direction. Pan may have any number of turns unless it says otherwise.
 struct Angles {
-  double pan = 0.0;
-  double tilt = 0.0;
+  double pan = 0.0;   ///< Degrees, growing to the right.
+  double tilt = 0.0;  ///< Degrees, growing upwards.
 };
 
 /// What the camera looks at: the direction of the picture's centre and the angles its sides span.
 struct View {
-  Angles centre;
+  Angles centre;        ///< What the picture's middle shows.
   double hfov = 60.0;   ///< > 0
   double vfov = 33.75;  ///< > 0
 };

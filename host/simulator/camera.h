@@ -25,6 +25,7 @@ struct ZoomOrder {
 /// @param following_s  when following began; negative: not yet
 double hfovAt(double start_hfov, const std::vector<ZoomOrder>& plan, double t_s, double following_s);
 
+/// How wind moves the camera.
 struct ShakeParams {
   double pan_deg = 0.0;   ///< Largest deflection.
   double tilt_deg = 0.0;  ///< Largest deflection.

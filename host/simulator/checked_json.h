@@ -25,7 +25,9 @@ class CheckedObject {
   /// @param place  of this object in the file, such as "target.path[2]"; empty: the whole file
   CheckedObject(const Json& json, std::string file, std::string place);
 
+  /// Whether the member is there. It counts as asked for.
   bool has(const std::string& key);
+  /// The member, where it is there; the value stays where it is not. @throws HostError for another type or range
   void read(const std::string& key, const Range& range, double& value);
   void read(const std::string& key, const Range& range, int& value);
   void read(const std::string& key, const Range& range, std::optional<double>& value);
@@ -50,6 +52,7 @@ class CheckedObject {
   /// @throws HostError naming the first member that was not asked for
   void finish() const;
 
+  /// @throws HostError naming file, place and member
   [[noreturn]] void fail(const std::string& key, const std::string& what) const;
 
  private:

@@ -7,6 +7,7 @@
 
 namespace host::sim {
 
+/// What one axis of the gimbal can do.
 struct AxisLimits {
   double max_rate_dps = 60.0;     ///< Degrees per second, > 0.
   double max_accel_dps2 = 240.0;  ///< Degrees per second and second, > 0.
@@ -46,6 +47,7 @@ struct GimbalOrder {
   Angles value;            ///< Degrees, or degrees per second.
 };
 
+/// The mount: it turns as fast as its axes allow, some time after it was told.
 class Gimbal {
  public:
   /// @param delay_s  time that an order takes to arrive

@@ -30,18 +30,20 @@ struct HonestyFrame {
 
 /// Wrong frames with one cause.
 struct WrongFrames {
-  std::string what;    ///< How the state is wrong.
-  std::string exit;    ///< See HonestyFrame.
-  std::string detail;  ///< See HonestyFrame.
-  long count = 0;
-  long firstFrame = 0;
+  std::string what;     ///< How the state is wrong.
+  std::string exit;     ///< See HonestyFrame.
+  std::string detail;   ///< See HonestyFrame.
+  long count = 0;       ///< How many.
+  long firstFrame = 0;  ///< The first of them.
 };
 
+/// Something that changes what a state may be.
 struct HonestyEvent {
-  long frame = 0;
-  std::string what;
+  long frame = 0;    ///< Its number in the run.
+  std::string what;  ///< In words.
 };
 
+/// How honest a run was.
 struct Honesty {
   static constexpr long kTolerance = 3;         ///< Frames around an event that may be as before or as after it.
   static constexpr double kOnTarget = 0.1;      ///< Overlap from which a box lies on the target.
@@ -52,7 +54,7 @@ struct Honesty {
   long partly = 0;                              ///< Frames that show the target partly.
   std::vector<WrongFrames> wrongStates;         ///< Frames that are not right, most frequent cause first.
   std::vector<WrongFrames> wrongClaimsByCause;  ///< The wrong claims likewise.
-  std::vector<HonestyEvent> events;
+  std::vector<HonestyEvent> events;             ///< In their order.
 
   double rightShare() const { return frames > 0 ? static_cast<double>(right) / static_cast<double>(frames) : 1.0; }
   double wrongClaimShare() const {

@@ -6,7 +6,7 @@
 #include <opencv2/core.hpp>
 
 #include "gimbal/controller.h"
-#include "simulator/follower.h"
+#include "simulator/camera_follower.h"
 
 namespace host::sim {
 namespace {
@@ -68,7 +68,7 @@ class Pilot {
 
  private:
   const LoopTrialParams& params_;
-  Follower follower_;
+  CameraFollower follower_;
   gimbal::Controller controller_;
 };
 

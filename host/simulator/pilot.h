@@ -7,7 +7,7 @@
 #include "gimbal/controller.h"
 #include "ocula/ocula_picture.h"
 #include "simulator/angles.h"
-#include "simulator/follower.h"
+#include "simulator/camera_follower.h"
 #include "simulator/scenario.h"
 
 namespace host::sim {
@@ -38,7 +38,7 @@ class Pilot {
 
  private:
   const Scenario& scenario_;
-  Follower follower_;
+  CameraFollower follower_;
   gimbal::Controller controller_;
 };
 

@@ -5,7 +5,7 @@
 
 #include "base/host_error.h"
 #include "base/json_text.h"
-#include "config/config_text.h"
+#include "base/text_file.h"
 #include "input/metadata_keys.h"
 #include "ocula/ocula_picture.h"
 #include "plugin/track_state.h"

@@ -6,6 +6,7 @@
 
 namespace host::sim {
 
+/// A scenario that comes with the program.
 struct ShippedScenario {
   std::string name;
   const char* text;  ///< Its JSON.

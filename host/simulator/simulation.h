@@ -14,6 +14,7 @@
 
 namespace host::sim {
 
+/// What the host is doing with the camera.
 enum class HostPhase {
   Pointing,  ///< The gimbal goes to the angles the plug-in asked for.
   Following  ///< The gimbal is turned so that the box stays in the middle.
@@ -21,20 +22,21 @@ enum class HostPhase {
 
 const char* name(HostPhase phase);
 
+/// The camera on one frame.
 struct CameraState {
-  View view;      ///< What is really seen.
-  Angles gimbal;  ///< What the encoders read.
-  HostPhase phase = HostPhase::Pointing;
-  std::optional<Angles> asked;  ///< The plug-in's "gimbal_preposition.v1".
+  View view;                              ///< What is really seen.
+  Angles gimbal;                          ///< What the encoders read.
+  HostPhase phase = HostPhase::Pointing;  ///< After the plug-in's answer.
+  std::optional<Angles> asked;            ///< The plug-in's "gimbal_preposition.v1".
 };
 
 /// All about one frame.
 struct SimulatedFrame {
-  cv::Mat bgr;
-  ocula::OculaPicture::BaseMetadata metadata;
-  CallRecord record;
-  Truth truth;
-  CameraState camera;
+  cv::Mat bgr;                                 ///< 8-bit BGR.
+  ocula::OculaPicture::BaseMetadata metadata;  ///< As the plug-in got it, faults included.
+  CallRecord record;                           ///< What the plug-in answered.
+  Truth truth;                                 ///< What it should have.
+  CameraState camera;                          ///< When the frame was taken.
 };
 
 /// All calls come from one thread, begin() first, end() always last.
@@ -46,6 +48,7 @@ class SimulationObserver {
   virtual void end() {}
 };
 
+/// How to run a scenario.
 struct SimulationOptions {
   bool frameTime = true;  ///< The plug-in's clock follows the simulated time; false: it follows the machine's.
   GuardChoice guard = GuardChoice::Off;  ///< Who watches the plug-in's answers.

@@ -4,7 +4,7 @@
 #include <cmath>
 #include <numeric>
 
-#include "run/run_summary.h"
+#include "base/statistics.h"
 
 namespace host::sim {
 namespace {

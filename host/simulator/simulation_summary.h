@@ -14,47 +14,48 @@ namespace host::sim {
 
 /// Degrees or pixels over the frames of a run.
 struct Spread {
-  double median = 0.0;
-  double p95 = 0.0;
-  double max = 0.0;
+  double median = 0.0;  ///< Half of the frames lie below.
+  double p95 = 0.0;     ///< 95 of 100 frames lie below.
+  double max = 0.0;     ///< The worst frame.
 };
 
 /// Unless it says otherwise: frames after arming, update() calls only.
 struct SimulationTotals {
-  std::string engine;  ///< What the plug-in followed with.
-  long frames = 0;
-  bool started = false;
-  std::optional<Angles> asked;          ///< What the plug-in wanted the camera to look at ...
-  std::optional<double> askedErrorDeg;  ///< ... and how far that was from the target then.
-  std::optional<long> armedFrame;       ///< The first frame on which the plug-in no longer waited.
-  double secondsToArm = 0.0;
-  double armedErrorDeg = 0.0;  ///< Of the picture's middle from the target, on that frame.
-  double armedErrorPx = 0.0;
-  std::optional<double> firstIou;  ///< Of the first box after arming with the truth.
-  Spread followingErrorDeg;        ///< Over the frames on which the target could be seen.
-  Spread followingErrorPx;
-  double meanIou = 0.0;      ///< Over the frames on which it could be seen and was reported seen.
-  long framesVisible = 0;    ///< At least half of it could be seen.
-  double secondsLost = 0.0;  ///< It could be seen, but no box reported as seen lay on it.
-  long falseBoxes = 0;       ///< Reported as seen, but nothing of the target was in the box.
-  long zoomReseeds = 0;
-  long redetections = 0;
-  long marksAgain = 0;                ///< How often the operator had to mark the target anew.
-  std::map<TrackState, long> states;  ///< All update() calls.
-  TrackState finalState = TrackState::Inactive;
-  std::string lostReason;
-  double medianUpdateMs = 0.0;
-  Honesty honesty;
+  std::string engine;                            ///< What the plug-in followed with.
+  long frames = 0;                               ///< All of the run, the first one included.
+  bool started = false;                          ///< What the first init() answered.
+  std::optional<Angles> asked;                   ///< What the plug-in wanted the camera to look at ...
+  std::optional<double> askedErrorDeg;           ///< ... and how far that was from the target then.
+  std::optional<long> armedFrame;                ///< The first frame on which the plug-in no longer waited.
+  double secondsToArm = 0.0;                     ///< From the run's beginning.
+  double armedErrorDeg = 0.0;                    ///< Of the picture's middle from the target, on that frame.
+  double armedErrorPx = 0.0;                     ///< The same, pixels.
+  std::optional<double> firstIou;                ///< Of the first box after arming with the truth.
+  Spread followingErrorDeg;                      ///< Over the frames on which the target could be seen.
+  Spread followingErrorPx;                       ///< The same, pixels.
+  double meanIou = 0.0;                          ///< Over the frames on which it could be seen and was reported seen.
+  long framesVisible = 0;                        ///< At least half of it could be seen.
+  double secondsLost = 0.0;                      ///< It could be seen, but no box reported as seen lay on it.
+  long falseBoxes = 0;                           ///< Reported as seen, but nothing of the target was in the box.
+  long zoomReseeds = 0;                          ///< Starts after a zoom.
+  long redetections = 0;                         ///< Finds of the search over the whole frame.
+  long marksAgain = 0;                           ///< How often the operator had to mark the target anew.
+  std::map<TrackState, long> states;             ///< All update() calls.
+  TrackState finalState = TrackState::Inactive;  ///< Of the last frame.
+  std::string lostReason;                        ///< Of the last time it was given up; empty: never.
+  double medianUpdateMs = 0.0;                   ///< Wall clock.
+  Honesty honesty;                               ///< Whether states and boxes said what is so.
 };
 
 /// One expectation of the scenario and what came.
 struct Check {
-  std::string name;
-  std::string wanted;
-  std::string found;
-  bool met = false;
+  std::string name;    ///< Of the expectation, as in the scenario.
+  std::string wanted;  ///< In words.
+  std::string found;   ///< In words.
+  bool met = false;    ///< What came is what was wanted.
 };
 
+/// Adds a run up and holds it against what its scenario expects.
 class SimulationSummary : public SimulationObserver {
  public:
   void begin(const Scenario& scenario, const Panorama& panorama) override;

@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "config_facts.h"
-#include "support/drawn_scenes.h"
+#include "support/platform_scenes.h"
 
 namespace {
 

@@ -14,7 +14,7 @@
 
 #include "gpu_image.h"
 #include "image_backend.h"
-#include "support/drawn_scenes.h"
+#include "support/platform_scenes.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "csrt_tracking_algo.h"
-#include "support/drawn_scenes.h"
+#include "support/platform_scenes.h"
 
 namespace {
 

@@ -19,7 +19,7 @@
 #include <utility>
 #include <vector>
 
-#include "picture/drawn_scene.h"
+#include "picture/street_scene.h"
 #include "record_schema.h"
 
 namespace host_test {

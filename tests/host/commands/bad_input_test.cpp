@@ -23,7 +23,7 @@ class BadInput : public testing::Test {
  protected:
   static void SetUpTestSuite() {
     folder_ = new TempFolder();
-    host::writeDrawnScene(file("clip.avi"), {320, 180}, 30, 10.0);
+    host::writeStreetScene(file("clip.avi"), {320, 180}, 30, 10.0);
     std::string truth = "frame,id,x,y,w,h\n";
     for (int i = 1; i <= 20; ++i) truth += std::to_string(i) + ",a," + std::to_string(9 + i) + ",20,30,40\n";
     writeText(file("truth.csv"), truth);

@@ -49,7 +49,7 @@ TEST(ConfigCommand, EveryPresetIsTakenAsItIsWritten) {
 
 class ConfiguredTrack : public testing::Test {
  protected:
-  void SetUp() override { host::writeDrawnScene(video_, {320, 180}, 2, 10.0); }
+  void SetUp() override { host::writeStreetScene(video_, {320, 180}, 2, 10.0); }
   /// What the real plug-in says it has been set to.
   std::string summary(const std::vector<std::string>& more) const {
     std::vector<std::string> all = {"track", video_, "--box", "63,82,16,30", "--quiet", "--debug"};

@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "picture/drawn_scene.h"
+#include "picture/street_scene.h"
 #include "support/browser.h"
 #include "support/host_program.h"
 
@@ -275,7 +275,7 @@ class DrawnSequence : public testing::Test {
  protected:
   void SetUp() override {
     fs::create_directories(folder_.file("street/img"));
-    const host::DrawnScene scene({320, 240}, 7);
+    const host::StreetScene scene({320, 240}, 7);
     std::string truth = "frame,id,x,y,w,h\n";
     for (int i = 0; i < kFrames; ++i) {
       cv::imwrite(folder_.file("street/img/" + std::to_string(i) + ".png"), scene.frame(i));

@@ -24,7 +24,7 @@ class TrackCommand : public testing::Test {
   static void SetUpTestSuite() {
     folder_ = new TempFolder;
     video_ = folder_->file("scene.avi");
-    host::writeDrawnScene(video_, kSize, kFrames, 10.0);
+    host::writeStreetScene(video_, kSize, kFrames, 10.0);
   }
   static void TearDownTestSuite() { delete std::exchange(folder_, nullptr); }
 
@@ -273,7 +273,7 @@ TEST_F(TrackCommand, APluginThatCannotBeLoadedIsNamed) {
 
 TEST_F(TrackCommand, AnInterruptedRunLeavesWholeRecordsAndAPlayableVideo) {
   const std::string longVideo = folder_->file("long.avi");
-  host::writeDrawnScene(longVideo, kSize, 3000, 10.0);
+  host::writeStreetScene(longVideo, kSize, 3000, 10.0);
   for (const int signal : {SIGINT, SIGTERM}) {
     const std::string video = folder_->file("interrupted" + videoEnding());
     const std::string records = folder_->file("interrupted.jsonl");
@@ -338,7 +338,7 @@ TEST_F(TrackCommand, TracksWithTheRealPluginBesideTheProgram) {
   EXPECT_EQ(result.status, 0) << result.err;
   const std::vector<Json> records = recordsOf(result.out);
   ASSERT_EQ(records.size(), static_cast<std::size_t>(kFrames));
-  const cv::Rect truth = host::DrawnScene(kSize, 20240607).truth(10);
+  const cv::Rect truth = host::StreetScene(kSize, 20240607).truth(10);
   const Json box = records[10]["box"];
   const cv::Rect found(box["x"], box["y"], box["w"], box["h"]);
   EXPECT_EQ(records[10]["state"], "tracked");

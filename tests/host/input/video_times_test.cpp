@@ -18,7 +18,7 @@ class VideoTimes : public testing::Test {
  protected:
   void SetUp() override {
     if (std::system("command -v ffmpeg >/dev/null") != 0) GTEST_SKIP() << "ffmpeg is not installed";
-    host::writeDrawnScene(folder_.file("scene.avi"), {320, 180}, kFrames, 10.0);
+    host::writeStreetScene(folder_.file("scene.avi"), {320, 180}, kFrames, 10.0);
   }
 
   /// The scene as another file. Skips the test where this ffmpeg has no such encoder.
@@ -56,7 +56,7 @@ TEST_F(VideoTimes, AnMpegStreamHasTheRateOfItsTimeStamps) {
 }
 
 TEST_F(VideoTimes, TheRealPluginFollowsAnMpegStreamAsItFollowsTheSamePictures) {
-  host::writeDrawnScene(folder_.file("scene.avi"), {640, 360}, kFrames, 10.0);
+  host::writeStreetScene(folder_.file("scene.avi"), {640, 360}, kFrames, 10.0);
   const auto trackedIn = [&](const std::string& video) {
     const ProgramResult result = runProgram({"track", video, "--box", "116,165,32,60", "--plugin", CSRT_REAL_PLUGIN,
                                              "--frames", "20", "--records", "-", "--quiet"});

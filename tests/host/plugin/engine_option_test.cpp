@@ -10,7 +10,7 @@ using Json = nlohmann::json;
 
 class EngineOption : public testing::Test {
  protected:
-  void SetUp() override { host::writeDrawnScene(scene(), {320, 180}, 8, 10.0); }
+  void SetUp() override { host::writeStreetScene(scene(), {320, 180}, 8, 10.0); }
 
   std::string scene() const { return folder_.file("scene.avi"); }
 

@@ -15,7 +15,7 @@ using Json = nlohmann::json;
 
 class Report : public testing::Test {
  protected:
-  void SetUp() override { host::writeDrawnScene(folder_.file("scene.avi"), {320, 180}, 30, 10.0); }
+  void SetUp() override { host::writeStreetScene(folder_.file("scene.avi"), {320, 180}, 30, 10.0); }
 
   ProgramResult track(const std::vector<std::string>& more, const std::string& script) {
     std::vector<std::string> all = {"track", folder_.file("scene.avi"), "--plugin", CSRT_FAKE_PLUGIN,        "--quiet",

@@ -46,7 +46,7 @@ TEST_F(Display, WithoutOneTheErrorSaysWhatToDo) {
 
 TEST_F(Display, TheProgramSaysTheSameInsteadOfCrashing) {
   const host_test::TempFolder folder;
-  writeDrawnScene(folder.file("scene.avi"), {320, 180}, 2, 10.0);
+  writeStreetScene(folder.file("scene.avi"), {320, 180}, 2, 10.0);
   const std::vector<std::string> track = {"track", folder.file("scene.avi"), "--show", "--plugin", CSRT_FAKE_PLUGIN};
   host_test::expectOneSentence(host_test::runProgram(track), 2, "--show needs a display");
   setenv("DISPLAY", ":4711", 1);

@@ -12,7 +12,7 @@ using Json = nlohmann::json;
 
 class Replay : public testing::Test {
  protected:
-  void SetUp() override { host::writeDrawnScene(folder_.file("scene.avi"), {320, 180}, 12, 10.0); }
+  void SetUp() override { host::writeStreetScene(folder_.file("scene.avi"), {320, 180}, 12, 10.0); }
 
   ProgramResult save(const std::vector<std::string>& more = {}, const std::string& plugin = CSRT_REAL_PLUGIN) {
     std::vector<std::string> all = {"track",
@@ -101,7 +101,7 @@ TEST_F(Replay, ARunWithoutTheClipSTimeSaysSo) {
 
 TEST(Pace, SourceKeepsTheClipSRate) {
   const TempFolder folder;
-  host::writeDrawnScene(folder.file("scene.avi"), {320, 180}, 8, 10.0);
+  host::writeStreetScene(folder.file("scene.avi"), {320, 180}, 8, 10.0);
   const auto begin = std::chrono::steady_clock::now();
   const ProgramResult result = runProgram({"track", folder.file("scene.avi"), "--plugin", CSRT_FAKE_PLUGIN, "--quiet",
                                            "--box", "10,20,30,40", "--pace", "source", "--records", "-"});
@@ -113,7 +113,7 @@ TEST(Pace, SourceKeepsTheClipSRate) {
 
 TEST(Pace, RefusesAnotherWord) {
   const TempFolder folder;
-  host::writeDrawnScene(folder.file("scene.avi"), {320, 180}, 2, 10.0);
+  host::writeStreetScene(folder.file("scene.avi"), {320, 180}, 2, 10.0);
   expectOneSentence(runProgram({"track", folder.file("scene.avi"), "--box", "1,2,30,40", "--pace", "brisk"}), 2,
                     "brisk");
 }

@@ -1,5 +1,6 @@
 // What a run comes to, and how far it is.
 #include "run/run_summary.h"
+#include "base/statistics.h"
 
 #include <gtest/gtest.h>
 

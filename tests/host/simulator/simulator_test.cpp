@@ -8,8 +8,8 @@
 #include "simulator/actors.h"
 #include "simulator/angles.h"
 #include "simulator/camera.h"
+#include "simulator/camera_follower.h"
 #include "simulator/drawing.h"
-#include "simulator/follower.h"
 #include "simulator/gimbal.h"
 #include "simulator/panorama.h"
 #include "simulator/reported_metadata.h"
@@ -149,7 +149,7 @@ TEST(SimulatorCamera, ShakesWithinItsDeflectionAndOnlyOnceTheWindBlows) {
 }
 
 TEST(SimulatorFollower, TurnsTowardsTheBoxAndKeepsUpItsMotionForAWhile) {
-  Follower follower({2.0, 1.0, 40, 0.5});
+  CameraFollower follower({2.0, 1.0, 40, 0.5});
   const Angles rate = follower.rateFor(cv::Rect2d(470, 260, 20, 20), 60, 33.75, kFrame, 0.04);
   EXPECT_NEAR(rate.pan, 15 * (2.0 + 0.04), 1e-9);
   EXPECT_LT(rate.tilt, 0) << "below the middle: downwards";
@@ -160,7 +160,7 @@ TEST(SimulatorFollower, TurnsTowardsTheBoxAndKeepsUpItsMotionForAWhile) {
 }
 
 TEST(SimulatorFollower, NeverOrdersMoreThanItsLimit) {
-  Follower follower({50, 50, 10, 0.5});
+  CameraFollower follower({50, 50, 10, 0.5});
   const Angles rate = follower.rateFor(cv::Rect2d(0, 0, 2, 2), 60, 33.75, kFrame, 0.04);
   EXPECT_EQ(rate.pan, -10);
   EXPECT_EQ(rate.tilt, 10);

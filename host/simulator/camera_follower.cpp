@@ -1,4 +1,4 @@
-#include "simulator/follower.h"
+#include "simulator/camera_follower.h"
 
 #include <algorithm>
 #include <cmath>
@@ -12,7 +12,8 @@ double clamped(double rate, double limit) {
 
 }  // namespace
 
-Angles Follower::rateFor(const std::optional<cv::Rect2d>& box, double hfov, double vfov, cv::Size frame, double dt_s) {
+Angles CameraFollower::rateFor(const std::optional<cv::Rect2d>& box, double hfov, double vfov, cv::Size frame,
+                               double dt_s) {
   const double limit = params_.max_rate_dps;
   if (!box) {
     const double kept = params_.coast_s > 0 ? std::exp(-dt_s / params_.coast_s) : 0.0;

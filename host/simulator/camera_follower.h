@@ -8,6 +8,7 @@
 
 namespace host::sim {
 
+/// How hard the camera follows a box.
 struct FollowParams {
   double gain_per_s = 2.5;       ///< Degrees per second for each degree off the middle.
   double integral_per_s2 = 1.5;  ///< What remains off the middle for a second adds so much rate.
@@ -16,9 +17,9 @@ struct FollowParams {
 };
 
 /// Not thread-safe; one call per frame.
-class Follower {
+class CameraFollower {
  public:
-  explicit Follower(const FollowParams& params) : params_(params) {}
+  explicit CameraFollower(const FollowParams& params) : params_(params) {}
 
   /// @param box   where the target was seen in this frame, frame pixels; nothing: it was not seen
   /// @param dt_s  since the last frame

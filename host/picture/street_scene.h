@@ -8,11 +8,12 @@
 
 namespace host {
 
-class DrawnScene {
+/// The scene, frame by frame.
+class StreetScene {
  public:
   /// @param size  of the frames, pixels, at least 160 x 120
   /// @param seed  the same seed draws the same pixels on every machine
-  DrawnScene(cv::Size size, std::uint64_t seed);
+  StreetScene(cv::Size size, std::uint64_t seed);
 
   /// Frame i, from 0: 8-bit BGR. Pure: any order.
   cv::Mat frame(int i) const;
@@ -24,11 +25,11 @@ class DrawnScene {
   cv::Mat figure_;
 };
 
-/// What writeDrawnScene() draws: where its figure is, a scene of the same size and seed knows.
-inline constexpr std::uint64_t kDrawnSceneSeed = 20240607;
+/// What writeStreetScene() draws: where its figure is, a scene of the same size and seed knows.
+inline constexpr std::uint64_t kStreetSceneSeed = 20240607;
 
 /// Writes `frames` frames as a video, or as many as there were when a signal asked to stop. @throws HostError (Usage,
 /// Output) naming the path
-void writeDrawnScene(const std::string& path, cv::Size size, int frames, double fps);
+void writeStreetScene(const std::string& path, cv::Size size, int frames, double fps);
 
 }  // namespace host

@@ -1,4 +1,4 @@
-#include "picture/drawn_scene.h"
+#include "picture/street_scene.h"
 
 #include <algorithm>
 #include <cmath>
@@ -33,7 +33,7 @@ cv::Mat drawFigure(cv::Size size, cv::RNG& rng) {
 
 }  // namespace
 
-DrawnScene::DrawnScene(cv::Size size, std::uint64_t seed) {
+StreetScene::StreetScene(cv::Size size, std::uint64_t seed) {
   cv::RNG rng(seed);
   background_ = texture(size, cv::Scalar(105, 120, 115), 18, rng);
   const cv::Rect road(0, size.height / 2, size.width, size.height / 4);
@@ -41,7 +41,7 @@ DrawnScene::DrawnScene(cv::Size size, std::uint64_t seed) {
   figure_ = drawFigure({size.width / 20, size.height / 6}, rng);
 }
 
-cv::Rect DrawnScene::truth(int i) const {
+cv::Rect StreetScene::truth(int i) const {
   const int reach = std::max(1, background_.cols - figure_.cols - 20);
   const int way = (background_.cols / 6 + 2 * i) % (2 * reach);  // there and back again
   const int x = 10 + (way < reach ? way : 2 * reach - way);
@@ -49,7 +49,7 @@ cv::Rect DrawnScene::truth(int i) const {
   return {x, y, figure_.cols, figure_.rows};
 }
 
-cv::Mat DrawnScene::frame(int i) const {
+cv::Mat StreetScene::frame(int i) const {
   cv::Mat picture = background_.clone();
   figure_.copyTo(picture(truth(i)));
   const int post = background_.cols / 2;
@@ -59,10 +59,10 @@ cv::Mat DrawnScene::frame(int i) const {
   return picture;
 }
 
-void writeDrawnScene(const std::string& path, cv::Size size, int frames, double fps) {
+void writeStreetScene(const std::string& path, cv::Size size, int frames, double fps) {
   checkVideoName(path, "the video");
   PendingFile file(path, "the video");
-  const DrawnScene scene(size, kDrawnSceneSeed);
+  const StreetScene scene(size, kStreetSceneSeed);
   VideoOutput video(file, size, fps);
   for (int i = 0; i < frames && interruptSignal() == 0; ++i) video.write(scene.frame(i));
   video.close();
