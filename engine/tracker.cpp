@@ -61,7 +61,8 @@ void EngineTracker::setInitialMask(cv::InputArray mask) {
 bool EngineTracker::ownInput(const cv::Mat& image, const cv::Rect& box) {
   if (image.empty() || (image.type() != CV_8UC1 && image.type() != CV_8UC3)) return false;
   if (box.width < 1 || box.height < 1 || box.width > kLargestSide || box.height > kLargestSide) return false;
-  return std::abs(static_cast<long long>(box.x)) <= kLargestSide && std::abs(static_cast<long long>(box.y)) <= kLargestSide;
+  return std::abs(static_cast<long long>(box.x)) <= kLargestSide &&
+         std::abs(static_cast<long long>(box.y)) <= kLargestSide;
 }
 
 bool EngineTracker::ownSizes() const {

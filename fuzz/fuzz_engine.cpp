@@ -79,14 +79,16 @@ Answer answerOf(Action&& action) {
 }
 
 bool alike(const Answer& a, const Answer& b) {
-  return a.threw == b.threw && a.found == b.found && std::abs(a.box.x - b.box.x) <= 1 && std::abs(a.box.y - b.box.y) <= 1 &&
-         std::abs(a.box.width - b.box.width) <= 1 && std::abs(a.box.height - b.box.height) <= 1;
+  return a.threw == b.threw && a.found == b.found && std::abs(a.box.x - b.box.x) <= 1 &&
+         std::abs(a.box.y - b.box.y) <= 1 && std::abs(a.box.width - b.box.width) <= 1 &&
+         std::abs(a.box.height - b.box.height) <= 1;
 }
 
 void require(bool holds, const char* what, const Answer& a, const Answer& b) {
   if (holds) return;
-  std::fprintf(stderr, "fuzz_engine: %s: engine %d %d [%d %d %d %d], OpenCV %d %d [%d %d %d %d]\n", what, a.threw, a.found,
-               a.box.x, a.box.y, a.box.width, a.box.height, b.threw, b.found, b.box.x, b.box.y, b.box.width, b.box.height);
+  std::fprintf(stderr, "fuzz_engine: %s: engine %d %d [%d %d %d %d], OpenCV %d %d [%d %d %d %d]\n", what, a.threw,
+               a.found, a.box.x, a.box.y, a.box.width, a.box.height, b.threw, b.found, b.box.x, b.box.y, b.box.width,
+               b.box.height);
   std::abort();
 }
 

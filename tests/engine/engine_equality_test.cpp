@@ -126,7 +126,7 @@ TEST_P(EngineParams, SameBoxes) {
   GetParam().change(params);
   ASSERT_TRUE(handling(params).own);
   const DrawnScene scene({220, 160}, {34, 26}, 8);
-  expectSameBoxes(scene, params, 5, scene.boxAt(0));
+  expectSameBoxes(scene, params, 4, scene.boxAt(0));
 }
 
 INSTANTIATE_TEST_SUITE_P(Switches, EngineParams,
