@@ -65,7 +65,9 @@ class NewestFrame {
     if (isPipe_) {
       pipe_ = std::make_unique<Y4mReader>(options.source);
     } else {
-      files_ = openFrameSource({options.source, 0, 0, 0.0});
+      SourceOptions file;
+      file.source = options.source;
+      files_ = openFrameSource(file);
     }
     thread_ = std::thread([this] { take_(); });
   }
@@ -194,7 +196,7 @@ int serve(ServeOptions options) {
   PluginLibrary library(options.plugin);
   NewestFrame source(options);
   std::optional<TextOutput> records;
-  if (!options.records.empty()) records.emplace(options.records);
+  if (!options.records.empty()) records.emplace(options.records, "--records");
   LiveFrame frame;
   if (!source.next(frame)) {
     if (interruptSignal() != 0) return 128 + interruptSignal();

@@ -57,6 +57,7 @@ TrackingReport reportOf(const CallRecord& record, cv::Size frame) {
     case TrackState::Tracked:
     case TrackState::Rebuilt:
     case TrackState::Redetected:
+    case TrackState::Reacquired:
     case TrackState::Reseeded:
       report.state = TrackingReport::State::Active;
       break;
@@ -75,7 +76,7 @@ TrackingReport reportOf(const CallRecord& record, cv::Size frame) {
 
 TrackingServer::TrackingServer(const ServerOptions& options, PluginLibrary& library)
     : options_(options),
-      session_(library.create(), "target"),
+      session_(library.create(), "target", library.engine()),
       camera_(options.camera, monotonic()),
       gimbal_(camera_, options.panFrame),
       controller_(options.controller),

@@ -179,7 +179,7 @@ class Flight {
         rng_(scenario.seed + 99),
         video_(options.video, scenario.frame, scenario.fps) {
     for (const std::string& line : options.lines) lines_.push_back(link::openTransport(line));
-    if (!options.records.empty()) records_.emplace(options.records);
+    if (!options.records.empty()) records_.emplace(options.records, "--records");
   }
 
   FlightResult run() {

@@ -12,7 +12,7 @@ TEST(RunMemory, AVideoAndAReportOfFullHdStayBelow300Megabytes) {
   GTEST_SKIP() << "a sanitizer's own memory is in the way";
 #endif
   const TempFolder folder;
-  host::writeDrawnScene(folder.file("scene.avi"), {1920, 1080}, 45, 25.0);
+  host::writeStreetScene(folder.file("scene.avi"), {1920, 1080}, 45, 25.0);
   const ProgramResult result =
       runProgram({"track", folder.file("scene.avi"), "--plugin", CSRT_FAKE_PLUGIN, "--quiet", "--box", "400,500,90,160",
                   "--video", folder.file("out.mp4"), "--report", folder.file("report.html")});
