@@ -1,11 +1,11 @@
-// How well does a click become a box, and what does it cost? Clicks are the middles of true boxes, moved by up to 15 % of
-// the box; the answer is compared with the box. Budget: 40 ms at 1080p.
+// How well does a click become a box, and what does it cost? Clicks are the middles of true boxes, moved by up to 15 %
+// of the box; the answer is compared with the box. Budget: 40 ms at 1080p.
 //   box_proposal_accuracy VIDEO TRUTH [EVERY]
 // TRUTH: comma separated, a heading, then frame,id,x,y,w,h (counted from 1); or lines x<tab>y<tab>w<tab>h, one a frame.
 #include <algorithm>
-#include <ctime>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <map>
 #include <opencv2/core.hpp>
@@ -74,7 +74,7 @@ void click(const cv::Mat& frame, const cv::Rect& truth, std::mt19937& random, Fi
                         static_cast<int>(truth.y + truth.height / 2.0 + dy));
   const auto begin = std::clock();
   const host::BoxProposal proposal = host::proposeBox(frame, point);
-  figures.seconds += double(std::clock() - begin)/CLOCKS_PER_SEC;
+  figures.seconds += double(std::clock() - begin) / CLOCKS_PER_SEC;
   figures.found.push_back(overlap(proposal.box, truth));
   const int side = frame.rows / 10;
   figures.square.push_back(overlap({point.x - side / 2, point.y - side / 2, side, side}, truth));

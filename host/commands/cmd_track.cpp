@@ -167,7 +167,6 @@ void checkFiles(const TrackOptions& options) {
   plan.writes("--still", options.still);
   plan.writes("--klv-out", options.klvOut);
   plan.writes("--report", options.report);
-  plan.writes("--klv-out", options.klvOut);
   plan.writesFolder("--save-run", options.saveRun);
   plan.check();
 }

@@ -81,7 +81,7 @@ TEST(ScenarioReader, NamesThePlaceOfAMistake) {
        "metadata.faults[0].until_s: this is not later than from_s"},
       {with(R"("expect": {"final_state": ["asleep"]})"),
        "expect.final_state[0]: 'asleep' is none of waiting, tracked, rebuilt, redetected, predicted, reseeded, lost, "
-       "inactive"},
+       "inactive, reacquired"},
       {with(R"("config": 3)"), "config: this must be an object, not a number"},
       {R"({"target": {"path": [{"pan_deg": 40, "tilt_deg": 0}]}})",
        "target: it is not in the picture of the first frame"},
