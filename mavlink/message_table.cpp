@@ -62,10 +62,12 @@ constexpr bool isInSendingOrder(const MessageInfo& message) {
 }
 
 constexpr bool tableIsSound() {
-  for (std::size_t i = 0; i < std::size(kMessages); ++i) {
-    if (seedOf(kMessages[i]) != kMessages[i].seed || !isInSendingOrder(kMessages[i])) return false;
-    if (payloadSize(kMessages[i], true) > 255) return false;
-    if (i > 0 && kMessages[i].id <= kMessages[i - 1].id) return false;
+  std::int64_t previous = -1;
+  for (const MessageInfo& message : kMessages) {
+    if (seedOf(message) != message.seed || !isInSendingOrder(message)) return false;
+    if (payloadSize(message, true) > 255) return false;
+    if (message.id <= previous) return false;
+    previous = message.id;
   }
   return true;
 }

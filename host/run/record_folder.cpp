@@ -82,7 +82,8 @@ void RecordFolder::makeRoom_() const {
     const std::uint64_t bytes = it->file_size(ignored);
     files.push_back({it->path().string(), ignored ? 0 : bytes});
   }
-  for (const std::string& name : filesToDelete(std::move(files), quota_)) fs::remove(name, failed);
+  const std::vector<std::string> old = filesToDelete(std::move(files), quota_);
+  for (const std::string& name : old) fs::remove(name, failed);
 }
 
 void RecordFolder::beginPart_(double time_s) {
