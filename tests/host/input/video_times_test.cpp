@@ -49,7 +49,8 @@ TEST_F(VideoTimes, AnMpegStreamHasTheRateOfItsTimeStamps) {
   const std::string video = encoded("scene.ts", "-c:v mpeg4");
   const std::vector<Json> all = records(video);
   ASSERT_EQ(all.size(), static_cast<std::size_t>(kFrames));
-  for (int i = 0; i < kFrames; ++i) EXPECT_NEAR(all[i]["time_s"].get<double>(), i / 10.0, 1e-3) << i;
+  for (int i = 0; i < kFrames; ++i)
+    EXPECT_NEAR(all[static_cast<std::size_t>(i)]["time_s"].get<double>(), i / 10.0, 1e-3) << i;
   const ProgramResult result = track(video, {});
   EXPECT_NE(result.out.find(" 10 frames/s"), std::string::npos) << result.out;
   EXPECT_EQ(result.err.find("note"), std::string::npos) << result.err;
@@ -106,7 +107,8 @@ TEST_F(VideoTimes, AVariableRateKeepsEveryFramesOwnTime) {
   const std::string video = encoded("scene.mp4", kVariable);
   const std::vector<Json> all = records(video);
   ASSERT_EQ(all.size(), static_cast<std::size_t>(kFrames));
-  for (int i = 0; i < kFrames; ++i) EXPECT_NEAR(all[i]["time_s"].get<double>(), variableTime(i), 2e-3) << i;
+  for (int i = 0; i < kFrames; ++i)
+    EXPECT_NEAR(all[static_cast<std::size_t>(i)]["time_s"].get<double>(), variableTime(i), 2e-3) << i;
   EXPECT_NEAR(all[35]["time_s"].get<double>() - all[34]["time_s"].get<double>(), 0.04, 2e-3);
   const std::vector<Json> later = records(video, {"--start", "30", "--frames", "3"});
   EXPECT_NEAR(later[0]["time_s"].get<double>(), 3.0, 2e-3) << "frames that are skipped have a time too";
@@ -123,7 +125,9 @@ TEST_F(VideoTimes, ThePaceFollowsTheTimeStamps) {
   // The scripted plug-in tells the time of its clock: half a second a frame would be the average rate's.
   const std::vector<Json> clock = records(video, {"--set", "fake.script=" + std::string(39, 'k')});
   for (int i = 2; i < kFrames; ++i) {
-    EXPECT_NEAR(clock[i]["score"].get<double>() * 100, variableTime(i) - variableTime(1), 2e-3) << i;
+    EXPECT_NEAR(clock[static_cast<std::size_t>(i)]["score"].get<double>() * 100, variableTime(i) - variableTime(1),
+                2e-3)
+        << i;
   }
 }
 
