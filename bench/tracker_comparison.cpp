@@ -195,7 +195,7 @@ int compare(Options& options) {
     options.sequences.truths = {drawn->truth()};
   }
   std::unique_ptr<host::TextOutput> json;
-  if (!options.json.empty()) json = std::make_unique<host::TextOutput>(options.json);
+  if (!options.json.empty()) json = std::make_unique<host::TextOutput>(options.json, "--json");
   host::PluginLibrary library(host::pathOf(options.plugin));
   const std::vector<Contestant> contestants = chosenOf(allContestants(library), options.contestants);
   cv::setNumThreads(1);
