@@ -7,11 +7,9 @@ csrt_packages=(
   libopencv-dev libopencv-contrib-dev
   libclass-loader-dev ament-cmake libconsole-bridge-dev libssl-dev
   libgtest-dev libbenchmark-dev
-  libavcodec-dev libavformat-dev libswscale-dev
   libcli11-dev nlohmann-json3-dev libfmt-dev libvalijson-dev libjs-chart.js
-  # live sources
-  libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstrtspserver-1.0-dev
-  libavformat-dev libavcodec-dev libavutil-dev libswscale-dev
+  libavcodec-dev libavformat-dev libavutil-dev libswscale-dev  # annotated video, live sources
+  libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstrtspserver-1.0-dev  # live sources
 )
 
 # Writes one sentence to standard error and ends the script that sourced this file.
