@@ -10,6 +10,7 @@
 #include "commands/commands.h"
 #include "commands/help_footer.h"
 #include "commands/live_options.h"
+#include "input/file_plan.h"
 #include "picture/grid.h"
 #include "picture/picture_output.h"
 
@@ -24,6 +25,10 @@ struct GridOptions {
 
 int writeGrid(const GridOptions& options) {
   checkPictureName(options.picture, "--out");
+  FilePlan plan;
+  plan.readsSource("the source", options.source.source);
+  plan.writes("--out", options.picture);
+  plan.check();
   PendingFile file(options.picture, "--out");
   std::unique_ptr<FrameSource> source;
   if (isLive(options.source)) {

@@ -17,6 +17,7 @@
 #include "commands/commands.h"
 #include "commands/help_footer.h"
 #include "config/config_text.h"
+#include "input/file_plan.h"
 #include "input/frame_source.h"
 #include "input/y4m.h"
 #include "link/tracking_server.h"
@@ -192,7 +193,17 @@ nlohmann::ordered_json toJson(const link::ServedFrame& served, double age_s) {
   return json;
 }
 
+void checkFiles(const ServeOptions& options) {
+  FilePlan plan;
+  plan.readsSource("the source", options.source);
+  plan.reads("--config", options.config.file);
+  plan.reads("--plugin", options.plugin);
+  plan.writes("--records", options.records);
+  plan.check();
+}
+
 int serve(ServeOptions options) {
+  checkFiles(options);
   PluginLibrary library(options.plugin);
   NewestFrame source(options);
   std::optional<TextOutput> records;

@@ -2,8 +2,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <set>
-#include <sstream>
 #include <tuple>
 #include <utility>
 
