@@ -23,20 +23,22 @@ def split_packets(data):
 
 
 def code_of(values, wanted, signed=False):
-    """The whole number behind a tag, and how many bytes hold it; (None, 0) where there is none."""
+    """The whole number behind a tag; None where there is none."""
     at = 0
     while at < len(values):
         tag, length = values[at], values[at + 1]
         if tag == wanted:
-            return int.from_bytes(values[at + 2:at + 2 + length], "big", signed=signed), length
+            return int.from_bytes(values[at + 2:at + 2 + length], "big", signed=signed)
         at += 2 + length
-    return None, 0
+    return None
 
 
-def pan_of(values):
-    """Tag 18 (azimuth), degrees."""
-    code, _ = code_of(values, 18)
-    return float("nan") if code is None else code / 0xFFFFFFFF * 360
+def degrees_of(values, tag):
+    """Azimuth (18), or the latitude or longitude of sensor (13, 14) or frame centre (23, 24); NaN where not there."""
+    code = code_of(values, tag, signed=tag != 18)
+    if code is None:
+        return float("nan")
+    return code / 0xFFFFFFFF * 360 if tag == 18 else code / 0x7FFFFFFF * (90 if tag in (13, 23) else 180)
 
 
 def crc32(data):
@@ -107,12 +109,41 @@ def with_stream_type(data, old, new):
     return b"".join(bytes(packet) for packet in packets), found
 
 
+def stream_types(data):
+    """The types of the streams, as the first table names them."""
+    packets = packets_of(data)
+    table = map_pid(packets)
+    return [kind for kind, _, _ in streams_of(next(packet for packet in packets if pid_of(packet) == table))]
+
+
+# What a table says of a stream of synchronous KLV: its registration, the metadata descriptor (any application, format KLVA, service 0)
+# and the one on its buffers.
+SYNCHRONOUS_WORDS = bytes.fromhex("05044B4C5641" "26090100FF4B4C5641000F" "2709C00000C00000C00000")
+
+
+def with_words(packet, place, words):
+    """A packet with the table of streams, the descriptors of the stream whose type lies at `place` replaced."""
+    begin, end = table_in(packet)
+    old = (packet[place + 3] & 0x0F) << 8 | packet[place + 4]
+    table = packet[begin:place + 3] + bytes([0xF0 | len(words) >> 8, len(words) & 0xFF]) + words + \
+        packet[place + 5 + old:end - 4]
+    length = len(table) + 4 - 3
+    table[1:3] = bytes([table[1] & 0xF0 | length >> 8, length & 0xFF])
+    table += crc32(table).to_bytes(4, "big")
+    return (packet[:begin] + table).ljust(PACKET, b"\xFF")
+
+
 def to_synchronous(data):
     """A stream with asynchronous KLV (type 0x06) as one with synchronous (0x15): the table, the stream's id, and a
-    header of five bytes before each packet (service, running number, flags, length). Packets of one TS packet each."""
+    header of five bytes before each packet (service, running number, flags, length). Each must fit one TS packet."""
     data, pid = with_stream_type(data, 0x06, 0x15)
     out, number = [], 0
+    table = map_pid(packets_of(data))
     for packet in packets_of(data):
+        if pid_of(packet) == table:
+            place = next(at for kind, _, at in streams_of(packet) if kind == 0x15)
+            out.append(bytes(with_words(packet, place, SYNCHRONOUS_WORDS)))
+            continue
         if pid_of(packet) != pid or payload_of(packet) is None:
             out.append(bytes(packet))
             continue

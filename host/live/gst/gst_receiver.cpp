@@ -334,9 +334,10 @@ class GstReceiver : public Receiver {
     if (is(GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_AUTHORIZED)) return "the camera refused the name or the password";
     if (camera && is(GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_OPEN_READ_WRITE)) return "nothing answers there";
     if (camera && is(GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_FOUND)) return "it has no stream of that name";
-    const bool noDecoder = is(GST_STREAM_ERROR, GST_STREAM_ERROR_CODEC_NOT_FOUND);
-    return oneSentence(error.message) +
-           (noDecoder ? " (no decoder: package gstreamer1.0-libav has the usual ones)" : "");
+    if (is(GST_STREAM_ERROR, GST_STREAM_ERROR_CODEC_NOT_FOUND) || is(GST_CORE_ERROR, GST_CORE_ERROR_MISSING_PLUGIN)) {
+      return "there is no decoder for its video (package gstreamer1.0-libav has the usual ones)";
+    }
+    return oneSentence(error.message);
   }
 
   ReceiverRequest request_;
