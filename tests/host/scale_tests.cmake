@@ -9,3 +9,8 @@ if(NOT CMAKE_CROSSCOMPILING_EMULATOR AND NOT CSRT_SANITIZE)
     ${PROJECT_SOURCE_DIR}/tools/slurm-check.sh)
   set_tests_properties(slurm_shards PROPERTIES LABELS native SKIP_RETURN_CODE 77 TIMEOUT 600)
 endif()
+
+# Three cameras at once: a fault of one stays with it.
+add_test(NAME cameras_apart COMMAND ${CMAKE_COMMAND} -E env CSRT_BUILD=${PROJECT_BINARY_DIR}
+  ${PROJECT_SOURCE_DIR}/tools/cameras-check.sh)
+set_tests_properties(cameras_apart PROPERTIES LABELS native SKIP_RETURN_CODE 77 TIMEOUT 600 RESOURCE_LOCK live)

@@ -4,14 +4,13 @@ import json
 import os
 import shutil
 import signal
-import socket
 import subprocess
 import sys
 import tempfile
 import time
 
-TOOLS = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-SENDER = os.path.join(TOOLS, "live-sender.py")
+from live_senders import SENDER, free_port
+
 TICK = os.sysconf("SC_CLK_TCK")
 SETTLE_S = 3.0  # connecting, the decoder's first picture, the tracker's start
 FPS = 25.0
@@ -19,12 +18,6 @@ FIGURE = 116, 165, 32, 60  # where draw-scene's figure begins
 BOX = ",".join(str(3 * value) for value in FIGURE)
 # A stream is held while hardly a picture is left out and the oldest ones are not much older than a few pictures.
 MOST_DROPPED, OLDEST_MS = 0.01, 200.0
-
-
-def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
 
 
 def share(values, part):

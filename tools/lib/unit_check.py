@@ -11,6 +11,8 @@ import sys
 import tempfile
 import time
 
+from live_senders import free_port, own_sender
+
 MOST_EXPOSED = 3.0
 NAME = "front"
 NAMESPACES = 0x7E020000  # CLONE_NEWNS, NEWCGROUP, NEWUTS, NEWIPC, NEWUSER, NEWPID, NEWNET
@@ -176,18 +178,13 @@ said("priority", lambda: libc_call("setpriority", 0, 0, -5))
         self.judge("the restrictions hold", not wrong, "; ".join(wrong) or f"{len(wanted)} tried {done.stderr[-200:]}")
 
     def program(self):
-        sender = os.path.join(self.options.root, "tools", "live-sender.py")
         track = os.path.join(self.options.build, "bin", "csrt-track")
         with tempfile.TemporaryDirectory() as room:
             os.chmod(room, 0o755)
             self.filter_file(os.path.join(room, "filter"))
             self.is_closed(room)
-            with socket.socket() as probe:
-                probe.bind(("127.0.0.1", 0))
-                port = probe.getsockname()[1]
-            sending = subprocess.Popen([sender, "rtsp", str(port), "180"], stdout=subprocess.PIPE, text=True,
-                                       stderr=subprocess.DEVNULL)
-            sending.stdout.readline()
+            port = free_port()
+            sending = own_sender("rtsp", port, 180)
             inside = tempfile.mkdtemp(dir=room)
             with open(os.path.join(room, "filter"), "rb") as bpf, open(os.path.join(room, "said"), "w+") as said:
                 before, environment = self.sandbox(inside, bpf.fileno())
@@ -203,9 +200,7 @@ said("priority", lambda: libc_call("setpriority", 0, 0, -5))
                     peak = self.peak_mb(started.pid)
                 finally:
                     self.stop(inside, started)
-                    sending.kill()
-                    sending.wait()
-                    sending.stdout.close()
+                    sending.end()
                 said.seek(0)
                 complaints = said.read().strip()
             kept = sorted(os.listdir(os.path.join(inside, "STATE")))
