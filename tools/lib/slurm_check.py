@@ -2,6 +2,7 @@
 import argparse
 import json
 import os
+import re
 import secrets
 import shutil
 import signal
@@ -14,6 +15,7 @@ import time
 SHARDS, TARGETS, FRAMES = 4, 8, 150
 PROGRAMS = ["munged", "slurmctld", "slurmd", "sbatch", "scontrol", "squeue"]
 LIMIT_S = 300.0  # of waiting for one thing, on a machine that is busy
+EXAMPLES = os.path.join(os.path.dirname(os.path.dirname(os.path.dirname(os.path.abspath(__file__)))), "examples", "shards")
 
 # proctrack/linuxproc and task/none need no control groups, so that this runs in containers too. A requeued job may start
 # as soon as its credential has run out: two minutes by default, five seconds here.
@@ -46,28 +48,10 @@ MpiDefault=none
 ReturnToService=2
 KillWait=2
 JobRequeue=1
-RequeueExit=137
 NodeName=one NodeHostName={host} NodeAddr=127.0.0.1 Port={ports[1]} CPUs=1 State=UNKNOWN
 NodeName=two NodeHostName={host} NodeAddr=127.0.0.1 Port={ports[2]} CPUs=1 State=UNKNOWN
 PartitionName=all Nodes=one,two Default=YES MaxTime=30 State=UP
 """
-
-# What docs/scale.md shows, with this machine's paths. A shard writes down which process it is, for the check to kill.
-SHARD_JOB = """#!/bin/sh
-#SBATCH --job-name=shard --array=1-{shards} --requeue --open-mode=append --output={room}/shard-%a.log
-echo "shard $SLURM_ARRAY_TASK_ID of $SLURM_ARRAY_TASK_COUNT on $SLURMD_NODENAME, restart ${{SLURM_RESTART_COUNT:-0}}"
-{track} evaluate {clip} --truth {truth} --pace video --engine fast \\
-  --shard "$SLURM_ARRAY_TASK_ID/$SLURM_ARRAY_TASK_COUNT" --json "{room}/out/$SLURM_ARRAY_TASK_ID.json" &
-echo $! >"{room}/running-$SLURM_ARRAY_TASK_ID"
-wait $!
-"""
-
-MERGE_JOB = """#!/bin/sh
-#SBATCH --job-name=merge --output={room}/merge.log
-{track} merge {room}/out/*.json --json {room}/all.json
-echo "merged with status $?" >{room}/merged
-"""
-
 
 def free_ports(count):
     probes = [socket.socket() for _ in range(count)]
@@ -90,24 +74,27 @@ def until(what, call):
     raise RuntimeError(f"waited {LIMIT_S:.0f} s in vain for {what}")
 
 
-def end_shard(path, room):
-    """Ends the program that a shard's job started, if it is still there."""
-    try:
-        with open(path) as file:
-            pid = int(file.read())
-        with open(f"/proc/{pid}/cmdline") as file:
-            if room in file.read():
-                os.kill(pid, signal.SIGKILL)
-    except (OSError, ValueError):
-        pass
+def process_of_shard(room, number):
+    """The program that works on a shard in that folder; 0: there is none."""
+    for entry in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            if os.readlink(f"/proc/{entry}/cwd") != room:
+                continue
+            with open(f"/proc/{entry}/cmdline") as file:
+                words = file.read().split("\0")
+        except OSError:
+            continue
+        if words[0].endswith("csrt-track") and f"{number}/{SHARDS}" in words:
+            return int(entry)
+    return 0
 
 
 class Slurm:
     """munged, slurmctld and two slurmd with everything of theirs in one folder. All end with the object."""
 
-    def __init__(self, room):
+    def __init__(self, room, programs):
         self.room, self.processes = room, []
-        self.environment = dict(os.environ, SLURM_CONF=f"{room}/slurm.conf")
+        self.environment = dict(os.environ, SLURM_CONF=f"{room}/slurm.conf", PATH=f"{programs}:{os.environ['PATH']}")
         os.makedirs(f"{room}/state")
         with open(f"{room}/slurm.conf", "w") as file:
             file.write(CONF.format(room=room, host=socket.gethostname().split(".")[0], ports=free_ports(3)))
@@ -141,7 +128,9 @@ class Slurm:
             subprocess.run(["scancel", "-f", "-u", "root"], env=self.environment, capture_output=True, timeout=60,
                            check=False)
         for number in range(1, SHARDS + 1):
-            end_shard(f"{self.room}/running-{number}", self.room)
+            pid = process_of_shard(self.room, number)
+            if pid:
+                os.kill(pid, signal.SIGKILL)
         for process in reversed(self.processes):
             if process.poll() is None:
                 process.send_signal(signal.SIGTERM)
@@ -159,14 +148,15 @@ class Slurm:
         return done.stdout
 
     def order(self, *command):
-        done = subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=120)
+        done = subprocess.run(command, env=self.environment, capture_output=True, text=True, timeout=120,
+                              cwd=self.room)
         if done.returncode != 0:
             raise RuntimeError(f"{' '.join(command)}: {done.stderr.strip()}")
         return done.stdout.strip()
 
     def running(self):
         """Array task: node."""
-        lines = self.ask("squeue", "-h", "-t", "R", "-n", "shard", "-o", "%K %N").splitlines()
+        lines = self.ask("squeue", "-h", "-t", "R", "-n", "csrt-shard", "-o", "%K %N").splitlines()
         return dict(line.split() for line in lines if len(line.split()) == 2)
 
 
@@ -206,29 +196,24 @@ class Check:
     def run(self, track, room):
         clip, truth = material(track, room)
         os.makedirs(f"{room}/out")
-        names = {"room": room, "track": track, "clip": clip, "truth": truth, "shards": SHARDS}
-        for name, text in (("shard", SHARD_JOB), ("merge", MERGE_JOB)):
-            with open(f"{room}/{name}.sh", "w") as file:
-                file.write(text.format(**names))
-        with Slurm(room) as slurm:
+        shard, merge = f"{EXAMPLES}/slurm-shard.sh", f"{EXAMPLES}/slurm-merge.sh"
+        with Slurm(room, os.path.dirname(track)) as slurm:
             # Not afterok: it counts the killed attempt as well. `merge` itself says which shard is missing.
-            array = slurm.order("sbatch", "--parsable", f"{room}/shard.sh")
-            slurm.order("sbatch", "--parsable", f"--dependency=afterany:{array}", f"{room}/merge.sh")
+            array = slurm.order("sbatch", "--parsable", shard)
+            merging = slurm.order("sbatch", "--parsable", f"--dependency=afterany:{array}", merge)
             killed = self.kill_one(room, slurm)
-            drained = self.drain_one(room, slurm, array, killed)
-            until("the merged result", lambda: os.path.exists(f"{room}/merged"))
-            with open(f"{room}/merged") as file:
-                said = file.read().strip()
-        logs = {}
-        for number in range(1, SHARDS + 1):
-            with open(f"{room}/shard-{number}.log") as file:
-                logs[str(number)] = [line for line in file.read().splitlines() if line.startswith("shard ")]
-        self.judge("killed half-way", len(logs[killed]) >= 2, "; ".join(logs[killed]))
-        self.judge("node drained", len(logs[drained]) >= 2 and "on one" in logs[drained][-1], "; ".join(logs[drained]))
-        others = [number for number in logs if number not in (killed, drained)]
-        self.judge("the others ran once", all(len(logs[number]) == 1 for number in others), ", ".join(others))
-        self.judge("merged by the dependent job", said == "merged with status 0", said)
-        subprocess.run([track, "evaluate", clip, "--truth", truth, "--pace", "video", "--engine", "fast", "--json",
+            drained = self.drain_one(room, slurm, array)
+            done = until("the merging job", lambda: re.search(r"JobState=(COMPLETED|FAILED|CANCELLED) .*", slurm.ask(
+                "scontrol", "show", "job", merging)))
+        with open(f"{room}/slurmctld.log") as file:
+            starts = re.findall(r"Allocate JobId=\d+_(\d+)\(\d+\) NodeList=(\w+)", file.read())
+        nodes = {str(number): [node for task, node in starts if task == str(number)] for number in range(1, SHARDS + 1)}
+        self.judge("killed half-way", len(nodes[killed]) == 2, f"shard {killed} on {', then '.join(nodes[killed])}")
+        self.judge("node drained", nodes[drained] == ["two", "one"], f"shard {drained} on {', then '.join(nodes[drained])}")
+        others = [number for number in nodes if number not in (killed, drained)]
+        self.judge("the others ran once", all(len(nodes[number]) == 1 for number in others), ", ".join(others))
+        self.judge("merged by the dependent job", done.group(1) == "COMPLETED", done.group(0).strip())
+        subprocess.run([track, "evaluate", clip, "--truth", truth, "--pace", "video", "--json",
                         f"{room}/one.json"], check=True, stdout=subprocess.DEVNULL)
         one, merged = without_times(f"{room}/one.json"), without_times(f"{room}/all.json")
         self.judge("equal to one process", one == merged and len(one["targets"]) == TARGETS,
@@ -237,32 +222,28 @@ class Check:
     def running_shard(self, room, slurm, node):
         """A shard whose program runs on the node: its number and process. It is stopped, so that it stays half-way."""
         for task, where in slurm.running().items():
-            if where != node or not os.path.exists(f"{room}/running-{task}"):
-                continue
-            with open(f"{room}/running-{task}") as file:
-                pid = int(file.read().strip() or 0)
+            pid = process_of_shard(room, task) if where == node else 0
             try:
+                if not pid:
+                    continue
                 os.kill(pid, signal.SIGSTOP)
-                with open(f"/proc/{pid}/stat") as file:
-                    if file.read().rsplit(")", 1)[1].split()[0] == "Z" or os.path.exists(f"{room}/out/{task}.json"):
-                        continue
-                return task, pid
-            except (OSError, ProcessLookupError):
-                continue
+                if not os.path.exists(f"{room}/out/{task}.json"):
+                    return task, pid
+                os.kill(pid, signal.SIGCONT)
+            except ProcessLookupError:
+                pass
         return None
 
     def kill_one(self, room, slurm):
-        """A shard's program is killed as the system does when memory runs out; its status, 137, requeues the job."""
+        """A shard's program is killed as the system does when memory runs out; the job puts itself back into the queue."""
         task, pid = until("a shard on node one", lambda: self.running_shard(room, slurm, "one"))
-        os.unlink(f"{room}/running-{task}")
         os.kill(pid, signal.SIGKILL)
         return task
 
-    def drain_one(self, room, slurm, array, killed):
+    def drain_one(self, room, slurm, array):
         """A node is taken out while it works; its job is put back into the queue."""
         task, pid = until("a shard on node two", lambda: self.running_shard(room, slurm, "two"))
         slurm.order("scontrol", "update", "NodeName=two", "State=DRAIN", "Reason=test")
-        os.unlink(f"{room}/running-{task}")
         slurm.order("scontrol", "requeue", f"{array}_{task}")
         os.kill(pid, signal.SIGCONT)  # Slurm's SIGTERM is to reach it
         state = slurm.ask("sinfo", "-h", "-n", "two", "-o", "%T").strip()
@@ -294,11 +275,11 @@ def main():
     if options.keep:
         shutil.rmtree(options.keep, ignore_errors=True)
         os.makedirs(options.keep, 0o755)
-        check.run(track, os.path.abspath(options.keep))
+        check.run(track, os.path.realpath(options.keep))
     else:
         with tempfile.TemporaryDirectory() as room:
             os.chmod(room, 0o755)
-            check.run(track, room)
+            check.run(track, os.path.realpath(room))
     sys.exit(1 if check.failed else 0)
 
 
