@@ -12,7 +12,7 @@
 
 #include "run/control_channel.h"
 #include "run/place_text.h"
-#include "run/track_run.h"
+#include "run/run_steering.h"
 
 namespace host {
 

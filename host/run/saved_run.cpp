@@ -165,8 +165,7 @@ void RunSaver::frame(const SourceFrame& frame, const std::vector<CallRecord>& re
   nlohmann::ordered_json place = {{"frame", frame.index}, {"time_s", frame.time_s}};
   if (!frame.file.empty()) place["file"] = frame.file;
   if (!frame.note.empty()) place["source_note"] = frame.note;
-  const auto& metadata = run_.metadata.of(frame.index);
-  if (!metadata.empty()) place["metadata"] = toJson(metadata);
+  if (!frame.metadata.empty()) place["metadata"] = toJson(frame.metadata);
   frames_->writeLine(jsonText(place));
   for (const CallRecord& record : records) records_->writeLine(jsonText(host::toJson(record)));
 }
