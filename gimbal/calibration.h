@@ -11,6 +11,7 @@
 #include "gimbal/axis_model.h"
 #include "gimbal/delay_estimator.h"
 #include "gimbal/motion_agreement.h"
+#include "gimbal/timed_angles.h"
 
 namespace gimbal {
 
@@ -48,18 +49,13 @@ class Calibration {
   CalibrationResult result() const;
 
  private:
-  struct Sample {
-    double t_s;
-    PanTilt value;
-  };
   AxisCalibration fit_(double PanTilt::*axis) const;
-  PanTilt angleAt_(double t_s) const;
 
   double start_s_;
   double rate_dps_;
-  std::vector<Sample> orders_;
-  std::vector<Sample> readings_;
-  std::vector<Sample> seen_;
+  std::vector<TimedAngles> orders_;
+  std::vector<TimedAngles> readings_;
+  std::vector<TimedAngles> seen_;
   DelayEstimator delay_;
 };
 
