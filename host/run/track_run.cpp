@@ -7,38 +7,11 @@
 
 #include "base/host_error.h"
 #include "base/masked_address.h"
-#include "plugin/target_session.h"
-#include "run/live_facts.h"
 #include "run/log_lines.h"
+#include "run/plugin_session.h"
 
 namespace host {
 namespace {
-
-/// A target that is started on the next frame and updated on all later ones.
-class TrackSession : public RunSession {
- public:
-  TrackSession(PluginLibrary& library, const TrackRun& run, const std::string& name)
-      : session_(library.create(), name, library.engine()) {
-    session_.keepPace(run.pace);
-    session_.guardWith(run.guard);
-    const std::vector<std::string> lines = session_.configure(run.configText);
-    if (run.logToStderr) showLogLines(lines, name);
-  }
-
-  void startOn(const BBox& box) { start_ = box; }
-
-  CallRecord step(const FramePicture& picture, const SourceFrame& frame) override {
-    const FramePlace place{frame.index, frame.time_s};
-    const std::optional<BBox> box = std::exchange(start_, std::nullopt);
-    return box ? session_.init(picture, place, *box) : session_.update(picture, place);
-  }
-
-  CallRecord silent(const SourceFrame& frame) const override { return session_.silent({frame.index, frame.time_s}); }
-
- private:
-  TargetSession session_;
-  std::optional<BBox> start_;
-};
 
 /// Drives the targets of the command line, and what a person makes of them.
 class TrackDirector : public RunDirector {
@@ -103,7 +76,8 @@ class TrackDirector : public RunDirector {
   }
 
   void add_(const TargetOption& target) {
-    sessions_.push_back(std::make_unique<TrackSession>(library_, run_, target.name));
+    sessions_.push_back(std::make_unique<PluginSession>(
+        library_, PluginWork{run_.configText, run_.pace, run_.guard, run_.logToStderr}, target.name));
     sessions_.back()->startOn(target.box);
   }
 
@@ -111,17 +85,15 @@ class TrackDirector : public RunDirector {
   CallRecord restart_(const SourceFrame& frame, const BBox& box) {
     if (sessions_.empty()) add_(targets_.front());
     sessions_.front()->startOn(box);
-    CallRecord record = sessions_.front()->step(pictureOf(frame), frame);
-    addLiveFacts(record, frame);
+    CallRecord record = stepOn(*sessions_.front(), frame);
     if (!record.started) sessions_.erase(sessions_.begin());
     return record;
   }
 
   /// Nobody looks at these answers: they lead the targets to the frame in hand.
   void catchUp_(const SourceFrame& frame) {
-    const FramePicture picture = pictureOf(frame);
     for (const auto& session : sessions_) {
-      const CallRecord record = session->step(picture, frame);
+      const CallRecord record = stepOn(*session, frame);
       if (run_.logToStderr) showLogLines(record.log, record.target);
     }
   }
@@ -130,7 +102,7 @@ class TrackDirector : public RunDirector {
   const TrackRun& run_;
   RunSteering* steering_;
   std::vector<TargetOption> targets_;
-  std::vector<std::unique_ptr<TrackSession>> sessions_;
+  std::vector<std::unique_ptr<PluginSession>> sessions_;
   std::vector<CallRecord> refused_;
 };
 

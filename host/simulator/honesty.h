@@ -57,7 +57,9 @@ struct Honesty {
   std::vector<WrongFrames> wrongClaimsByCause;  ///< The wrong claims likewise.
   std::vector<HonestyEvent> events;             ///< In their order.
 
+  /// [0, 1]; 1 without frames.
   double rightShare() const { return frames > 0 ? static_cast<double>(right) / static_cast<double>(frames) : 1.0; }
+  /// [0, 1]; 0 without claims.
   double wrongClaimShare() const {
     return claims > 0 ? static_cast<double>(wrongClaims) / static_cast<double>(claims) : 0.0;
   }
@@ -80,6 +82,7 @@ class HonestyWatch {
   void begin(const Scenario& scenario);
   void frame(const SimulatedFrame& frame);
 
+  /// The judgement of the frames collected so far.
   Honesty honesty() const;
 
  private:
@@ -105,6 +108,7 @@ class HonestyWatch {
   std::string trackerFrom_ = "the start";  // what started the tracker that now runs
 };
 
+/// The member `honesty` of a simulation's summary. Pure.
 nlohmann::ordered_json toJson(const Honesty& honesty);
 
 /// Several lines for people, the last one with its line feed.

@@ -62,6 +62,7 @@ class SimulationSummary {
   void begin(const Scenario& scenario);
   void frame(const SimulatedFrame& frame);
 
+  /// Of the frames so far. Any number of times.
   SimulationTotals totals() const;
 
  private:
@@ -80,6 +81,7 @@ class SimulationSummary {
 /// One check per expectation that is given, in the order of the struct. Pure.
 std::vector<Check> judge(const SimulationTotals& totals, const Expectations& expect);
 
+/// The summary that `simulate --summary` writes. Pure.
 nlohmann::ordered_json toJson(const Scenario& scenario, const SimulationTotals& totals,
                               const std::vector<Check>& checks);
 
