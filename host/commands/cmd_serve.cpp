@@ -1,4 +1,4 @@
-// csrt-track serve: a camera that a ground station can track with, over MAVLink.
+// csrt-track serve: a camera that a ground station can track with, over MAVLink, or a person in a browser.
 #include <CLI/CLI.hpp>
 #include <chrono>
 #include <cstdio>
@@ -26,6 +26,7 @@
 #include "plugin/plugin_library.h"
 #include "run/control_front.h"
 #include "run/serve_run.h"
+#include "web/web_server.h"
 
 namespace host {
 namespace {
@@ -34,6 +35,9 @@ struct ServeOptions {
   SourceOptions source;
   LiveTrackOptions live;
   std::vector<std::string> lines;
+  std::string http;
+  std::string httpTokenFile;
+  std::vector<std::string> httpNames;
   ConfigOptions config;
   PluginChoice plugin;
   std::string metadata;
@@ -115,9 +119,31 @@ void checkOptions(const ServeOptions& options) {
   if (options.source.source.empty() == options.source.pipeline.empty()) {
     throw HostError(ExitCode::Usage, "one source is needed: SOURCE, or --gstreamer PIPELINE");
   }
-  if (options.lines.empty() && options.live.control.empty()) {
-    throw HostError(ExitCode::Usage, "who is to be served? Give --mavlink LINE or --control PATH");
+  if (options.lines.empty() && options.live.control.empty() && options.http.empty()) {
+    throw HostError(ExitCode::Usage, "who is to be served? Give --http ADDRESS:PORT, --mavlink LINE or --control PATH");
   }
+}
+
+/// The page of a run: what it knows, its front, its server.
+struct ServedPage {
+  ServedPage(const ServeOptions& options, const web::WebOptions& where, const std::string& configText,
+             const std::string& schema)
+      : parts(configText, options.config.preset, schema), front(parts), server(where, parts) {
+    if (!options.quiet) std::fprintf(stderr, "csrt-track: open %s\n", server.url().c_str());
+  }
+  web::WebParts parts;
+  web::WebFront front;
+  web::WebServer server;
+};
+
+web::WebOptions webOptions(const ServeOptions& options) {
+  web::WebOptions where;
+  where.address = web::listenAddressOf(options.http);
+  where.names = options.httpNames;
+  bool made = false;
+  if (!options.httpTokenFile.empty()) where.token = web::tokenOfFile(options.httpTokenFile, made);
+  if (made) std::fprintf(stderr, "csrt-track: the token is in '%s'\n", options.httpTokenFile.c_str());
+  return where;
 }
 
 void checkFiles(const ServeOptions& options) {
@@ -160,6 +186,11 @@ int serve(ServeOptions options) {
   if (!options.lines.empty()) fronts.push_back(&mavlink.emplace(mavlinkOptions(options)));
   std::optional<ControlFront> control;
   if (!options.live.control.empty()) fronts.push_back(&control.emplace(options.live.control, source.past.kept));
+  std::optional<ServedPage> page;
+  if (!options.http.empty()) {
+    fronts.push_back(
+        &page.emplace(options, webOptions(options), run.configText, library.create()->getConfigList()).front);
+  }
   std::vector<RunObserver*> observers;
   if (records) observers.push_back(&*records);
   const ServeResult result = runServe(*source.frames, source.past, library, run, observers, fronts);
@@ -217,6 +248,23 @@ void addTrackerOptions(CLI::App& command, ServeOptions& options) {
       ->capture_default_str();
 }
 
+void addHttpOptions(CLI::App& command, ServeOptions& options) {
+  command
+      .add_option("--http", options.http,
+                  "Serve a page to watch and pick on, such as 127.0.0.1:8080; beyond this machine a token is needed")
+      ->type_name("ADDRESS:PORT");
+  command
+      .add_option("--http-token-file", options.httpTokenFile,
+                  "The token that everybody must give, in the file's first line; a missing file is made with a new one")
+      ->type_name("FILE");
+  command
+      .add_option("--http-name", options.httpNames,
+                  "Host name under which the page is reached too, such as a reverse proxy's; may be repeated")
+      ->take_all()
+      ->allow_extra_args(false)
+      ->type_name("NAME");
+}
+
 void addGimbalOptions(CLI::App& command, ServeOptions& options) {
   command.add_flag("--no-gimbal", options.noGimbal, "Track only; never turn a gimbal");
   command.add_flag("--calibrate", options.calibrate,
@@ -249,7 +297,7 @@ void addGimbalOptions(CLI::App& command, ServeOptions& options) {
 void addServeCommand(CLI::App& app, int& status) {
   const auto options = std::make_shared<ServeOptions>();
   CLI::App& command =
-      *app.add_subcommand("serve", "Be a tracking camera for a ground station (MAVLink), or steered by commands");
+      *app.add_subcommand("serve", "Be a tracking camera for a ground station (MAVLink), or steered from a browser");
   addSourceOptions(command, *options);
   command
       .add_option("--mavlink", options->lines,
@@ -258,6 +306,7 @@ void addServeCommand(CLI::App& app, int& status) {
       ->take_all()
       ->allow_extra_args(false)
       ->type_name("LINE");
+  addHttpOptions(command, *options);
   command.add_option("--system", options->system, "MAVLink number of the vehicle the camera is on")
       ->check(CLI::Range(1, 255))
       ->capture_default_str();
@@ -287,14 +336,14 @@ void addServeCommand(CLI::App& app, int& status) {
   addTrackerOptions(command, *options);
   command.add_flag("--debug", options->debug, "Show the plug-in's log lines on standard error");
   command.add_flag("--quiet", options->quiet, "No closing line");
-  command.footer(
-      helpFooter({"serve 0 --mavlink udp:14550", "serve street.mp4 --mavlink udp:192.168.1.20:14550 --no-gimbal",
-                  "serve rtsp://192.168.1.10/stream --mavlink serial:/dev/ttyACM0:115200 --calibrate"},
-                 {{2, "a line, an option or a value cannot be used"},
-                  {3, "the source or a line cannot be opened, or the source has no frame"},
-                  {4, "the plug-in cannot be loaded"},
-                  {6, "an output could not be written to its end"},
-                  {130, "interrupted (143: terminated)"}}));
+  command.footer(helpFooter({"serve 0 --http 127.0.0.1:8080", "serve 0 --mavlink udp:14550",
+                             "serve street.mp4 --mavlink udp:192.168.1.20:14550 --no-gimbal",
+                             "serve rtsp://192.168.1.10/stream --mavlink serial:/dev/ttyACM0:115200 --calibrate"},
+                            {{2, "a line, an option or a value cannot be used"},
+                             {3, "the source or a line cannot be opened, or the source has no frame"},
+                             {4, "the plug-in cannot be loaded"},
+                             {6, "an output could not be written to its end"},
+                             {130, "interrupted (143: terminated)"}}));
   command.callback([options, &status] { status = serve(*options); });
 }
 

@@ -19,9 +19,9 @@ inline constexpr int kRecordSchemaVersion = 1;
 
 /// The gimbal that a target is followed with, at the frame's time. Angles in degrees.
 struct GimbalNote {
-  std::optional<double> pan_deg;  ///< [-180, 180); nothing: not known for that time.
-  std::optional<double> tilt_deg;
-  std::string state;  ///< What it does, or why it does not turn.
+  std::optional<double> pan_deg;   ///< [-180, 180); nothing: not known for that time.
+  std::optional<double> tilt_deg;  ///< Likewise.
+  std::string state;               ///< What it does, or why it does not turn.
 };
 
 /// Where a target is on the ground, and the ellipse that holds it with 95 %.

@@ -24,16 +24,18 @@ struct FrontAnswer {
 /// What a front asks for. Boxes and points are full-frame pixels.
 struct FrontCommand {
   enum class Kind {
-    Box,    ///< Start a target on `box`.
-    Point,  ///< Start a target on what lies around `point`; see proposeBox().
-    Stop,   ///< Follow a target no longer.
-    End     ///< End the run.
+    Box,        ///< Start a target on `box`.
+    Point,      ///< Start a target on what lies around `point`; see proposeBox().
+    Stop,       ///< Follow a target no longer.
+    Configure,  ///< Give all targets, and those that start later, `configText`.
+    End         ///< End the run.
   };
   Kind kind = Kind::Stop;
   std::string target;         ///< Its name. Empty: of a start the first target, of Stop all of them.
   BBox box{};                 ///< Of Box; may lie partly outside.
   cv::Point point;            ///< Of Point.
   std::optional<long> frame;  ///< The number of the frame it was chosen on; nothing: the newest one.
+  std::string configText;     ///< Of Configure: a JSON object for setConfig(), over what they have; checked before.
   std::function<void(const FrontAnswer&)> answer;  ///< Called once, from the run's thread; may be empty.
 };
 

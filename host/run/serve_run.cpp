@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <utility>
 
 #include "base/host_error.h"
@@ -70,6 +71,12 @@ class ServedTargets {
     return stopped;
   }
 
+  /// From now on, for those that are followed and those that start later.
+  void configure(const std::string& text) {
+    changes_.merge_patch(nlohmann::json::parse(text));
+    for (const auto& session : sessions_) configure_(*session, text);
+  }
+
   bool hasRoomFor(const std::string& name) { return sessions_.size() < kMostTargets || find_(name) != sessions_.end(); }
 
  private:
@@ -98,19 +105,25 @@ class ServedTargets {
     return record;
   }
 
+  void configure_(TargetSession& session, const std::string& text) const {
+    for (const std::string& line : session.configure(text)) {
+      if (run_.logToStderr) std::fprintf(stderr, "%s: %s\n", session.name().c_str(), line.c_str());
+    }
+  }
+
   Sessions::iterator add_(const std::string& name) {
     auto session = std::make_unique<TargetSession>(library_.create(), name, library_.engine());
     session->keepPace(run_.pace);
     session->guardWith(run_.guard);
-    for (const std::string& line : session->configure(run_.configText)) {
-      if (run_.logToStderr) std::fprintf(stderr, "%s: %s\n", name.c_str(), line.c_str());
-    }
+    configure_(*session, run_.configText);
+    if (!changes_.empty()) configure_(*session, changes_.dump());
     sessions_.push_back(std::move(session));
     return std::prev(sessions_.end());
   }
 
   PluginLibrary& library_;
   const ServeRun& run_;
+  nlohmann::json changes_ = nlohmann::json::object();  // of the configuration, since the beginning
   Sessions sessions_;
   WorkerPool pool_;
 };
@@ -216,6 +229,10 @@ class ServeLoop {
     switch (command.kind) {
       case FrontCommand::Kind::End:
         ended_ = answer.done = true;
+        break;
+      case FrontCommand::Kind::Configure:
+        targets_.configure(command.configText);
+        answer.done = true;
         break;
       case FrontCommand::Kind::Stop:
         answer.done = stop_(command, answer);
