@@ -85,6 +85,7 @@ set_tests_properties(doctor_test PROPERTIES ENVIRONMENT_MODIFICATION
   "ASAN_OPTIONS=string_append::handle_segv=0;TSAN_OPTIONS=string_append::handle_segv=0")
 
 include(host/link/link_tests.cmake)
+include(host/scale_tests.cmake)
 include(host/simulator/simulator_tests.cmake)
 
 csrt_add_host_test(replay_test)
