@@ -47,6 +47,7 @@ struct ServeOptions {
   std::string guard = "off";
   std::string panFrame = "vehicle";
   std::string streamUri;
+  std::string clock = "machine";
   int threads = 1;
   int system = 1;
   double hfov = 60.0;
@@ -102,6 +103,7 @@ link::MavlinkOptions mavlinkOptions(const ServeOptions& options) {
   server.gimbal = !options.noGimbal;
   server.calibrate = options.calibrate;
   server.shownDelay_s = options.shownDelay_s;
+  server.clockFromLink = options.clock == "link";
   server.panFrame = options.panFrame == "earth" ? link::PanFrame::Earth : link::PanFrame::Vehicle;
   for (gimbal::AxisParams* axis : {&server.controller.pan, &server.controller.tilt}) {
     axis->max_rate_dps = options.maxRate;
@@ -196,6 +198,9 @@ int serve(ServeOptions options) {
   if (!options.quiet) {
     std::fprintf(stderr, "csrt-track: served %ld frames, %ld were passed over\n", result.frames, result.dropped);
     if (mavlink && !mavlink->problem().empty()) std::fprintf(stderr, "csrt-track: %s\n", mavlink->problem().c_str());
+    if (mavlink && !mavlink->delaySentence().empty()) {
+      std::fprintf(stderr, "csrt-track: %s\n", mavlink->delaySentence().c_str());
+    }
     for (const std::string& fault : result.sourceFaults)
       std::fprintf(stderr, "csrt-track: source: %s\n", fault.c_str());
   }
@@ -218,12 +223,7 @@ void addSourceOptions(CLI::App& command, ServeOptions& options) {
       .add_option("--metadata", options.metadata,
                   "What the camera said per frame, or, of a live source, a growing file of it by time")
       ->type_name("FILE");
-  command
-      .add_option("--pace", options.pace,
-                  "source: recorded frames at their rate, the newest first; video: every frame as fast as possible, "
-                  "the plug-in's clock follows the clip; fast: the same with the machine's clock")
-      ->type_name("PACE")
-      ->capture_default_str();
+  addPaceOption(command, options.pace);
   command.add_option("--video-delay", options.videoDelay_s, "From a frame's capture until it arrives here, seconds")
       ->check(CLI::Range(0.0, 5.0))
       ->capture_default_str();
@@ -299,6 +299,11 @@ void addServeCommand(CLI::App& app, int& status) {
       ->check(CLI::Range(1, 255))
       ->capture_default_str();
   command.add_option("--stream-uri", options->streamUri, "Where the ground station finds the video")->type_name("URI");
+  command
+      .add_option("--clock", options->clock,
+                  "machine; or link: time stands still between TIMESYNC messages, for 'simulate --lock-step'")
+      ->check(CLI::IsMember({"machine", "link"}))
+      ->capture_default_str();
   command.add_option("--hfov", options->hfov, "Horizontal field of view, degrees")
       ->check(CLI::Range(1.0, 180.0))
       ->capture_default_str();

@@ -122,6 +122,9 @@ int track(const TrackOptions& options) {
   const std::unique_ptr<RunSteering> control = openControl(options.live, camera, window.get());
   const TrackRunResult result =
       runTrack(*source, library, run, outputs.observers(), control ? control.get() : window.get());
+  if (!options.quiet && !outputs.delay().sentence().empty()) {
+    std::fprintf(options.records == "-" ? stderr : stdout, "delay: %s\n", outputs.delay().sentence().c_str());
+  }
   return finish(options, run.configText, outputs.summary(), result);
 }
 

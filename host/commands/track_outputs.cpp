@@ -24,9 +24,9 @@ std::vector<TruthTarget> truthOf(const TrackOptions& options) {
 
 }  // namespace
 
-TrackOutputs::TrackOutputs(const TrackOptions& options, const TrackRun& run) {
+TrackOutputs::TrackOutputs(const TrackOptions& options, const TrackRun& run) : delay_(options.quiet) {
   const auto add = [this](auto output) { outputs_.push_back(std::move(output)); };
-  if (!options.records.empty()) add(std::make_unique<RecordLines>(options.records));
+  if (!options.records.empty()) add(std::make_unique<RecordLines>(options.records, &delay_));
   if (!options.video.empty() || !options.still.empty()) {
     add(std::make_unique<DrawnPictures>(options.video, options.still));
   }
@@ -41,7 +41,7 @@ TrackOutputs::TrackOutputs(const TrackOptions& options, const TrackRun& run) {
 }
 
 std::vector<RunObserver*> TrackOutputs::observers() {
-  std::vector<RunObserver*> all = {&summary_};
+  std::vector<RunObserver*> all = {&summary_, &delay_};
   for (const auto& output : outputs_) all.push_back(output.get());
   return all;
 }

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "commands/track_options.h"
+#include "run/delay_observer.h"
 #include "run/run_summary.h"
 #include "run/track_run.h"
 
@@ -19,9 +20,11 @@ class TrackOutputs {
 
   std::vector<RunObserver*> observers();
   const RunSummary& summary() const { return summary_; }
+  const DelayObserver& delay() const { return delay_; }
 
  private:
   RunSummary summary_;
+  DelayObserver delay_;
   std::vector<std::unique_ptr<RunObserver>> outputs_;
 };
 

@@ -7,7 +7,10 @@
 namespace host {
 
 void RecordLines::write_(const std::vector<CallRecord>& records) {
-  for (const CallRecord& record : records) waiting_.push_back(jsonText(toJson(record)));
+  for (CallRecord record : records) {
+    if (delay_ != nullptr) record.anglesStaleMs = delay_->stale_ms();
+    waiting_.push_back(jsonText(toJson(record)));
+  }
   begun_ = begun_ || anyFollowed(records);
   if (!begun_) return;
   for (const std::string& line : std::exchange(waiting_, {})) output_.writeLine(line);

@@ -10,6 +10,7 @@
 #include "base/text_output.h"
 #include "picture/annotate.h"
 #include "picture/picture_output.h"
+#include "run/delay_observer.h"
 #include "run/run_observer.h"
 
 namespace host {
@@ -18,8 +19,11 @@ namespace host {
 /// the records of an earlier run.
 class RecordLines : public RunObserver {
  public:
-  /// @param path  "-": standard output, from the first call on. @throws HostError (Usage) when it cannot be written
-  explicit RecordLines(const std::string& path) : output_(path, "--records"), begun_(path == "-") {}
+  /// @param path   "-": standard output, from the first call on
+  /// @param delay  what it has found goes into the records; null: nothing. Must outlive this, and be told first
+  /// @throws HostError (Usage) when the file cannot be written
+  explicit RecordLines(const std::string& path, const DelayObserver* delay = nullptr)
+      : output_(path, "--records"), delay_(delay), begun_(path == "-") {}
   void frame(const SourceFrame& /*frame*/, const std::vector<CallRecord>& records) override { write_(records); }
   void noSignal(const std::vector<CallRecord>& records) override { write_(records); }
   void restarted(const CallRecord& record) override { write_({record}); }
@@ -28,6 +32,7 @@ class RecordLines : public RunObserver {
   void write_(const std::vector<CallRecord>& records);
 
   TextOutput output_;
+  const DelayObserver* delay_;
   bool begun_;
   std::vector<std::string> waiting_;
 };

@@ -21,6 +21,7 @@ class SharedOptions : public testing::Test {
     host::addTuneCommand(app_, status_);
     host::addSimulateCommand(app_, status_);
     host::addReplayCommand(app_, status_);
+    host::addServeCommand(app_, status_);
   }
 
   /// The option in every command that has it; one that has not fails the test.
@@ -50,7 +51,7 @@ class SharedOptions : public testing::Test {
 };
 
 TEST_F(SharedOptions, ConfigurationIsAskedForInTheSameWords) {
-  const std::set<std::string> commands = {"track", "evaluate", "tune", "simulate"};
+  const std::set<std::string> commands = {"track", "evaluate", "tune", "simulate", "serve"};
   expectSame(commands, "--config");
   expectSame(commands, "--set");
   for (const auto& [command, option] : in(commands, "--preset")) {
@@ -58,13 +59,16 @@ TEST_F(SharedOptions, ConfigurationIsAskedForInTheSameWords) {
   }
 }
 
-TEST_F(SharedOptions, ThePaceHasOneMeaningAndOneDefault) {
-  expectSame({"track", "evaluate", "simulate"}, "--pace");
-  EXPECT_EQ(in({"track", "evaluate", "simulate"}, "--pace")["evaluate"]->get_default_str(), "video");
+TEST_F(SharedOptions, ThePaceHasOneMeaningAndOneDefaultBesideThatOfLiveFrames) {
+  const auto found = in({"track", "evaluate", "simulate", "serve"}, "--pace");
+  for (const auto& [command, option] : found) {
+    EXPECT_EQ(option->get_description(), found.at("track")->get_description()) << command;
+    EXPECT_EQ(option->get_default_str(), command == "serve" ? "source" : "video") << command;
+  }
 }
 
 TEST_F(SharedOptions, ThreadsAreOneToTwoHundredAndFiftySixEverywhere) {
-  const std::set<std::string> commands = {"track", "evaluate", "tune", "replay"};
+  const std::set<std::string> commands = {"track", "evaluate", "tune", "replay", "serve"};
   for (const auto& [command, option] : in(commands, "--threads")) {
     EXPECT_EQ(option->get_default_str(), command == "tune" ? "all cores" : "1") << command;
   }
@@ -74,9 +78,9 @@ TEST_F(SharedOptions, ThreadsAreOneToTwoHundredAndFiftySixEverywhere) {
 }
 
 TEST_F(SharedOptions, PlugInEngineAndGuardAreTheSame) {
-  expectSame({"track", "evaluate", "tune", "simulate", "replay"}, "--plugin");
-  expectSame({"track", "evaluate", "tune", "simulate", "replay"}, "--engine");
-  expectSame({"track", "evaluate", "tune", "simulate"}, "--guard");
+  expectSame({"track", "evaluate", "tune", "simulate", "replay", "serve"}, "--plugin");
+  expectSame({"track", "evaluate", "tune", "simulate", "replay", "serve"}, "--engine");
+  expectSame({"track", "evaluate", "tune", "simulate", "serve"}, "--guard");
 }
 
 TEST_F(SharedOptions, HowATruthIsWrittenIsToldInTheSameWay) {
