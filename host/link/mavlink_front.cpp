@@ -336,20 +336,27 @@ void MavlinkFront::newTarget_() {
   gimbal_.want(now_());
 }
 
-std::optional<gimbal::GroundPoint> MavlinkFront::groundOf_(const gimbal::PanTilt& direction) const {
+/// @param why  set where nothing is answered
+std::optional<gimbal::GroundPoint> MavlinkFront::groundOf_(const std::optional<gimbal::PanTilt>& direction,
+                                                           std::string& why) const {
   constexpr std::uint16_t kUnknownHeading = 65535;
-  if (!options_.camera.knowsGround || !position_ ||
-      (options_.panFrame == PanFrame::Vehicle && position_->hdg == kUnknownHeading))
-    return std::nullopt;
+  const bool onVehicle = options_.panFrame == PanFrame::Vehicle;
+  if (!direction) why = "the gimbal's angles are not known";
+  if (!position_) why = "the vehicle has not said where it is";
+  if (position_ && onVehicle && position_->hdg == kUnknownHeading) why = "the vehicle's heading is not known";
+  if (!why.empty()) return std::nullopt;
   gimbal::Platform platform;
   platform.lat_deg = position_->lat * 1e-7;
   platform.lon_deg = position_->lon * 1e-7;
   platform.alt_m = position_->alt * 1e-3;
   platform.ground_m = (position_->alt - position_->relative_alt) * 1e-3;
   platform.errors = options_.platformErrors;
-  const double heading = options_.panFrame == PanFrame::Vehicle ? position_->hdg * 0.01 : 0.0;
+  const double heading = onVehicle ? position_->hdg * 0.01 : 0.0;
   // The gimbal says its tilt against the horizon, whatever the vehicle's attitude is.
-  return gimbal::groundPoint(platform, {std::fmod(heading + direction.pan + 720.0, 360.0), direction.tilt});
+  const auto point =
+      gimbal::groundPoint(platform, {std::fmod(heading + direction->pan + 720.0, 360.0), direction->tilt});
+  if (!point) why = "the line of sight is not surely below the horizon";
+  return point;
 }
 
 void MavlinkFront::judged(const SourceFrame& frame, std::vector<CallRecord>& records) {
@@ -395,12 +402,22 @@ void MavlinkFront::follow_(CallRecord& record, double captured_s) {
     controller_.seen(captured_s, off);
     delay_.seen(captured_s, off);
     if (calibration_) calibration_->seen(captured_s, off);
-    if (const auto ground = angles ? groundOf_({angles->pan + off.pan, angles->tilt + off.tilt}) : std::nullopt) {
-      record.ground = GroundNote{ground->lat_deg,          ground->lon_deg,       ground->alt_m,
-                                 ground->distance_m,       ground->error.major_m, ground->error.minor_m,
-                                 ground->error.azimuth_deg};
-      report = GroundReport{ground->lat_deg,    ground->lon_deg, ground->alt_m,
-                            ground->distance_m, ground->sigma_m, options_.platformErrors.height_m};
+    if (options_.camera.knowsGround) {
+      const auto direction =
+          angles ? std::optional<gimbal::PanTilt>({angles->pan + off.pan, angles->tilt + off.tilt}) : std::nullopt;
+      record.ground.emplace();
+      if (const auto ground = groundOf_(direction, record.ground->unknown)) {
+        *record.ground = {ground->lat_deg,
+                          ground->lon_deg,
+                          ground->alt_m,
+                          ground->distance_m,
+                          ground->error.major_m,
+                          ground->error.minor_m,
+                          ground->error.azimuth_deg,
+                          ""};
+        report = GroundReport{ground->lat_deg,    ground->lon_deg, ground->alt_m,
+                              ground->distance_m, ground->sigma_m, options_.platformErrors.height_m};
+      }
     }
   }
   camera_.reportGround(report);

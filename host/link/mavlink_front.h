@@ -83,7 +83,7 @@ class MavlinkFront : public Front {
   void conclude_(CallRecord& record, const SourceFrame& frame);
   void follow_(CallRecord& record, double captured_s);
   std::string gimbalState_() const;
-  std::optional<gimbal::GroundPoint> groundOf_(const gimbal::PanTilt& direction) const;
+  std::optional<gimbal::GroundPoint> groundOf_(const std::optional<gimbal::PanTilt>& direction, std::string& why) const;
   std::optional<long> shownFrame_(double now_s) const;
 
   MavlinkOptions options_;

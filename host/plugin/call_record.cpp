@@ -68,6 +68,7 @@ Json toJson(const GimbalNote& note) {
 }
 
 Json toJson(const GroundNote& note) {
+  if (!note.unknown.empty()) return {{"unknown", note.unknown}};
   return {{"lat_deg", roundedTo(note.lat_deg, 7)},
           {"lon_deg", roundedTo(note.lon_deg, 7)},
           {"alt_m", roundedTo(note.alt_m, 1)},

@@ -169,6 +169,8 @@ TEST_F(MavlinkFrontTest, SaysWhereTheTargetIsOnTheGroundAlikeEverywhere) {
   look(10.0, -30.0, 80.0);  // due east, thirty degrees below the horizon
   const CallRecord record = turn(seenAt({310, 150, 20, 20}));
   ASSERT_TRUE(record.ground);
+  EXPECT_EQ(record.ground->unknown, "");
+  EXPECT_EQ(toJson(record)["ground"]["alt_m"], 420.0);
   const GroundNote& ground = *record.ground;
   const double reach_m = 100.0 / std::tan(30 * kDeg);
   const double s = std::sin(47.4 * kDeg);
@@ -203,8 +205,10 @@ TEST_F(MavlinkFrontTest, SaysWhereTheTargetIsOnTheGroundAlikeEverywhere) {
 TEST_F(MavlinkFrontTest, APlaceAboveTheHorizonIsUnknown) {
   begin();
   meet(0.02);
+  const auto unknown = [this] { return turn(seenAt({310, 150, 20, 20})).ground.value_or(GroundNote()).unknown; };
+  EXPECT_EQ(unknown(), "the vehicle has not said where it is");
   look(0.0, 5.0, 0.0);
-  EXPECT_FALSE(turn(seenAt({310, 150, 20, 20})).ground);
+  EXPECT_EQ(unknown(), "the line of sight is not surely below the horizon");
   heard_.clear();
   meet(0.3);
   const auto status = newest<mavlink::CameraTrackingGeoStatus>();

@@ -71,7 +71,7 @@ check(records[-1]["state"] in ("tracked", "rebuilt"), "the car is tracked at the
 # The car is on flat ground 100 m below, 30 degrees below the horizon; the vehicle's nose points east.
 inside = places = 0
 for record in records:
-    if "ground" not in record or record["frames_since_seen"] != 0:
+    if "lat_deg" not in record.get("ground", {}):
         continue
     places += 1
     ground, t = record["ground"], record["time_s"]
