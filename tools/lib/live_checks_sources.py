@@ -6,6 +6,7 @@ import shutil
 import socket
 import subprocess
 import tempfile
+import threading
 import time
 
 from klv_stream import with_stream_type
@@ -137,21 +138,38 @@ class SourceChecks:
 
     def jumps(self):
         """Time stamps that jump an hour ahead and back again: counted; the run's own time does neither."""
-        port, begin = free_port(socket.SOCK_DGRAM), time.time()
+        port, begin, first = free_port(socket.SOCK_DGRAM), time.time(), threading.Event()
         process = subprocess.Popen([self.track_program, "track", f"udp://127.0.0.1:{port}", "--box", "300,160,48,64",
                                     "--records", "-", "--give-up", "2"], stdout=subprocess.PIPE, stderr=subprocess.PIPE,
                                    text=True, stdin=subprocess.DEVNULL)
+        out = []
+
+        def read():
+            for line in process.stdout:
+                out.append(line)
+                first.set()
+
+        reader = threading.Thread(target=read)
+        reader.start()
         try:
-            time.sleep(1)
-            for offset, seconds in ((0, 4), (3600, 2), (0, 2)):
+            for offset, seconds in ((0, 30), (3600, 2), (0, 2)):
                 with Sender(*test_picture(seconds, "h264", "-g", "10", "-output_ts_offset", str(offset), "-f", "mpegts",
                                           f"udp://127.0.0.1:{port}?pkt_size=1316"), ready=False) as sender:
-                    sender.process.wait(timeout=20)
-            out, said = process.communicate(timeout=30)
+                    if seconds == 30:  # until it is received, and a second more
+                        first.wait(timeout=20)
+                        time.sleep(1)
+                    else:
+                        sender.process.wait(timeout=20)
+            said = process.stderr.read()
+            process.wait(timeout=30)
         finally:
             if process.poll() is None:
                 process.kill()
-        records = [json.loads(line) for line in out.splitlines()]
+            process.wait(timeout=5)
+            reader.join(timeout=5)
+            process.stdout.close()
+            process.stderr.close()
+        records = [json.loads(line) for line in out]
         times = [record["time_s"] for record in records if record["call"] != "none"]
         gone = [record for record in records if record["call"] == "none" and record["no_signal"]]
         grows = all(a < b for a, b in zip(times, times[1:]))
