@@ -296,7 +296,7 @@ class Check(SourceChecks, CameraChecks):
                                       timeout=300)
             by_file = [json.loads(line) for line in file_run.stdout.splitlines()]
             for attempt in range(3):  # a machine that is busy with other things drops frames: then once more
-                calls, said = self.live_calls(mp4, len(by_file) / rate, options)
+                calls, said = self.live_calls(mp4, len(by_file), rate, options)
                 # The sender begins anew for the next connection: compared is its first time through.
                 calls = [record for record in calls if record["frame"] < len(by_file)]
                 until = next((i for i, record in enumerate(calls) if record["dropped"] > 0), len(calls))
@@ -310,12 +310,12 @@ class Check(SourceChecks, CameraChecks):
                    f"{attempt + 1}: {len(calls)} of {len(by_file)} frames, {dropped} dropped, age p95 "
                    f"{share([c['age_ms'] for c in calls], .95):.0f} ms {said}")
 
-    def live_calls(self, mp4, seconds, options):
+    def live_calls(self, mp4, frames, rate, options):
         """The records of a run over a clip sent at its own rate, but for those without a frame; what was said."""
-        port = free_port()
+        port, seconds = free_port(), frames / rate
         with own_sender("rtsp", port, seconds + 30, "--clip", mp4):
-            done = subprocess.run([self.track_program, "track", f"rtsp://127.0.0.1:{port}/test", *options, "--give-up",
-                                   "3"], capture_output=True, text=True, timeout=seconds + 60)
+            done = subprocess.run([self.track_program, "track", f"rtsp://127.0.0.1:{port}/test", *options, "--frames",
+                                   str(frames), "--give-up", "3"], capture_output=True, text=True, timeout=seconds + 60)
         records = [json.loads(line) for line in done.stdout.splitlines()]
         return [record for record in records if record["call"] != "none"], done.stderr.strip()[:200]
 

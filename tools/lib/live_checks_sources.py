@@ -108,10 +108,10 @@ class SourceChecks:
                 os.mkdir(os.path.join(room, folder))
                 shutil.copy(os.path.join(self.options.build, folder, name), os.path.join(room, folder, name))
             for more in ([], ["--udp"]):
-                done = subprocess.run([os.path.join(room, "bin", "live_probe"), f"rtsp://127.0.0.1:{port}/test", "3",
+                done = subprocess.run([os.path.join(room, "bin", "live_probe"), f"rtsp://127.0.0.1:{port}/test", "4",
                                        *more], capture_output=True, text=True, timeout=40)
                 lines = [json.loads(line) for line in done.stdout.splitlines()]
-                self.judge_frames(f"RTSP without GStreamer {' '.join(more)}", lines, done.stderr.strip())
+                self.judge_frames(f"RTSP without GStreamer {' '.join(more)}", lines, done.stderr.strip(), least=3)
 
     def decoder(self):
         """A stream that nothing here decodes: of a kind that is rare, and with the decoders put away."""
