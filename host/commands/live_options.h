@@ -23,6 +23,10 @@ struct LiveTrackOptions {
   bool keepsPast = false;         ///< The last second is kept also without --control.
 };
 
+/// How a live source is received: --gstreamer, --rtsp-transport, --connect-timeout.
+void addReceiveOptions(CLI::App& command, SourceOptions& source, LiveTrackOptions& live);
+
+/// The same, and what a run needs beside it: --give-up, --control.
 void addLiveOptions(CLI::App& command, SourceOptions& source, LiveTrackOptions& live);
 
 /// Whether the source that is named is a live one: an address, a device, a pipeline, standard input.

@@ -14,7 +14,7 @@ import time
 
 from live_checks_camera import CameraChecks
 from live_checks_sources import SourceChecks
-from live_senders import Sender, free_port, own_sender
+from live_senders import Sender, free_port, own_sender, test_picture
 
 BOX = "40,160,48,64"
 
@@ -96,22 +96,16 @@ class Check(SourceChecks, CameraChecks):
 
     def ffmpeg(self):
         port = free_port(socket.SOCK_DGRAM)
-        with Sender("ffmpeg", "-nostdin", "-loglevel", "quiet", "-re", "-f", "lavfi", "-i",
-                    "testsrc2=size=640x360:rate=25", "-t", "20", "-c:v", "libx264", "-tune", "zerolatency", "-g", "25",
-                    "-f", "mpegts", f"udp://127.0.0.1:{port}?pkt_size=1316", ready=False):
-            lines, said = self.probe(f"udp://127.0.0.1:{port}", 5)
-        frames = self.frames_of(lines)
-        self.judge("ffmpeg, MPEG-TS over UDP", len(frames) > 10, f"{len(frames)} frames in 5 s {said}")
+        with Sender(*test_picture(30, "h264", "-f", "mpegts", f"udp://127.0.0.1:{port}?pkt_size=1316"), ready=False):
+            self.judge_receiving("ffmpeg, MPEG-TS over UDP", f"udp://127.0.0.1:{port}")
 
     def rtp(self):
         port = free_port(socket.SOCK_DGRAM)
-        with Sender("gst-launch-1.0", "-q", "videotestsrc", "is-live=true", "num-buffers=500", "!",
+        with Sender("gst-launch-1.0", "-q", "videotestsrc", "is-live=true", "num-buffers=750", "!",
                     "video/x-raw,format=I420,width=640,height=360,framerate=25/1", "!", "x264enc", "tune=zerolatency",
                     "key-int-max=25", "!", "rtph264pay", "config-interval=-1", "!", "udpsink", "host=127.0.0.1",
                     f"port={port}", ready=False):
-            lines, said = self.probe(f"rtp://127.0.0.1:{port}", 5)
-        frames = self.frames_of(lines)
-        self.judge("gst-launch, RTP", len(frames) > 10, f"{len(frames)} frames in 5 s {said}")
+            self.judge_receiving("gst-launch, RTP", f"rtp://127.0.0.1:{port}")
 
     def with_probe(self, address, seconds, act):
         """Lets `act` happen while the probe runs; its lines."""
@@ -296,7 +290,7 @@ class Check(SourceChecks, CameraChecks):
                                       timeout=300)
             by_file = [json.loads(line) for line in file_run.stdout.splitlines()]
             for attempt in range(3):  # a machine that is busy with other things drops frames: then once more
-                calls, said = self.live_calls(mp4, len(by_file) / rate, options)
+                calls, said = self.live_calls(mp4, len(by_file), rate, options)
                 # The sender begins anew for the next connection: compared is its first time through.
                 calls = [record for record in calls if record["frame"] < len(by_file)]
                 until = next((i for i, record in enumerate(calls) if record["dropped"] > 0), len(calls))
@@ -310,12 +304,12 @@ class Check(SourceChecks, CameraChecks):
                    f"{attempt + 1}: {len(calls)} of {len(by_file)} frames, {dropped} dropped, age p95 "
                    f"{share([c['age_ms'] for c in calls], .95):.0f} ms {said}")
 
-    def live_calls(self, mp4, seconds, options):
+    def live_calls(self, mp4, frames, rate, options):
         """The records of a run over a clip sent at its own rate, but for those without a frame; what was said."""
-        port = free_port()
+        port, seconds = free_port(), frames / rate
         with own_sender("rtsp", port, seconds + 30, "--clip", mp4):
-            done = subprocess.run([self.track_program, "track", f"rtsp://127.0.0.1:{port}/test", *options, "--give-up",
-                                   "3"], capture_output=True, text=True, timeout=seconds + 60)
+            done = subprocess.run([self.track_program, "track", f"rtsp://127.0.0.1:{port}/test", *options, "--frames",
+                                   str(frames), "--give-up", "3"], capture_output=True, text=True, timeout=seconds + 60)
         records = [json.loads(line) for line in done.stdout.splitlines()]
         return [record for record in records if record["call"] != "none"], done.stderr.strip()[:200]
 
