@@ -86,10 +86,11 @@ def opened(browser, served, **screen):
     return page
 
 
-def on_screen(page, point, size=SIZE):
+def on_screen(page, point):
     """A place of the picture on the screen, as the style sheet lays the picture out: whole, in the middle."""
     left, top, width, height = page.run("(() => { const r = document.getElementById('picture').getBoundingClientRect();"
                                         ' return [r.left, r.top, r.width, r.height]; })()')
+    size = SIZE
     scale = min(width / size[0], height / size[1])
     return (left + (width - scale * size[0]) / 2 + point[0] * scale, top + (height - scale * size[1]) / 2 + point[1] * scale)
 
