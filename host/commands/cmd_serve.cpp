@@ -39,6 +39,7 @@ struct ServeOptions {
   std::string http;
   std::string httpTokenFile;
   std::vector<std::string> httpNames;
+  std::string httpSave;
   ConfigOptions config;
   PluginChoice plugin;
   std::string metadata;
@@ -129,7 +130,9 @@ void checkOptions(const ServeOptions& options) {
 struct ServedPage {
   ServedPage(const ServeOptions& options, const web::WebOptions& where, const std::string& configText,
              const std::string& schema)
-      : parts(configText, options.config.preset, schema), front(parts), server(where, parts) {
+      : parts(configText, options.config.preset, schema, options.httpSave, paceOf(options.pace)),
+        front(parts),
+        server(where, parts) {
     if (!options.quiet) std::fprintf(stderr, "csrt-track: open %s\n", server.url().c_str());
   }
   web::WebParts parts;
@@ -251,6 +254,8 @@ void addHttpOptions(CLI::App& command, ServeOptions& options) {
       ->take_all()
       ->allow_extra_args(false)
       ->type_name("NAME");
+  command.add_option("--http-save", options.httpSave, "Folder for runs that are saved from the page, for 'replay'")
+      ->type_name("FOLDER");
 }
 
 void addGimbalOptions(CLI::App& command, ServeOptions& options) {

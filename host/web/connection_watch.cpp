@@ -65,7 +65,21 @@ void ConnectionWatch::end() {
   changed_.notify_all();
   if (!thread_.joinable()) return;
   thread_.join();
+  for (int i = 0; i < 200 && endIdle_(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(10));
   for (const Accepted& accepted : acceptedOn(port_)) ::shutdown(accepted.socket, SHUT_RDWR);
+}
+
+/// @return whether answers are still under way
+bool ConnectionWatch::endIdle_() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  bool busy = false;
+  for (const Accepted& accepted : acceptedOn(port_)) {
+    const auto known = uses_.find(accepted.peer);
+    const bool asking = known != uses_.end() && known->second.asking;
+    busy = busy || asking;
+    if (!asking) ::shutdown(accepted.socket, SHUT_RDWR);
+  }
+  return busy;
 }
 
 bool ConnectionWatch::asked(const std::string& address, int port, bool stream) {

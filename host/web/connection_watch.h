@@ -40,7 +40,8 @@ class ConnectionWatch {
   ~ConnectionWatch() { end(); }
   /// @param port  the local port of the server
   void begin(int port);
-  /// Ends all connections, and the watch.
+  /// Ends all connections, and the watch: those that are kept for later at once, the others when their answer has gone
+  /// or after two seconds.
   void end();
 
   /// The head of a request has come. @return false when the connection is spoilt: whatever this is, it is no request
@@ -52,6 +53,7 @@ class ConnectionWatch {
 
  private:
   void watch_();
+  bool endIdle_();
   void look_Locked_(double now);
 
   int port_ = 0;

@@ -8,11 +8,13 @@
 #include <atomic>
 #include <chrono>
 #include <future>
+#include <opencv2/imgcodecs.hpp>
 #include <optional>
 #include <thread>
 
 #include "base/embedded.h"
 #include "base/host_error.h"
+#include "picture/annotate.h"
 #include "picture/box_proposal.h"
 #include "web/connection_pool.h"
 #include "web/connection_watch.h"
@@ -59,6 +61,7 @@ constexpr PageFile kPageFiles[] = {
     {"/overlay.mjs", "text/javascript; charset=utf-8", &kWebOverlay},
     {"/pick.mjs", "text/javascript; charset=utf-8", &kWebPick},
     {"/timeline.mjs", "text/javascript; charset=utf-8", &kWebTimeline},
+    {"/save.mjs", "text/javascript; charset=utf-8", &kWebSave},
     {"/settings.mjs", "text/javascript; charset=utf-8", &kWebSettings},
     {"/openapi.json", "application/json", &kWebOpenApi},
 };
@@ -185,7 +188,7 @@ class WebServer::Running {
 
   httplib::Server::HandlerResponse admit_(const Request& request, Response& response) {
     using Verdict = httplib::Server::HandlerResponse;
-    const bool stream = request.path == "/stream.mjpeg" || request.path == "/api/events";
+    const bool stream = request.path == "/stream.mjpeg" || request.path == "/api/events" || request.path == "/api/clip";
     if (!watch_.asked(request.remote_addr, request.remote_port, stream)) {
       refuse(response, 400, "this was part of a request that was refused");
       return Verdict::Handled;
@@ -267,6 +270,10 @@ class WebServer::Running {
       response.set_content(parts_.view.metrics(secondsNow(), parts_.frames.encoded(), waiting_),
                            "text/plain; version=0.0.4; charset=utf-8");
     });
+    server_.Get("/api/still", [this](const Request& request, Response& response) { still_(request, response); });
+    server_.Get("/api/clip", [this](const Request&, Response& response) { clip_(response); });
+    server_.Get("/api/run", [this](const Request&, Response& response) { answer(response, parts_.keeper.json()); });
+    server_.Post("/api/run", [this](const Request& request, Response& response) { keepRun_(request, response); });
     server_.Post("/api/targets", [this](const Request& request, Response& response) {
       command_(startOf(objectOf(request.body)), response);
     });
@@ -329,6 +336,48 @@ class WebServer::Running {
           if (lines.empty()) text = ": nothing new\n\n";
           return sink.write(text.data(), text.size());
         });
+  }
+
+  static void attach(Response& response, const std::string& name) {
+    response.set_header("Content-Disposition", "attachment; filename=\"" + name + "\"");
+  }
+
+  void still_(const Request& request, Response& response) {
+    const Seat seat(saving_, 1);
+    if (!seat.got()) return refuse(response, 429, "another one is being saved");
+    const long newest = parts_.frames.range().second;
+    const long index =
+        request.has_param("frame") ? numberOf("frame", request.get_param_value("frame"), 0, kMostNumber) : newest;
+    const cv::Mat picture = parts_.frames.picture(index);
+    if (picture.empty()) return refuse(response, 409, "that frame is no longer kept, or there is none yet");
+    const auto records = parts_.frames.records(index);
+    const bool drawn = request.has_param("drawn") && request.get_param_value("drawn") == "1" && records;
+    std::vector<unsigned char> bytes;
+    cv::imencode(".png", drawn ? Annotator().draw(picture, *records) : picture, bytes);
+    attach(response, "csrt-frame-" + std::to_string(index) + ".png");
+    response.set_content(std::string(bytes.begin(), bytes.end()), "image/png");
+  }
+
+  void clip_(Response& response) {
+    const Seat seat(saving_, 1);
+    if (!seat.got()) return refuse(response, 429, "another one is being saved");
+    const std::vector<WatchedFrame> frames = parts_.frames.watched();
+    if (frames.empty()) return refuse(response, 409, "nobody has watched within the last minute");
+    attach(response,
+           "csrt-frames-" + std::to_string(frames.front().index) + "-" + std::to_string(frames.back().index) + ".mp4");
+    response.set_content(clipOf(frames), "video/mp4");
+  }
+
+  void keepRun_(const Request& request, Response& response) {
+    const nlohmann::json body = objectOf(request.body);
+    if (!body.contains("keep") || !body["keep"].is_boolean()) throw BadRequest(422, "'keep' must be true or false");
+    if (!parts_.keeper.canSave()) return refuse(response, 409, "no folder for runs was given (--http-save)");
+    if (!body["keep"].get<bool>()) {
+      parts_.keeper.finish("a person ended it");
+    } else if (!parts_.keeper.tryArm()) {
+      return refuse(response, 409, "a run is being saved already");
+    }
+    answer(response, parts_.keeper.json());
   }
 
   /// Asks the run. Nothing when it did not answer in time or is over; the refusal is then written.
@@ -407,6 +456,7 @@ class WebServer::Running {
       if (!given->done) return refuse(response, 409, given->why);
     }
     parts_.config.commit(change.text, preset);
+    if (!change.text.empty()) parts_.keeper.configured(parts_.config.download());
     parts_.view.configured();
     answer(response, {{"ok", true}, {"changed", change.text.empty() ? Json::object() : Json::parse(change.text)}});
   }
@@ -420,6 +470,7 @@ class WebServer::Running {
   int port_ = 0;
   std::atomic<int> waiting_{0};
   std::atomic<int> proposing_{0};
+  std::atomic<int> saving_{0};
   std::mutex configuring_;
   std::thread thread_;
 };

@@ -23,8 +23,10 @@ class Served:
         self.folder = tempfile.mkdtemp(prefix='csrt_page_')
         self.said = open(os.path.join(self.folder, 'said'), 'w+')
         self.records_path = os.path.join(self.folder, 'records.jsonl')
+        self.program, self.plugin = program, plugin
         self.process = subprocess.Popen([program, 'serve', source, '--plugin', plugin, '--http', '127.0.0.1:0',
-                                         '--records', self.records_path, *options], stderr=self.said)
+                                         '--http-save', os.path.join(self.folder, 'runs'), '--records', self.records_path,
+                                         *options], stderr=self.said)
         self.url = self._address()
 
     def _address(self):
@@ -84,10 +86,11 @@ def opened(browser, served, **screen):
     return page
 
 
-def on_screen(page, point, size=SIZE):
+def on_screen(page, point):
     """A place of the picture on the screen, as the style sheet lays the picture out: whole, in the middle."""
     left, top, width, height = page.run("(() => { const r = document.getElementById('picture').getBoundingClientRect();"
                                         ' return [r.left, r.top, r.width, r.height]; })()')
+    size = SIZE
     scale = min(width / size[0], height / size[1])
     return (left + (width - scale * size[0]) / 2 + point[0] * scale, top + (height - scale * size[1]) / 2 + point[1] * scale)
 
@@ -252,6 +255,28 @@ def test_configuration_is_taken_live_and_faults_are_shown(browser, served):
     page.close()
 
 
+def test_a_still_a_clip_and_a_run_are_saved(browser, served):
+    page = opened(browser, served)
+    page.run("document.getElementById('saving').open = true")
+    page.wait_for("!document.getElementById('keepRun').disabled")
+    page.run("document.getElementById('keepRun').click()")
+    page.wait_for("document.getElementById('runSaid').textContent.includes('The next target')")
+    page.tap(on_screen(page, (330, 235)))
+    page.wait_for("!document.getElementById('ask').hidden")
+    page.run("document.getElementById('take').click()")
+    page.wait_for("document.getElementById('runSaid').textContent.includes('Being saved')")
+    still = served.get('api/still?drawn=1')
+    expect(still[:4] == b'\x89PNG', still[:20])
+    clip = served.get('api/clip')
+    expect(clip[4:8] == b'ftyp', clip[:20])
+    page.run("document.getElementById('keepRun').click()")
+    page.wait_for("document.getElementById('runSaid').textContent.includes('Saved:')")
+    folder = json.loads(served.get('api/run'))['folder']
+    page.close()
+    replayed = subprocess.run([served.program, 'replay', folder, '--plugin', served.plugin], capture_output=True, text=True)
+    expect(replayed.returncode == 0, replayed.stdout + replayed.stderr)
+
+
 def test_nothing_is_asked_of_other_addresses(browser, served):
     page = opened(browser, served)
     page.wait_for("document.getElementById('strip').dataset !== undefined && performance.now() > 2500")
@@ -259,6 +284,21 @@ def test_nothing_is_asked_of_other_addresses(browser, served):
     expect(not foreign, foreign)
     expect(not page.complaints, page.complaints)
     page.close()
+
+
+def test_the_picture_stays_where_it_is(browser, served):
+    for screen in ({}, {'width': 360, 'height': 740, 'touch': True}):
+        page = opened(browser, served, **screen)
+        place = "document.getElementById('stage').getBoundingClientRect().top"
+        before = page.run(place)
+        drag_box(page, BOX, screen.get('touch', False))
+        page.wait_for("document.getElementById('banner').dataset.standing === 'tracked'")
+        expect(page.run(place) == before, f'moved from {before} to {page.run(place)}')
+        page.run("document.getElementById('words').textContent = 'Lost: every search for it failed, and more words than fit'")
+        expect(page.run(place) == before, f'moved from {before} to {page.run(place)}')
+        served.stop_all()
+        page.wait_for("document.getElementById('banner').dataset.standing === 'idle'")
+        page.close()
 
 
 def test_nothing_is_encoded_while_nobody_watches(_browser, served):

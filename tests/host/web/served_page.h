@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "raw_http.h"
+#include "support/host_program.h"
 #include "web/web_server.h"
 
 namespace host_test {
@@ -28,7 +29,7 @@ class ServedPageTest : public testing::Test {
     if (run_.joinable()) TearDown();
     over_ = false;
     server_.reset();
-    parts_ = std::make_unique<host::web::WebParts>("", "", R"({"properties":{}})");
+    parts_ = std::make_unique<host::web::WebParts>("", "", R"({"properties":{}})", folder_.file("runs"));
     host::web::WebOptions options;
     options.address = host::web::listenAddressOf("127.0.0.1:0");
     options.token = token;
@@ -72,6 +73,7 @@ class ServedPageTest : public testing::Test {
     return json.is_object() ? json.value("error", "") : "";
   }
 
+  TempFolder folder_;
   int port_ = 0;
   bool obeys_ = true;
   host::FrontCommand last_;

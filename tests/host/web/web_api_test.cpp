@@ -50,6 +50,7 @@ class WebApiTest : public ServedPageTest {
     record.score = 0.5;
     record.secondsSinceSeen = 0.0;
     show(1234, {record});
+    EXPECT_EQ(asked("/frame").status, 200);  // somebody has watched: there is a clip
   }
 };
 
@@ -101,7 +102,7 @@ TEST_F(WebApiTest, NothingIsOfferedBesideWhatIsDescribed) {
   const Json paths = description()["paths"];
   std::set<std::string> described;
   for (const auto& path : paths.items()) described.insert(path.key());
-  for (const char* path : {"/api/source", "/api/pipeline", "/api/open", "/api/run", "/api/end", "/api/targets/x"}) {
+  for (const char* path : {"/api/source", "/api/pipeline", "/api/open", "/api/quit", "/api/end", "/api/targets/x"}) {
     EXPECT_EQ(described.count(path), 0U);
     EXPECT_EQ(asked(path).status, 404) << path;
     EXPECT_EQ(ordered(path, "{}").status, 404) << path;

@@ -9,5 +9,7 @@ if(CSRT_HTTP_FOUND)
   # The page itself in headless Chromium; skipped where there is none.
   add_test(NAME web_page COMMAND ${CMAKE_CURRENT_LIST_DIR}/page_test.py ${csrt_program}
     $<TARGET_FILE:csrt_tracking_plugin_fast>)
-  set_tests_properties(web_page PROPERTIES LABELS native SKIP_RETURN_CODE 77 TIMEOUT 600 RESOURCE_LOCK browser)
+  add_test(NAME web_accessible COMMAND ${CMAKE_CURRENT_LIST_DIR}/accessible.sh ${csrt_program}
+    $<TARGET_FILE:csrt_tracking_plugin_fast> ${PROJECT_BINARY_DIR}/npm)
+  set_tests_properties(web_page web_accessible PROPERTIES LABELS native SKIP_RETURN_CODE 77 TIMEOUT 600 RESOURCE_LOCK browser)
 endif()

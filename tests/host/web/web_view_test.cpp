@@ -90,6 +90,17 @@ TEST(GlanceTest, LostStaysSaidWithItsReasonUntilSomethingIsSeen) {
   EXPECT_EQ(glance.words(), "Lost") << "an old reason is not the new one's";
 }
 
+TEST(GlanceTest, WhenTheLastSearchHasFailedItIsLostAtOnce) {
+  Glance glance;
+  glance.take(record(TrackState::Tracked), 0);
+  CallRecord search = record(TrackState::Predicted, 1);
+  search.search = "appearance_fail";
+  glance.take(search, 1);
+  glance.take(lost("why"), 1.04);
+  glance.take(record(TrackState::Inactive), 1.08);
+  EXPECT_EQ(glance.standing(), Standing::Lost);
+}
+
 TEST(GlanceTest, ARefusedStartIsNotStarted) {
   CallRecord refused = record(TrackState::Inactive);
   refused.isInit = true;
