@@ -38,10 +38,16 @@ namespace {
 
 struct Footage {
   std::vector<host::SourceFrame> frames;
-  explicit Footage(const std::string& source) {
-    const auto reader = host::openFrameSource({source, 0, 0, 0.0});
+  std::string scene = "clip";
+  explicit Footage(const std::string& source, bool backwards) {
+    host::SourceOptions options;
+    options.source = source;
+    const auto reader = host::openFrameSource(options);
     host::SourceFrame frame;
     while (reader->read(frame)) frames.push_back(frame);
+    if (!backwards) return;
+    scene = "backwards";
+    for (std::size_t i = 0, j = frames.size(); i + 1 < j; ++i) std::swap(frames[i].bgr, frames[--j].bgr);
   }
 };
 
@@ -238,10 +244,11 @@ struct Job {
 };
 
 bool trace = false;
+std::vector<host::TruthTarget> everybody;
 
 void follow(Job& job, const Footage& footage, host::PluginLibrary& library) {
   const Frames frames = [&footage](long i) { return footage.frames.at(static_cast<std::size_t>(i)); };
-  auto watched = std::make_unique<Watched>(library, job.preset, "clip", frames, job.guarded);
+  auto watched = std::make_unique<Watched>(library, job.preset, footage.scene, frames, job.guarded);
   const auto& marks = job.target->marks;
   const std::size_t first =
       std::min(marks.size() - 1, static_cast<std::size_t>(job.target->firstVisibleMark() + job.start));
@@ -258,8 +265,20 @@ void follow(Job& job, const Footage& footage, host::PluginLibrary& library) {
     job.longestWrong = std::max(job.longestWrong, wrong);
     if (watched->verdict.restart && iou >= 0.3) ++job.restartsRight;
     if (trace) {
+      if (truth) std::printf("truth at (%.0f,%.0f)\n", truth->x + truth->width / 2, truth->y + truth->height / 2);
       std::printf("truthlike %.2f ", truth ? watched->likenessOf(frame.bgr, whole(*truth)).value_or(-1) : -1.0);
       const auto& v = watched->verdict;
+      const auto whoIs = [&](const std::optional<cv::Rect2d>& box) {
+        std::string who = "-";
+        double best = 0.2;
+        for (const auto& other : everybody) {
+          const auto there = truthAt(other, i);
+          const double common = there && box ? host::overlapOf(*there, *box) : 0.0;
+          if (common > best) best = common, who = other.name;
+        }
+        return who;
+      };
+      std::printf("on %s base %s ", whoIs(answer.box).c_str(), whoIs(watched->base.box).c_str());
       std::printf("  %s+%d f%ld base seen%d iou %.2f | %s iou %.2f like %.2f usual %.2f around %.2f lost %d %s%s\n",
                   job.target->name.c_str(), job.start, i, watched->base.seen,
                   truth && watched->base.box ? host::overlapOf(*truth, *watched->base.box) : 0.0,
@@ -303,10 +322,10 @@ struct Options {
   std::vector<std::string> presets = {""};
   std::vector<std::string> guards = {"off", "colour"};
   int threads = 2;
-  bool perTarget = false;
+  bool perTarget = false, backwards = false;
 };
 
-std::vector<host::TruthTarget> chosen(const Options& options) {
+std::vector<host::TruthTarget> chosen(const Options& options, const Footage& footage) {
   const auto all = host::readTruth(options.truth, host::TruthOptions(), "target");
   const std::set<std::string> held = heldBack(all);
   std::vector<host::TruthTarget> targets;
@@ -315,13 +334,23 @@ std::vector<host::TruthTarget> chosen(const Options& options) {
     if (options.half == "held-back" && held.count(target.name) == 0) continue;
     if (!options.only.empty() && target.name != options.only) continue;
     targets.push_back(target);
+    if (!options.backwards) continue;
+    auto& marks = targets.back().marks;
+    std::reverse(marks.begin(), marks.end());
+    for (auto& mark : marks) mark.frame = static_cast<long>(footage.frames.size()) - 1 - mark.frame;
   }
   return targets;
 }
 
+std::vector<host::TruthTarget> everybodyOf(Options options, const Footage& footage) {
+  options.half = "all";
+  options.only.clear();
+  return chosen(options, footage);
+}
+
 void walkers(const Options& options) {
-  const Footage footage(options.clip);
-  const auto targets = chosen(options);
+  const Footage footage(options.clip, options.backwards);
+  const auto targets = chosen(options, footage);
   host::PluginLibrary library(options.plugin);
   std::vector<Job> jobs;
   for (const std::string& preset : options.presets) {
@@ -338,6 +367,7 @@ void walkers(const Options& options) {
       }
     }
   }
+  if (trace) everybody = everybodyOf(options, footage);
   inThreads(trace ? 1 : options.threads, jobs.size(), [&](std::size_t i) { follow(jobs[i], footage, library); });
   std::printf(
       "| base | guard | start | on target | held | success AUC | called seen, elsewhere | wrong runs > 30 | restarts "
@@ -346,7 +376,7 @@ void walkers(const Options& options) {
   std::size_t at = 0;
   for (const std::string& preset : options.presets) {
     for (const std::string& guard : options.guards) {
-      double onTargetSum = 0.0, heldSum = 0.0, aucSum = 0.0;
+      double onTargetSum = 0.0, heldSum = 0.0, aucSum = 0.0, elsewhereSum = 0.0, wrongSum = 0.0;
       for (const int start : options.starts) {
         host::MetricSums sums;
         int wrong = 0, restarts = 0, right = 0;
@@ -376,10 +406,13 @@ void walkers(const Options& options) {
         onTargetSum += m.onTarget;
         heldSum += static_cast<double>(sums.heldAtEnd);
         aucSum += m.successAuc;
+        elsewhereSum += m.seenElsewhere;
+        wrongSum += wrong;
       }
       const double n = static_cast<double>(options.starts.size());
-      std::printf("| %s | %s | mean | %.3f | %.1f | %.3f |\n", preset.empty() ? "defaults" : preset.c_str(),
-                  guard.c_str(), onTargetSum / n, heldSum / n, aucSum / n);
+      std::printf("| %s | %s | mean | %.3f | %.1f | %.3f | %.3f | %.1f |\n",
+                  preset.empty() ? "defaults" : preset.c_str(), guard.c_str(), onTargetSum / n, heldSum / n, aucSum / n,
+                  elsewhereSum / n, wrongSum / n);
     }
   }
 }
@@ -433,8 +466,8 @@ void loseAndFind(Loss& loss, const Footage& footage) {
 }
 
 void finds(const Options& options) {
-  const Footage footage(options.clip);
-  const auto targets = chosen(options);
+  const Footage footage(options.clip, options.backwards);
+  const auto targets = chosen(options, footage);
   std::vector<Loss> losses;
   for (const auto& target : targets) {
     for (std::size_t m = 2; m + 2 < target.marks.size(); m += 2) {
@@ -494,6 +527,7 @@ int main(int argc, char** argv) {
     command.add_option("--cache", options.cache);
     command.add_option("--only", options.only);
     command.add_flag("--per-target", options.perTarget);
+    command.add_flag("--backwards", options.backwards, "The clip from its end to its beginning");
     command.add_flag("--trace", trace);
   };
   CLI::App* walkersCommand = app.add_subcommand("walkers");

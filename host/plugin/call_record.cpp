@@ -42,6 +42,7 @@ Json toJson(const GuardNote& note) {
   if (verdict.likeness) json["likeness"] = roundedTo(*verdict.likeness, 3);
   if (verdict.usual) json["usual"] = roundedTo(*verdict.usual, 3);
   if (verdict.around) json["around"] = roundedTo(*verdict.around, 3);
+  if (verdict.belief) json["belief"] = roundedTo(*verdict.belief, 3);
   json["frames_lost"] = verdict.framesLost;
   Json tracker = {{"state", note.trackerState}, {"seen", note.trackerSeen}};
   if (note.trackerBox) tracker["box"] = toJson(*note.trackerBox);
