@@ -15,6 +15,7 @@
 
 namespace gimbal {
 
+/// What was found of one axis.
 struct AxisCalibration {
   bool found = false;       ///< The movement fits the orders.
   double gain = 0.0;        ///< Rate that came for a rate that was ordered; negative: the other way.
@@ -25,6 +26,7 @@ struct AxisCalibration {
       picture;  ///< How the picture answers: -1 as it should, 1 the wrong way. Nothing: no target seen.
 };
 
+/// What was found of the gimbal.
 struct CalibrationResult {
   AxisCalibration pan;
   AxisCalibration tilt;

@@ -15,6 +15,7 @@ class App;
 
 namespace host {
 
+/// What only a live run has: where it sends, keeps and steers.
 struct LiveTrackOptions {
   std::string transport = "tcp";  ///< RTSP: "tcp" or "udp".
   double connectS = 10.0;         ///< Longest wait for the first frame.

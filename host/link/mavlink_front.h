@@ -24,6 +24,7 @@
 
 namespace host::link {
 
+/// How the ground station is reached, and what the gimbal can do.
 struct MavlinkOptions {
   std::vector<std::string> lines;  ///< Addresses for openTransport(), at least one.
   CameraDescription camera;        ///< vfov_deg 0: as with square pixels.

@@ -26,6 +26,7 @@ struct Answer {
   bool seen = false;            ///< The tracker claims to see the target, not only to predict it.
 };
 
+/// What the guard makes of the target.
 enum class State {
   Unguarded,  ///< Nothing can be judged (not started, no picture, a target like its surroundings): passed on as it is.
   Agreed,     ///< The tracker's box shows the target.
@@ -37,6 +38,7 @@ enum class State {
 /// "unguarded", "agreed", ...
 const char* name(State state);
 
+/// What it decided on one frame, and on what grounds.
 struct Verdict {
   State state = State::Unguarded;
   std::optional<cv::Rect> box;  ///< What to report, full-frame pixels; empty: nothing.
@@ -74,6 +76,7 @@ struct Settings {
   double minContrast = 0.08;  ///< Usual likeness less that of the surroundings from which the guard can judge.
 };
 
+/// Watches one target. Not thread-safe; one call per frame.
 class Guard {
  public:
   explicit Guard(const Settings& settings = Settings());
