@@ -128,7 +128,7 @@ class WebServer::Running {
     server_.set_error_handler([](const Request&, Response& response) {
       if (response.body.empty()) refuse(response, response.status, "this cannot be answered");
     });
-    server_.set_exception_handler([](const Request&, Response& response, std::exception_ptr thrown) {
+    server_.set_exception_handler([](const Request&, Response& response, const std::exception_ptr& thrown) {
       try {
         std::rethrow_exception(thrown);
       } catch (const BadRequest& e) {
