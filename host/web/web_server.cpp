@@ -161,7 +161,8 @@ class WebServer::Running {
     parts_.frames.close();
     parts_.records.close();
     parts_.commands.close();
-    while (!server_.is_running()) std::this_thread::sleep_for(milliseconds(1));  // stop() before that is forgotten
+    // stop() before it runs would be forgotten; one that could not run has ended by itself.
+    for (int i = 0; i < 2000 && !server_.is_running(); ++i) std::this_thread::sleep_for(milliseconds(1));
     server_.stop();
     watch_.end();  // who keeps a connection for later is not waited for
     thread_.join();
