@@ -128,7 +128,7 @@ class WebServer::Running {
     server_.set_error_handler([](const Request&, Response& response) {
       if (response.body.empty()) refuse(response, response.status, "this cannot be answered");
     });
-    server_.set_exception_handler([](const Request&, Response& response, std::exception_ptr thrown) {
+    server_.set_exception_handler([](const Request&, Response& response, const std::exception_ptr& thrown) {
       try {
         std::rethrow_exception(thrown);
       } catch (const BadRequest& e) {
@@ -161,7 +161,8 @@ class WebServer::Running {
     parts_.frames.close();
     parts_.records.close();
     parts_.commands.close();
-    while (!server_.is_running()) std::this_thread::sleep_for(milliseconds(1));  // stop() before that is forgotten
+    // stop() before it runs would be forgotten; one that could not run has ended by itself.
+    for (int i = 0; i < 2000 && !server_.is_running(); ++i) std::this_thread::sleep_for(milliseconds(1));
     server_.stop();
     watch_.end();  // who keeps a connection for later is not waited for
     thread_.join();

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -46,7 +47,10 @@ class ServedPageTest : public testing::Test {
 
   void obey(const host::FrontCommand& command) {
     if (obeys_) {
-      last_ = command;
+      {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        last_ = command;
+      }
       host::FrontAnswer answer;
       answer.done = true;
       if (command.kind == host::FrontCommand::Kind::Box) {
@@ -73,10 +77,17 @@ class ServedPageTest : public testing::Test {
     return json.is_object() ? json.value("error", "") : "";
   }
 
+  /// What the run was asked for last.
+  host::FrontCommand last() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return last_;
+  }
+
   TempFolder folder_;
   int port_ = 0;
-  bool obeys_ = true;
-  host::FrontCommand last_;
+  std::atomic<bool> obeys_{true};
+  mutable std::mutex mutex_;
+  host::FrontCommand last_;  // under mutex_
   std::atomic<bool> over_{false};
   std::unique_ptr<host::web::WebParts> parts_;
   std::unique_ptr<host::web::WebFront> front_;

@@ -85,7 +85,7 @@ TEST_F(WebServerTest, AnOrderWithoutTheHeaderIs403AndDoesNothing) {
   EXPECT_EQ(
       converse(port_, postText("/api/targets", body, "Origin: http://evil.example\r\nConnection: close\r\n")).status,
       403);
-  EXPECT_EQ(last_.box.width, 0);
+  EXPECT_EQ(last().box.width, 0);
 }
 
 TEST_F(WebServerTest, WithATokenEverythingNeedsIt) {
@@ -182,7 +182,7 @@ TEST_F(WebServerTest, AnOrderInsideARefusedBodyHasNoEffect) {
     EXPECT_NE(all.find("403"), std::string::npos);
     EXPECT_EQ(all.find("200 OK"), std::string::npos) << all;
   }
-  EXPECT_EQ(last_.box.width, 0);
+  EXPECT_EQ(last().box.width, 0);
 }
 
 TEST_F(WebServerTest, WhatIsNoJsonOrNoOrderIsRefusedWithTheMember) {
@@ -199,7 +199,7 @@ TEST_F(WebServerTest, WhatIsNoJsonOrNoOrderIsRefusedWithTheMember) {
     EXPECT_EQ(answer.status, 422) << body;
     EXPECT_NE(error(answer).find('\''), std::string::npos) << answer.body;
   }
-  EXPECT_EQ(last_.box.width, 0);
+  EXPECT_EQ(last().box.width, 0);
   EXPECT_EQ(asked("/frame?after=x").status, 400);
   EXPECT_EQ(asked("/frame?wait_ms=999999999").status, 400);
   EXPECT_EQ(asked("/api/timeline?after=soon").status, 400);
@@ -208,18 +208,18 @@ TEST_F(WebServerTest, WhatIsNoJsonOrNoOrderIsRefusedWithTheMember) {
 TEST_F(WebServerTest, ADrawnBoxReachesTheRunWithItsFrame) {
   const HttpAnswer answer = ordered("/api/targets", R"({"name":"red car","box":[10,20,30,40],"frame":1234})");
   EXPECT_EQ(answer.status, 200) << answer.body;
-  EXPECT_EQ(last_.kind, FrontCommand::Kind::Box);
-  EXPECT_EQ(last_.target, "red car");
-  EXPECT_EQ(last_.box.x, 10);
-  EXPECT_EQ(last_.box.height, 40);
-  EXPECT_EQ(last_.frame, 1234);
+  EXPECT_EQ(last().kind, FrontCommand::Kind::Box);
+  EXPECT_EQ(last().target, "red car");
+  EXPECT_EQ(last().box.x, 10);
+  EXPECT_EQ(last().box.height, 40);
+  EXPECT_EQ(last().frame, 1234);
   EXPECT_EQ(Json::parse(answer.body)["box"], Json({10, 20, 30, 40}));
   EXPECT_EQ(ordered("/api/targets", R"({"point":[7,8]})").status, 200);
-  EXPECT_EQ(last_.kind, FrontCommand::Kind::Point);
-  EXPECT_EQ(last_.point, cv::Point(7, 8));
-  EXPECT_EQ(last_.frame, std::nullopt);
+  EXPECT_EQ(last().kind, FrontCommand::Kind::Point);
+  EXPECT_EQ(last().point, cv::Point(7, 8));
+  EXPECT_EQ(last().frame, std::nullopt);
   EXPECT_EQ(ordered("/api/stop", R"({"name":"red car"})").status, 200);
-  EXPECT_EQ(last_.kind, FrontCommand::Kind::Stop);
+  EXPECT_EQ(last().kind, FrontCommand::Kind::Stop);
 }
 
 TEST_F(WebServerTest, ARunThatIsOverRefusesOrders) {
@@ -235,8 +235,8 @@ TEST_F(WebServerTest, AProposalStartsNothing) {
   EXPECT_EQ(answer.status, 200) << answer.body;
   EXPECT_EQ(Json::parse(answer.body)["box"].size(), 4U);
   EXPECT_EQ(ordered("/api/propose", R"({"point":[30,18],"frame":4})").status, 409);
-  EXPECT_EQ(last_.kind, FrontCommand::Kind::Stop) << "nothing was asked of the run";
-  EXPECT_FALSE(last_.answer);
+  EXPECT_EQ(last().kind, FrontCommand::Kind::Stop) << "nothing was asked of the run";
+  EXPECT_FALSE(last().answer);
 }
 
 TEST_F(WebServerTest, APictureSaysWhatIsKnownAboutIt) {
@@ -330,10 +330,10 @@ TEST_F(WebServerTest, ConfigurationIsTakenLiveAndBadValuesAreRefusedWithTheKey) 
   EXPECT_EQ(refused.status, 422);
   EXPECT_EQ(Json::parse(refused.body)["faults"][0]["key"], "roi.margin_factor");
   EXPECT_NE(error(refused).find("roi.margin_factor"), std::string::npos);
-  EXPECT_EQ(last_.configText, "");
+  EXPECT_EQ(last().configText, "");
   EXPECT_EQ(ordered("/api/config", R"({"config":{"roi":{"margin_factor":3.0}}})").status, 200);
-  EXPECT_EQ(last_.kind, FrontCommand::Kind::Configure);
-  EXPECT_EQ(Json::parse(last_.configText), Json::parse(R"({"roi":{"margin_factor":3.0}})"));
+  EXPECT_EQ(last().kind, FrontCommand::Kind::Configure);
+  EXPECT_EQ(Json::parse(last().configText), Json::parse(R"({"roi":{"margin_factor":3.0}})"));
   EXPECT_EQ(Json::parse(asked("/api/config").body)["values"]["roi"]["margin_factor"], 3.0);
   EXPECT_EQ(Json::parse(asked("/api/state").body)["configured"], 1);
   EXPECT_EQ(Json::parse(asked("/api/config/file").body), Json::parse(R"({"roi":{"margin_factor":3.0}})"));
