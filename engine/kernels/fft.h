@@ -22,9 +22,9 @@ CSRT_INLINE Cpx scaled(Cpx a, float s) {
 CSRT_INLINE Cpx turned(Cpx a) {
   return {a.im, -a.re};
 }
-/// a * (c - i s)
-CSRT_INLINE Cpx rotated(Cpx a, float c, float s) {
-  return {a.re * c + a.im * s, a.im * c - a.re * s};
+/// a * conj(w)
+CSRT_INLINE Cpx rotated(Cpx a, Cpx w) {
+  return {a.re * w.re + a.im * w.im, a.im * w.re - a.re * w.im};
 }
 
 template <int R>
@@ -86,6 +86,8 @@ CSRT_INLINE void stageOf(const FftStage& stage, const float* in, float* out, int
   const long across = static_cast<long>(kComplex) * stage.s * stage.m, step = static_cast<long>(kComplex) * stage.s;
   for (int p = 0; p < stage.m; ++p) {
     const float* w = stage.twiddles + 2L * (R - 1) * p;
+    Cpx twiddle[R];  // for all lanes, once for all q
+    for (int t = 1; t < R; ++t) twiddle[t] = {splat(w[2 * t - 2]), splat(w[2 * t - 1])};
     for (int q = 0; q < stage.s; ++q) {
       const float* x = in + step * p + kComplex * q;
       float* y = out + step * R * p + kComplex * q;
@@ -93,7 +95,7 @@ CSRT_INLINE void stageOf(const FftStage& stage, const float* in, float* out, int
       for (int t = 0; t < R; ++t) a[t] = {load(x + across * t + re), load(x + across * t + im)};
       Butterfly<R>::run(a);
       if (p > 0)
-        for (int t = 1; t < R; ++t) a[t] = rotated(a[t], w[2 * t - 2], w[2 * t - 1]);
+        for (int t = 1; t < R; ++t) a[t] = rotated(a[t], twiddle[t]);
       for (int t = 0; t < R; ++t) {
         store(y + step * t + re, a[t].re);
         store(y + step * t + im, a[t].im);
@@ -125,7 +127,7 @@ static void anyRadixStage(const FftStage& stage, const float* in, float* out, in
         for (int side = 0; side < (u == 0 ? 1 : 2); ++side) {
           const int t = side == 0 ? u : radix - u;
           Cpx r = u == 0 ? even : side == 0 ? add(even, odd) : sub(even, odd);
-          if (t > 0 && p > 0) r = rotated(r, w[2 * t - 2], w[2 * t - 1]);
+          if (t > 0 && p > 0) r = rotated(r, {splat(w[2 * t - 2]), splat(w[2 * t - 1])});
           store(y + step * t + re, r.re);
           store(y + step * t + im, r.im);
         }
