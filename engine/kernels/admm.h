@@ -281,26 +281,30 @@ CSRT_INLINE void maskRow(const AdmmInput& in, float* row, const float* mask, flo
 }
 
 /// Cross spectrum of features and labels.
-CSRT_INLINE Cpx crossSpectrum(const float* f, const float* label) {
-  const Vec fr = load(f), fi = load(f + kBlock);
-  return {fr * label[0] - fi * label[1], fi * label[0] + fr * label[1]};
+CSRT_INLINE Cpx crossSpectrum(Cpx f, Cpx label) {
+  return {f.re * label.re - f.im * label.im, f.im * label.re + f.re * label.im};
 }
 
-CSRT_INLINE Vec energy(const float* f) {
-  const Vec fr = load(f), fi = load(f + kBlock);
-  return fr * fr + fi * fi;
+/// A pair of numbers for all lanes. Taken before a loop over lanes that stores: the compiler could not keep them there.
+CSRT_INLINE Cpx splatPair(const float* p) {
+  return {splat(p[0]), splat(p[1])};
+}
+
+CSRT_INLINE Vec energy(Cpx f) {
+  return f.re * f.re + f.im * f.im;
 }
 
 /// The first guess: labels divided by features.
 CSRT_INLINE void startColumn(const AdmmInput& in, int u, float lambda, float* sum) {
   const Grid& grid = *in.grid;
-  for (int v = 0; v < grid.nv; ++v) CSRT_FOR_LANES(lane) {
-      const float* f = in.features + at(grid, u, v) + lane;
-      const Cpx cross = crossSpectrum(f, in.labels + 2L * (static_cast<long>(u) * grid.nv + v));
+  for (int v = 0; v < grid.nv; ++v) {
+    const Cpx label = splatPair(in.labels + 2L * (static_cast<long>(u) * grid.nv + v));
+    CSRT_FOR_LANES(lane) {
+      const Cpx f = loadElement(in.features + at(grid, u, v) + lane), cross = crossSpectrum(f, label);
       const Vec factor = 1.0f / (energy(f) + lambda);
-      store(sum + kComplex * v + lane, cross.re * factor);
-      store(sum + kComplex * v + kBlock + lane, cross.im * factor);
+      storeElement(sum + kComplex * v + lane, {cross.re * factor, cross.im * factor});
     }
+  }
 }
 
 /// With H the masked filter of the last round, T = mu G + L what it came from and mu the old penalty, the multiplier is
@@ -308,28 +312,29 @@ CSRT_INLINE void startColumn(const AdmmInput& in, int u, float lambda, float* su
 CSRT_INLINE void nextColumn(const AdmmInput& in, int u, bool first, float mu, float next, const float* masked,
                             float* sum) {
   const Grid& grid = *in.grid;
-  for (int v = 0; v < grid.nv; ++v) CSRT_FOR_LANES(lane) {
-      const float* f = in.features + at(grid, u, v) + lane;
-      const Cpx cross = crossSpectrum(f, in.labels + 2L * (static_cast<long>(u) * grid.nv + v));
+  for (int v = 0; v < grid.nv; ++v) {
+    const Cpx label = splatPair(in.labels + 2L * (static_cast<long>(u) * grid.nv + v));
+    CSRT_FOR_LANES(lane) {
+      const Cpx f = loadElement(in.features + at(grid, u, v) + lane), cross = crossSpectrum(f, label);
       const Vec factor = next / (energy(f) + next);
       float* t = sum + kComplex * v + lane;
-      const Vec hr = load(masked + kComplex * v + lane), hi = load(masked + kComplex * v + kBlock + lane);
-      const Vec lr = first ? Vec{} : load(t) - hr * mu, li = first ? Vec{} : load(t + kBlock) - hi * mu;
-      store(t, (cross.re + hr * next - lr) * factor + lr);
-      store(t + kBlock, (cross.im + hi * next - li) * factor + li);
+      const Cpx old = loadElement(t), h = loadElement(masked + kComplex * v + lane);
+      const Vec lr = first ? Vec{} : old.re - h.re * mu, li = first ? Vec{} : old.im - h.im * mu;
+      storeElement(t, {(cross.re + h.re * next - lr) * factor + lr, (cross.im + h.im * next - li) * factor + li});
     }
+  }
 }
 
 /// The filter of the last round, moved back from the mask's origin.
 CSRT_INLINE void finishColumn(const AdmmInput& in, int u, const float* masked) {
   const Grid& grid = *in.grid;
-  for (int v = 0; v < grid.nv; ++v) CSRT_FOR_LANES(lane) {
-      const float* b = in.back + 2L * (static_cast<long>(u) * grid.nv + v);
-      const Vec hr = load(masked + kComplex * v + lane), hi = load(masked + kComplex * v + kBlock + lane);
-      float* out = in.filter + at(grid, u, v) + lane;
-      store(out, hr * b[0] - hi * b[1]);
-      store(out + kBlock, hi * b[0] + hr * b[1]);
+  for (int v = 0; v < grid.nv; ++v) {
+    const Cpx back = splatPair(in.back + 2L * (static_cast<long>(u) * grid.nv + v));
+    CSRT_FOR_LANES(lane) {
+      const Cpx h = loadElement(masked + kComplex * v + lane);
+      storeElement(in.filter + at(grid, u, v) + lane, crossSpectrum(h, back));
     }
+  }
 }
 
 static void admmFilter(const AdmmInput& in) {
