@@ -81,8 +81,17 @@ struct Butterfly<5> {
   }
 };
 
-template <int R>
-CSRT_INLINE void stageOf(const FftStage& stage, const float* in, float* out, int re, int im) {
+enum class Direction { Forward, Inverse };
+
+/// Where real and imaginary parts of an element lie: exchanged for the inverse.
+template <Direction D>
+constexpr int kRe = D == Direction::Forward ? 0 : kBlock;
+template <Direction D>
+constexpr int kIm = kBlock - kRe<D>;
+
+template <int R, Direction D>
+CSRT_INLINE void stageOf(const FftStage& stage, const float* in, float* out) {
+  constexpr int re = kRe<D>, im = kIm<D>;
   const long across = static_cast<long>(kComplex) * stage.s * stage.m, step = static_cast<long>(kComplex) * stage.s;
   for (int p = 0; p < stage.m; ++p) {
     const float* w = stage.twiddles + 2L * (R - 1) * p;
@@ -105,7 +114,9 @@ CSRT_INLINE void stageOf(const FftStage& stage, const float* in, float* out, int
 }
 
 /// A radix without a butterfly of its own: the sums and differences of opposite inputs, then a direct sum.
-static void anyRadixStage(const FftStage& stage, const float* in, float* out, int re, int im) {
+template <Direction D>
+static void anyRadixStage(const FftStage& stage, const float* in, float* out) {
+  constexpr int re = kRe<D>, im = kIm<D>;
   const int radix = stage.radix, pairs = (radix - 1) / 2;
   const long across = static_cast<long>(kComplex) * stage.s * stage.m, step = static_cast<long>(kComplex) * stage.s;
   for (int p = 0; p < stage.m; ++p) {
@@ -136,14 +147,17 @@ static void anyRadixStage(const FftStage& stage, const float* in, float* out, in
   }
 }
 
-/// Transforms n complex elements from `in` to `out` by way of `work` (2 n elements, neither in nor out); in may be out.
-/// re, im: where the real and the imaginary part of an element's lanes start.
-static void fftLanes(const FftPlan& plan, const float* in, float* out, float* work, int re, int im) {
-  if (plan.stages == 0) {
-    store(out + re, load(in + re));
-    store(out + im, load(in + im));
-    return;
-  }
+/// Transforms one vector's lanes of n complex elements from `in` to `out` by way of `work` (2 n elements, neither in nor
+/// out); in may be out.
+template <Direction D>
+static void fftLanes(const FftPlan& plan, const float* in, float* out, float* work) {
+  const auto copy = [&](const float* from) {
+    for (int i = 0; i < plan.n; ++i) {
+      store(out + kComplex * i, load(from + kComplex * i));
+      store(out + kComplex * i + kBlock, load(from + kComplex * i + kBlock));
+    }
+  };
+  if (plan.stages == 0) return copy(in);
   float* const buffer[2] = {work, work + static_cast<long>(kComplex) * plan.n};
   const float* from = in;
   for (int i = 0; i < plan.stages; ++i) {
@@ -152,36 +166,27 @@ static void fftLanes(const FftPlan& plan, const float* in, float* out, float* wo
     float* const to = last ? out : buffer[i % 2];
     switch (plan.stage[i].radix) {
       case 2:
-        stageOf<2>(plan.stage[i], from, to, re, im);
+        stageOf<2, D>(plan.stage[i], from, to);
         break;
       case 3:
-        stageOf<3>(plan.stage[i], from, to, re, im);
+        stageOf<3, D>(plan.stage[i], from, to);
         break;
       case 4:
-        stageOf<4>(plan.stage[i], from, to, re, im);
+        stageOf<4, D>(plan.stage[i], from, to);
         break;
       case 5:
-        stageOf<5>(plan.stage[i], from, to, re, im);
+        stageOf<5, D>(plan.stage[i], from, to);
         break;
       default:
-        anyRadixStage(plan.stage[i], from, to, re, im);
+        anyRadixStage<D>(plan.stage[i], from, to);
         break;
     }
     from = to;
   }
-  if (from == out) return;
-  for (int i = 0; i < plan.n; ++i) {
-    store(out + kComplex * i + re, load(from + kComplex * i + re));
-    store(out + kComplex * i + im, load(from + kComplex * i + im));
-  }
+  if (from != out) copy(from);
 }
 
-enum class Direction { Forward, Inverse };
-
-CSRT_INLINE void fft(const FftPlan& plan, Direction direction, const float* in, float* out, float* work) {
-  CSRT_FOR_LANES(lane) {
-    const int re = direction == Direction::Forward ? lane : lane + kBlock;
-    const int im = direction == Direction::Forward ? lane + kBlock : lane;
-    fftLanes(plan, in, out, work, re, im);
-  }
+template <Direction D>
+CSRT_INLINE void fft(const FftPlan& plan, const float* in, float* out, float* work) {
+  CSRT_FOR_LANES(lane) fftLanes<D>(plan, in + lane, out + lane, work + lane);
 }
