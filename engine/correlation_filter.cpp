@@ -96,8 +96,7 @@ void CorrelationFilter::setMask(const cv::Mat& mask) {
   maskV_ = std::max(lastV - firstV + 1, 0);
   for (int v = 0; v < maskV_; ++v)
     for (int u = 0; u < maskU_; ++u) maskBox_[index(v) * index(maskU_) + index(u)] = value(firstU + u, firstV + v);
-  if (maskU_ > 0)
-    centerLabels(2 * firstU + twiceOrigin(grid_.nu, maskU_), 2 * firstV + twiceOrigin(grid_.nv, maskV_));
+  if (maskU_ > 0) centerLabels(2 * firstU + twiceOrigin(grid_.nu, maskU_), 2 * firstV + twiceOrigin(grid_.nv, maskV_));
 }
 
 void CorrelationFilter::solve(const cv::Mat& mask) {

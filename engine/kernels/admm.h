@@ -63,6 +63,16 @@ CSRT_INLINE Vec tableValue(const float* p) {
 #endif
 }
 
+/// Whether of `left` sums three are formed at a time, or two: SSE2's registers hold no more than two.
+CSRT_INLINE bool takesThree(int left) {
+#if defined(__SSE2__) && !defined(__AVX2__)
+  (void)left;
+  return false;
+#else
+  return left > 4 || left == 3;
+#endif
+}
+
 /// COUNT distances from the mask's origin, `first` and on, of one class, of columnToMask().
 template <int COUNT, bool EVEN>
 CSRT_INLINE void columnToRows(const AdmmInput& in, const float* pairs, int first, float* out, long stride) {
@@ -104,9 +114,10 @@ CSRT_INLINE void columnToMask(const AdmmInput& in, const float* column, float* p
     foldFrequencies<EVEN>(column + lane, n, pairs);
     for (int which = 0; which < kStep; ++which) {
       const float* p = pairs + 2L * kComplex * frequenciesOf<EVEN>(n) * which;
-      int d = which;
-      for (; d + kStep < count; d += 2 * kStep) columnToRows<2, EVEN>(in, p, d, out + lane, stride);
-      if (d < count) columnToRows<1, EVEN>(in, p, d, out + lane, stride);
+      int d = which, left = (count - which + kStep - 1) / kStep;
+      for (; takesThree(left); left -= 3, d += 3 * kStep) columnToRows<3, EVEN>(in, p, d, out + lane, stride);
+      for (; left > 1; left -= 2, d += 2 * kStep) columnToRows<2, EVEN>(in, p, d, out + lane, stride);
+      if (left > 0) columnToRows<1, EVEN>(in, p, d, out + lane, stride);
     }
   }
 }
@@ -173,6 +184,7 @@ CSRT_INLINE void maskToColumn(const AdmmInput& in, const float* rows, long strid
       storeElement(pairs + 2L * kComplex * d + kComplex, sub(a, b));
     }
     int k = 0;
+    for (; takesThree(frequencies - k); k += 3) rowsToColumn<3, EVEN>(in.tableV, pairs, count, k, column + lane);
     for (; k + 2 <= frequencies; k += 2) rowsToColumn<2, EVEN>(in.tableV, pairs, count, k, column + lane);
     if (k < frequencies) rowsToColumn<1, EVEN>(in.tableV, pairs, count, k, column + lane);
   }
@@ -296,11 +308,13 @@ CSRT_INLINE Vec energy(Cpx f) {
 
 /// The first guess: labels divided by features.
 CSRT_INLINE void startColumn(const AdmmInput& in, int u, float lambda, float* sum) {
-  const Grid& grid = *in.grid;
-  for (int v = 0; v < grid.nv; ++v) {
-    const Cpx label = splatPair(in.labels + 2L * (static_cast<long>(u) * grid.nv + v));
+  const int nv = in.grid->nv;
+  const float* const features = in.features + at(*in.grid, u, 0);
+  const float* const labels = in.labels + 2L * u * nv;
+  for (int v = 0; v < nv; ++v) {
+    const Cpx label = splatPair(labels + 2L * v);
     CSRT_FOR_LANES(lane) {
-      const Cpx f = loadElement(in.features + at(grid, u, v) + lane), cross = crossSpectrum(f, label);
+      const Cpx f = loadElement(features + kComplex * v + lane), cross = crossSpectrum(f, label);
       const Vec factor = 1.0f / (energy(f) + lambda);
       storeElement(sum + kComplex * v + lane, {cross.re * factor, cross.im * factor});
     }
@@ -311,11 +325,13 @@ CSRT_INLINE void startColumn(const AdmmInput& in, int u, float lambda, float* su
 /// L = T - mu H; the next G = (S + mu' H - L) / (energy + mu'), and T' = mu' G + L replaces T.
 CSRT_INLINE void nextColumn(const AdmmInput& in, int u, bool first, float mu, float next, const float* masked,
                             float* sum) {
-  const Grid& grid = *in.grid;
-  for (int v = 0; v < grid.nv; ++v) {
-    const Cpx label = splatPair(in.labels + 2L * (static_cast<long>(u) * grid.nv + v));
+  const int nv = in.grid->nv;
+  const float* const features = in.features + at(*in.grid, u, 0);
+  const float* const labels = in.labels + 2L * u * nv;
+  for (int v = 0; v < nv; ++v) {
+    const Cpx label = splatPair(labels + 2L * v);
     CSRT_FOR_LANES(lane) {
-      const Cpx f = loadElement(in.features + at(grid, u, v) + lane), cross = crossSpectrum(f, label);
+      const Cpx f = loadElement(features + kComplex * v + lane), cross = crossSpectrum(f, label);
       const Vec factor = next / (energy(f) + next);
       float* t = sum + kComplex * v + lane;
       const Cpx old = loadElement(t), h = loadElement(masked + kComplex * v + lane);
@@ -327,12 +343,14 @@ CSRT_INLINE void nextColumn(const AdmmInput& in, int u, bool first, float mu, fl
 
 /// The filter of the last round, moved back from the mask's origin.
 CSRT_INLINE void finishColumn(const AdmmInput& in, int u, const float* masked) {
-  const Grid& grid = *in.grid;
-  for (int v = 0; v < grid.nv; ++v) {
-    const Cpx back = splatPair(in.back + 2L * (static_cast<long>(u) * grid.nv + v));
+  const int nv = in.grid->nv;
+  float* const filter = in.filter + at(*in.grid, u, 0);
+  const float* const moves = in.back + 2L * u * nv;
+  for (int v = 0; v < nv; ++v) {
+    const Cpx back = splatPair(moves + 2L * v);
     CSRT_FOR_LANES(lane) {
       const Cpx h = loadElement(masked + kComplex * v + lane);
-      storeElement(in.filter + at(grid, u, v) + lane, crossSpectrum(h, back));
+      storeElement(filter + kComplex * v + lane, crossSpectrum(h, back));
     }
   }
 }

@@ -147,8 +147,8 @@ static void anyRadixStage(const FftStage& stage, const float* in, float* out) {
   }
 }
 
-/// Transforms one vector's lanes of n complex elements from `in` to `out` by way of `work` (2 n elements, neither in nor
-/// out); in may be out.
+/// Transforms one vector's lanes of n complex elements from `in` to `out` by way of `work` (2 n elements, neither in
+/// nor out); in may be out.
 template <Direction D>
 static void fftLanes(const FftPlan& plan, const float* in, float* out, float* work) {
   const auto copy = [&](const float* from) {
