@@ -11,6 +11,7 @@ namespace bench {
 namespace {
 
 constexpr int kShortSteps = 3;
+constexpr double kFrameSeconds = 0.04;
 constexpr double kStepAngle = 0.04;  // radians per frame
 constexpr double kRadius = 40.0;     // pixels
 constexpr int kCell = 6;             // pixels; the target's pattern
@@ -140,7 +141,12 @@ void OpenAlgo::start(MovingTarget& scene) {
   if (!started) throw std::runtime_error("the plug-in did not start on the drawn target");
 }
 
+OpenAlgo::OpenAlgo() {
+  health_ = CsrtTrackerHealth([this] { return frameTime_; });
+}
+
 cv::Rect OpenAlgo::step(const MovingTarget& scene) {
+  frameTime_ += kFrameSeconds;
   update(scene.frames(), nullptr);
   return trackBox_;
 }

@@ -100,6 +100,8 @@ class WatchedTracker : public cv::tracking::TrackerCSRT {
 /// The plug-in with its inside in reach.
 class OpenAlgo : public CSRTTrackingAlgo {
  public:
+  /// Frames are 40 ms apart for the health monitor, however fast they are computed: its rules are in seconds.
+  OpenAlgo();
   using CSRTTrackingAlgo::buildFullYFromVP_Locked_;
   using CSRTTrackingAlgo::computeOrigAppearanceAt_;
   using CSRTTrackingAlgo::computeProcWindow_Locked_;
@@ -125,6 +127,9 @@ class OpenAlgo : public CSRTTrackingAlgo {
   cv::Rect step(const MovingTarget& scene);
   /// Puts a watch on the tracker in use.
   cv::Ptr<WatchedTracker> watch();
+
+ private:
+  double frameTime_ = 1.0;  ///< Seconds; what the health monitor reads. Not 0, which means "none" to it.
 };
 
 /// A bare CSRT of OpenCV, whatever the plug-in runs, with the plug-in's parameters.

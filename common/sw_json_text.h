@@ -5,9 +5,11 @@
 /// The character classes of JSON text, by ASCII code: independent of the locale and safe for bytes above 127.
 namespace sw {
 
+/// White space between the values of a JSON text. Pure.
 inline bool isBlank(char c) {
   return c == ' ' || (c >= '\t' && c <= '\r');
 }
+/// A decimal digit of ASCII, whatever the locale. Pure.
 inline bool isDigit(char c) {
   return c >= '0' && c <= '9';
 }

@@ -109,6 +109,7 @@ int main(int argc, char** argv) {
   host::addTuneCommand(app, status);
   host::addSimulateCommand(app, status);
   host::addServeCommand(app, status);
+  host::addStatusCommand(app, status);
   host::addReplayCommand(app, status);
   host::addConfigCommand(app, status);
   host::addSchemaCommand(app, status);

@@ -37,11 +37,11 @@ struct CsrtConfig {
 
   /// Handed to OpenCV's tracker under the same names.
   struct Csrt {
-    bool use_hog = true;
-    bool use_color_names = true;
-    bool use_rgb = true;
-    bool use_segmentation = true;
-    bool use_gray = false;
+    bool use_hog = true;              ///< Channels of gradient directions.
+    bool use_color_names = true;      ///< Channels of colour names; not of grey pictures.
+    bool use_rgb = true;              ///< Channels of the colours themselves.
+    bool use_segmentation = true;     ///< Learn under a mask of what looks like the target.
+    bool use_gray = false;            ///< A channel of grey levels.
     int template_size = 200;          ///< Side of the filter's picture of the target, pixels. [32, 1024]
     int number_of_scales = 10;        ///< Sizes tried per frame. [1, 32]
     double scale_sigma_factor = 0.2;  ///< Width of the wanted response over sizes. [0.01, 2]

@@ -22,6 +22,7 @@ class CsrtTrackerHealth {
   /// @return true when the track is, or already was, declared failed; reason() says why
   bool update(const cv::Rect& box, const cv::Size& frame);
 
+  /// Why it failed, as the log says it; empty while it has not.
   const std::string& reason() const { return reason_; }
 
  protected:

@@ -80,7 +80,7 @@ cv::Rect applyCropSizePolicy(const cv::Rect& window, const cv::Rect& previous, c
 
 /// A window after the decision to keep the tracker's input size.
 struct FrozenWindow {
-  cv::Rect window;
+  cv::Rect window;          ///< Full-frame pixels; may reach outside the frame.
   bool hardResize = false;  ///< The size changed too much to be kept.
 };
 

@@ -4,6 +4,7 @@
 # behaviour sanitizers, each for a while.
 #   tools/fuzz.sh             10 seconds each
 #   tools/fuzz.sh 3600        an hour each
+#   tools/fuzz.sh 600 klv     ten minutes of the reader of camera packets alone
 # Ends with 1 when one of them finds something; the input that does it then lies in build/fuzz/findings/.
 set -euo pipefail
 seconds=${1:-10}
@@ -26,6 +27,7 @@ cmake -S "$root" -B "$build" $generator -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_BUI
   -DPython3_EXECUTABLE=/usr/bin/python3 -DCSRT_SANITIZE=address,undefined -DCSRT_BUILD_FUZZ=ON \
   -DCSRT_BUILD_HOST=OFF -DCSRT_BUILD_TESTS=OFF >/dev/null
 targets="decrypt_aes engine json_parser json_string set_config faulty_host klv mavlink"
+if [ $# -gt 1 ]; then targets=${*:2}; fi
 for target in $targets; do cmake --build "$build" --target "fuzz_$target" -j2; done
 
 failed=""

@@ -9,6 +9,7 @@ csrt_packages=(
   libgtest-dev libbenchmark-dev
   libcli11-dev nlohmann-json3-dev libfmt-dev libvalijson-dev libjs-chart.js
   libavcodec-dev libavformat-dev libavutil-dev libswscale-dev  # annotated video, live sources
+  libcpp-httplib-dev  # the page of serve --http
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstrtspserver-1.0-dev  # live sources
 )
 

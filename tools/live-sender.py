@@ -20,6 +20,7 @@ from gi.repository import GLib, Gst  # noqa: E402
 
 WIDTH, HEIGHT, FPS = 640, 360, 25
 BITS, SIDE = 48, 12
+MOST_REFUSED = 100  # pictures in a row
 RAW = f"video/x-raw,format=GRAY8,width={WIDTH},height={HEIGHT},framerate={FPS}/1"
 ENCODE = "videoconvert ! video/x-raw,format=I420 ! x264enc tune=zerolatency speed-preset=ultrafast " \
          "bitrate=4000 key-int-max=25"
@@ -66,18 +67,21 @@ class Drawer:
     """Feeds an appsrc at the frames' rate, without falling behind when it is late."""
 
     def __init__(self, picture):
-        self.picture, self.number, self.sources = picture, 0, []
+        self.picture, self.number, self.sources = picture, 0, {}
         GLib.timeout_add(1000 // FPS, self.tick)
 
     def add(self, source):
-        self.sources.append(source)
+        self.sources[source] = 0
 
     def tick(self):
         if self.sources:
             data = self.picture.draw(self.number)
             for source in list(self.sources):
-                if source.emit("push-buffer", Gst.Buffer.new_wrapped(data)) != Gst.FlowReturn.OK:
-                    self.sources.remove(source)
+                taken = source.emit("push-buffer", Gst.Buffer.new_wrapped(data)) == Gst.FlowReturn.OK
+                # One that has just been made takes nothing yet; one that nobody watches any more never will.
+                self.sources[source] = 0 if taken else self.sources[source] + 1
+                if self.sources[source] > MOST_REFUSED:
+                    del self.sources[source]
         self.number += 1
         return True
 

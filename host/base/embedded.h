@@ -14,7 +14,7 @@ extern const char* const kChartLibrary;    ///< Chart.js.
 /// A file that is part of the program.
 struct EmbeddedText {
   const char* name;  ///< File name without its ending; null behind the last one.
-  const char* text;
+  const char* text;  ///< The whole file; null behind the last one.
 };
 
 extern const EmbeddedText kPresets[];    ///< presets/*.json, sorted by name.

@@ -19,6 +19,7 @@ class PendingFile {
   PendingFile(const PendingFile&) = delete;
   PendingFile& operator=(const PendingFile&) = delete;
 
+  /// The file as the user named it.
   const std::string& path() const { return path_; }
   /// Where to write: a new, empty file in the same folder with the same ending; the path itself where that cannot be.
   const std::string& temporary() const { return temporary_; }

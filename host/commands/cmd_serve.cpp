@@ -1,43 +1,57 @@
-// csrt-track serve: a camera that a ground station can track with, over MAVLink.
+// csrt-track serve: a camera that a ground station can track with, over MAVLink, or a person in a browser.
 #include <CLI/CLI.hpp>
-#include <atomic>
-#include <condition_variable>
+#include <chrono>
 #include <cstdio>
-#include <filesystem>
+#include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
-#include <thread>
+#include <utility>
 #include <vector>
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
+#include "base/json_text.h"
+#include "base/masked_address.h"
+#include "base/text_file.h"
 #include "base/text_output.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
+#include "commands/live_options.h"
+#include "commands/plugin_choice.h"
+#include "commands/serve_source.h"
 #include "config/config_text.h"
 #include "input/file_plan.h"
-#include "input/frame_source.h"
-#include "input/y4m.h"
-#include "link/tracking_server.h"
+#include "link/mavlink_front.h"
 #include "plugin/plugin_library.h"
+#include "run/control_front.h"
+#include "run/serve_run.h"
+#include "web/web_server.h"
 
 namespace host {
 namespace {
 
 struct ServeOptions {
-  std::string source;
+  SourceOptions source;
+  LiveTrackOptions live;
   std::vector<std::string> lines;
+  std::string http;
+  std::string httpTokenFile;
+  std::vector<std::string> httpNames;
   ConfigOptions config;
+  PluginChoice plugin;
+  std::string metadata;
   std::string records;
-  std::string plugin;
+  std::string pace = "source";
+  std::string guard = "off";
   std::string panFrame = "vehicle";
   std::string streamUri;
+  int threads = 1;
   int system = 1;
   double hfov = 60.0;
   double vfov = 0.0;
   double videoDelay_s = 0.0;
+  double shownDelay_s = 0.0;
   double orderDelay_s = 0.04;
   double motorLag_s = 0.05;
   double maxRate = 60.0;
@@ -48,111 +62,37 @@ struct ServeOptions {
   bool noGimbal = false;
   bool calibrate = false;
   bool ground = false;
+  bool debug = false;
   bool quiet = false;
 };
 
-struct LiveFrame {
-  cv::Mat bgr;
-  double captured_s = 0.0;
-};
-
-/// Takes frames as they come and keeps the newest one only.
-class NewestFrame {
+/// One line per call.
+class ServedRecords : public RunObserver {
  public:
-  explicit NewestFrame(const ServeOptions& options) : options_(options) {
-    std::error_code ignored;
-    isPipe_ = options.source == "-" || std::filesystem::is_fifo(options.source, ignored) ||
-              std::filesystem::path(options.source).extension() == ".y4m";
-    if (isPipe_) {
-      pipe_ = std::make_unique<Y4mReader>(options.source);
-    } else {
-      SourceOptions file;
-      file.source = options.source;
-      files_ = openFrameSource(file);
-    }
-    thread_ = std::thread([this] { take_(); });
-  }
-  ~NewestFrame() {
-    stop_ = true;
-    if (pipe_) pipe_->stop();
-    thread_.join();
-  }
-  NewestFrame(const NewestFrame&) = delete;
-  NewestFrame& operator=(const NewestFrame&) = delete;
-
-  /// @return false at the end. @throws what reading threw
-  bool next(LiveFrame& frame) {
-    std::unique_lock<std::mutex> lock(mutex_);
-    while (!frame_ && !ended_ && interruptSignal() == 0) arrived_.wait_for(lock, std::chrono::milliseconds(100));
-    if (interruptSignal() != 0) return false;
-    if (!frame_) {
-      if (error_) std::rethrow_exception(error_);
-      return false;
-    }
-    frame = std::move(*frame_);
-    frame_.reset();
-    return true;
-  }
-
-  long dropped() const { return dropped_; }
+  explicit ServedRecords(const std::string& path) : output_(path, "--records") {}
+  void frame(const SourceFrame& /*frame*/, const std::vector<CallRecord>& records) override { write_(records); }
+  void noSignal(const std::vector<CallRecord>& records) override { write_(records); }
+  void restarted(const CallRecord& record) override { write_({record}); }
 
  private:
-  void take_() {
-    try {
-      LiveFrame frame;
-      while (!stop_ && read_(frame)) {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        if (frame_) ++dropped_;
-        frame_ = std::move(frame);
-        frame = {};
-        arrived_.notify_one();
-      }
-    } catch (...) {
-      const std::lock_guard<std::mutex> lock(mutex_);
-      error_ = std::current_exception();
-    }
-    const std::lock_guard<std::mutex> lock(mutex_);
-    ended_ = true;
-    arrived_.notify_one();
+  void write_(const std::vector<CallRecord>& records) {
+    for (const CallRecord& record : records) output_.writeLine(jsonText(toJson(record)));
   }
-
-  bool read_(LiveFrame& frame) {
-    if (pipe_) {
-      Y4mFrame got;
-      if (!pipe_->read(got)) return false;
-      frame = {got.bgr, got.captured_s.value_or(link::TrackingServer::monotonic() - options_.videoDelay_s)};
-      return true;
-    }
-    SourceFrame got;
-    if (!files_->read(got)) return false;
-    // A file is played at its own rate; a camera gives frames when it has them.
-    const double now_s = link::TrackingServer::monotonic();
-    if (!begin_s_) begin_s_ = now_s - got.time_s;
-    const double wait_s = *begin_s_ + got.time_s - now_s;
-    if (wait_s > 0 && wait_s < 10.0) std::this_thread::sleep_for(std::chrono::duration<double>(wait_s));
-    frame = {got.bgr, link::TrackingServer::monotonic() - options_.videoDelay_s};
-    return true;
-  }
-
-  const ServeOptions& options_;
-  bool isPipe_ = false;
-  std::unique_ptr<Y4mReader> pipe_;
-  std::unique_ptr<FrameSource> files_;
-  std::optional<double> begin_s_;
-  std::mutex mutex_;
-  std::condition_variable arrived_;
-  std::optional<LiveFrame> frame_;
-  std::exception_ptr error_;
-  bool ended_ = false;
-  std::atomic<long> dropped_{0};
-  std::atomic<bool> stop_{false};
-  std::thread thread_;
+  TextOutput output_;
 };
 
-link::ServerOptions serverOptions(const ServeOptions& options) {
-  link::ServerOptions server;
+/// True from then on; 0 seconds: never.
+std::function<bool()> endAfter(double seconds) {
+  const auto begin = std::chrono::steady_clock::now();
+  return [begin, seconds] {
+    const double passed = std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+    return interruptSignal() != 0 || (seconds > 0 && passed >= seconds);
+  };
+}
+
+link::MavlinkOptions mavlinkOptions(const ServeOptions& options) {
+  link::MavlinkOptions server;
   server.lines = options.lines;
-  server.configText = buildConfigText(options.config);
   server.camera.system = static_cast<std::uint8_t>(options.system);
   server.camera.hfov_deg = options.hfov;
   server.camera.vfov_deg = options.vfov;
@@ -160,6 +100,7 @@ link::ServerOptions serverOptions(const ServeOptions& options) {
   server.camera.knowsGround = options.ground;
   server.gimbal = !options.noGimbal;
   server.calibrate = options.calibrate;
+  server.shownDelay_s = options.shownDelay_s;
   server.panFrame = options.panFrame == "earth" ? link::PanFrame::Earth : link::PanFrame::Vehicle;
   for (gimbal::AxisParams* axis : {&server.controller.pan, &server.controller.tilt}) {
     axis->max_rate_dps = options.maxRate;
@@ -172,63 +113,151 @@ link::ServerOptions serverOptions(const ServeOptions& options) {
   return server;
 }
 
-nlohmann::ordered_json toJson(const link::ServedFrame& served, double age_s) {
-  nlohmann::ordered_json json = toJson(*served.record);
-  json["age_ms"] = 1000.0 * age_s;
-  if (served.angles) {
-    json["gimbal"] = {{"pan_deg", gimbal::wrapped(served.angles->pan)}, {"tilt_deg", served.angles->tilt}};
+void checkOptions(const ServeOptions& options) {
+  if (options.source.source.empty() == options.source.pipeline.empty()) {
+    throw HostError(ExitCode::Usage, "one source is needed: SOURCE, or --gstreamer PIPELINE");
   }
-  json["gimbal_state"] = served.gimbalState;
-  if (served.stale_s) json["angles_stale_ms"] = 1000.0 * *served.stale_s;
-  if (served.ground) {
-    const gimbal::GroundPoint& ground = *served.ground;
-    json["ground"] = {{"lat_deg", ground.lat_deg},
-                      {"lon_deg", ground.lon_deg},
-                      {"alt_m", ground.alt_m},
-                      {"distance_m", ground.distance_m},
-                      {"major_m", ground.error.major_m},
-                      {"minor_m", ground.error.minor_m},
-                      {"azimuth_deg", ground.error.azimuth_deg}};
+  if (options.lines.empty() && options.live.control.empty() && options.http.empty()) {
+    throw HostError(ExitCode::Usage, "who is to be served? Give --http ADDRESS:PORT, --mavlink LINE or --control PATH");
   }
-  return json;
+}
+
+/// The page of a run: what it knows, its front, its server.
+struct ServedPage {
+  ServedPage(const ServeOptions& options, const web::WebOptions& where, const std::string& configText,
+             const std::string& schema)
+      : parts(configText, options.config.preset, schema), front(parts), server(where, parts) {
+    if (!options.quiet) std::fprintf(stderr, "csrt-track: open %s\n", server.url().c_str());
+  }
+  web::WebParts parts;
+  web::WebFront front;
+  web::WebServer server;
+};
+
+web::WebOptions webOptions(const ServeOptions& options) {
+  web::WebOptions where;
+  where.address = web::listenAddressOf(options.http);
+  where.names = options.httpNames;
+  bool made = false;
+  if (!options.httpTokenFile.empty()) where.token = web::tokenOfFile(options.httpTokenFile, made);
+  if (made) std::fprintf(stderr, "csrt-track: the token is in '%s'\n", options.httpTokenFile.c_str());
+  return where;
 }
 
 void checkFiles(const ServeOptions& options) {
   FilePlan plan;
-  plan.readsSource("the source", options.source);
+  plan.readsSource("the source", options.source.source);
   plan.reads("--config", options.config.file);
-  plan.reads("--plugin", options.plugin);
+  plan.reads("--metadata", options.metadata);
+  plan.reads("--plugin", pathOf(options.plugin));
   plan.writes("--records", options.records);
   plan.check();
 }
 
+ServeRun runOf(const ServeOptions& options) {
+  ServeRun run;
+  run.sourceName =
+      withPasswordsMasked(options.source.pipeline.empty() ? options.source.source : options.source.pipeline);
+  run.configText = buildConfigText(options.config);
+  if (!options.metadata.empty() && !isLive(options.source)) run.metadata = readMetadataFile(options.metadata);
+  run.pace = paceOf(options.pace);
+  run.guard = guardChoiceOf(options.guard);
+  run.threads = options.threads;
+  run.logToStderr = options.debug || asksForDebug(run.configText);
+  run.videoDelay_s = options.videoDelay_s;
+  return run;
+}
+
 int serve(ServeOptions options) {
+  checkOptions(options);
   checkFiles(options);
-  PluginLibrary library(options.plugin);
-  NewestFrame source(options);
-  std::optional<TextOutput> records;
-  if (!options.records.empty()) records.emplace(options.records, "--records");
-  LiveFrame frame;
-  if (!source.next(frame)) {
-    if (interruptSignal() != 0) return 128 + interruptSignal();
-    throw HostError(ExitCode::Source, "'" + options.source + "' has no frame");
+  if (!options.config.file.empty()) options.config.fileText = readTextFile(options.config.file);
+  const ServeRun run = runOf(options);
+  PluginLibrary library(pathOf(options.plugin));
+  checkSets(options.config.sets, library.create()->getConfigList());
+  std::optional<ServedRecords> records;
+  if (!options.records.empty()) records.emplace(options.records);
+  ServedSource source = openServedSource(options.source, options.live, run.pace, options.metadata, options.quiet,
+                                         endAfter(options.seconds));
+  std::vector<Front*> fronts;
+  std::optional<link::MavlinkFront> mavlink;
+  if (!options.lines.empty()) fronts.push_back(&mavlink.emplace(mavlinkOptions(options)));
+  std::optional<ControlFront> control;
+  if (!options.live.control.empty()) fronts.push_back(&control.emplace(options.live.control, source.past.kept));
+  std::optional<ServedPage> page;
+  if (!options.http.empty()) {
+    fronts.push_back(
+        &page.emplace(options, webOptions(options), run.configText, library.create()->getConfigList()).front);
   }
-  if (options.vfov <= 0) options.vfov = options.hfov * frame.bgr.rows / frame.bgr.cols;
-  link::TrackingServer server(serverOptions(options), library);
-  const double begin_s = link::TrackingServer::monotonic();
-  long frames = 0;
-  do {
-    const link::ServedFrame served = server.frame(frame.bgr, frame.captured_s);
-    ++frames;
-    const double now_s = link::TrackingServer::monotonic();
-    if (records && served.record) records->writeLine(toJson(served, now_s - frame.captured_s).dump());
-    if (options.seconds > 0 && now_s - begin_s >= options.seconds) break;
-  } while (source.next(frame));
+  std::vector<RunObserver*> observers;
+  if (records) observers.push_back(&*records);
+  const ServeResult result = runServe(*source.frames, source.past, library, run, observers, fronts);
   if (!options.quiet) {
-    std::fprintf(stderr, "csrt-track: served %ld frames, %ld were passed over\n", frames, source.dropped());
-    if (!server.problem().empty()) std::fprintf(stderr, "csrt-track: %s\n", server.problem().c_str());
+    std::fprintf(stderr, "csrt-track: served %ld frames, %ld were passed over\n", result.frames, result.dropped);
+    if (mavlink && !mavlink->problem().empty()) std::fprintf(stderr, "csrt-track: %s\n", mavlink->problem().c_str());
+    for (const std::string& fault : result.sourceFaults)
+      std::fprintf(stderr, "csrt-track: source: %s\n", fault.c_str());
   }
-  return interruptSignal() != 0 ? 128 + interruptSignal() : static_cast<int>(ExitCode::Done);
+  return result.interrupted ? 128 + interruptSignal() : static_cast<int>(ExitCode::Done);
+}
+
+void addSourceOptions(CLI::App& command, ServeOptions& options) {
+  command
+      .add_option("source", options.source.source,
+                  "Whatever 'track' takes: rtsp://, udp://, rtp://, http://, FILE.sdp, /dev/video0, a camera number, - "
+                  "for standard input; or a recorded video or pictures, played at their rate; also uncompressed video "
+                  "through a named pipe (YUV4MPEG2)")
+      ->type_name("SOURCE");
+  command.add_option("--start", options.source.start, "First frame to use, counted from 0")->type_name("N");
+  command.add_option("--frames", options.source.frames, "Use at most so many frames")->type_name("N");
+  command.add_option("--fps", options.source.fps, "Frames per second, instead of the time stamps of the source")
+      ->type_name("RATE");
+  addLiveOptions(command, options.source, options.live);
+  command
+      .add_option("--metadata", options.metadata,
+                  "What the camera said per frame, or, of a live source, a growing file of it by time")
+      ->type_name("FILE");
+  command
+      .add_option("--pace", options.pace,
+                  "source: recorded frames at their rate, the newest first; video: every frame as fast as possible, "
+                  "the plug-in's clock follows the clip; fast: the same with the machine's clock")
+      ->type_name("PACE")
+      ->capture_default_str();
+  command.add_option("--video-delay", options.videoDelay_s, "From a frame's capture until it arrives here, seconds")
+      ->check(CLI::Range(0.0, 5.0))
+      ->capture_default_str();
+}
+
+void addTrackerOptions(CLI::App& command, ServeOptions& options) {
+  command.add_option("--preset", options.config.preset, "A shipped configuration")->type_name("NAME");
+  command.add_option("--config", options.config.file, "Configuration file (JSON), over it")->type_name("FILE");
+  command.add_option("--set", options.config.sets, "One configuration value, over both; may be repeated")
+      ->type_name("GROUP.KEY=VALUE")
+      ->take_all()
+      ->allow_extra_args(false);
+  command.add_option("--guard", options.guard, kGuardHelp)->type_name("WHICH")->capture_default_str();
+  addPluginOptions(command, options.plugin);
+  command.add_option("--threads", options.threads, "Threads that work on the targets")
+      ->check(CLI::Range(1, 256))
+      ->type_name("N")
+      ->capture_default_str();
+}
+
+void addHttpOptions(CLI::App& command, ServeOptions& options) {
+  command
+      .add_option("--http", options.http,
+                  "Serve a page to watch and pick on, such as 127.0.0.1:8080; beyond this machine a token is needed")
+      ->type_name("ADDRESS:PORT");
+  command
+      .add_option("--http-token-file", options.httpTokenFile,
+                  "The token that everybody must give, in the file's first line; a missing file is made with a new one")
+      ->type_name("FILE");
+  command
+      .add_option("--http-name", options.httpNames,
+                  "Host name under which the page is reached too, such as a reverse proxy's; may be repeated")
+      ->take_all()
+      ->allow_extra_args(false)
+      ->type_name("NAME");
 }
 
 void addGimbalOptions(CLI::App& command, ServeOptions& options) {
@@ -262,21 +291,17 @@ void addGimbalOptions(CLI::App& command, ServeOptions& options) {
 
 void addServeCommand(CLI::App& app, int& status) {
   const auto options = std::make_shared<ServeOptions>();
-  CLI::App& command = *app.add_subcommand("serve", "Be a tracking camera for a ground station (MAVLink)");
-  command
-      .add_option("source", options->source,
-                  "A camera's number, a video file (played at its rate), uncompressed video through a named pipe or - "
-                  "(YUV4MPEG2)")
-      ->required()
-      ->type_name("SOURCE");
+  CLI::App& command =
+      *app.add_subcommand("serve", "Be a tracking camera for a ground station (MAVLink), or steered from a browser");
+  addSourceOptions(command, *options);
   command
       .add_option("--mavlink", options->lines,
                   "Line to speak over: udp:[HOST:]PORT, udp-listen:[ADDRESS:]PORT[,PEER], tcp:HOST:PORT, "
                   "tcp-listen:[ADDRESS:]PORT[,PEER], serial:DEVICE[:BAUD]; may be repeated")
-      ->required()
       ->take_all()
       ->allow_extra_args(false)
       ->type_name("LINE");
+  addHttpOptions(command, *options);
   command.add_option("--system", options->system, "MAVLink number of the vehicle the camera is on")
       ->check(CLI::Range(1, 255))
       ->capture_default_str();
@@ -286,8 +311,11 @@ void addServeCommand(CLI::App& app, int& status) {
       ->capture_default_str();
   command.add_option("--vfov", options->vfov, "Vertical field of view, degrees; default: square pixels")
       ->check(CLI::Range(1.0, 180.0));
-  command.add_option("--video-delay", options->videoDelay_s, "From a frame's capture until it arrives here, seconds")
-      ->check(CLI::Range(0.0, 5.0))
+  command
+      .add_option("--shown-delay", options->shownDelay_s,
+                  "How old the picture is at the ground station when somebody clicks into it, seconds, at most 1: the "
+                  "target is taken from the picture of that time")
+      ->check(CLI::Range(0.0, 1.0))
       ->capture_default_str();
   addGimbalOptions(command, *options);
   command.add_flag("--ground", options->ground, "Say where the target is on the ground, from the vehicle's position");
@@ -295,23 +323,17 @@ void addServeCommand(CLI::App& app, int& status) {
       ->type_name("FILE");
   command.add_option("--seconds", options->seconds, "End after so long; 0: with the source")
       ->check(CLI::Range(0.0, 1e6));
-  command.add_option("--preset", options->config.preset, "A shipped configuration")->type_name("NAME");
-  command.add_option("--config", options->config.file, "Configuration file (JSON), over it")->type_name("FILE");
-  command.add_option("--set", options->config.sets, "One configuration value, over both; may be repeated")
-      ->type_name("GROUP.KEY=VALUE")
-      ->take_all()
-      ->allow_extra_args(false);
-  command.add_option("--plugin", options->plugin, "The plug-in library; default: beside this program")
-      ->type_name("PATH");
+  addTrackerOptions(command, *options);
+  command.add_flag("--debug", options->debug, "Show the plug-in's log lines on standard error");
   command.add_flag("--quiet", options->quiet, "No closing line");
-  command.footer(
-      helpFooter({"serve 0 --mavlink udp:14550", "serve street.mp4 --mavlink udp:192.168.1.20:14550 --no-gimbal",
-                  "serve - --mavlink serial:/dev/ttyACM0:115200 --calibrate < pipe"},
-                 {{2, "a line, an option or a value cannot be used"},
-                  {3, "the source or a line cannot be opened, or the source has no frame"},
-                  {4, "the plug-in cannot be loaded"},
-                  {6, "an output could not be written to its end"},
-                  {130, "interrupted (143: terminated)"}}));
+  command.footer(helpFooter({"serve 0 --http 127.0.0.1:8080", "serve 0 --mavlink udp:14550",
+                             "serve street.mp4 --mavlink udp:192.168.1.20:14550 --no-gimbal",
+                             "serve rtsp://192.168.1.10/stream --mavlink serial:/dev/ttyACM0:115200 --calibrate"},
+                            {{2, "a line, an option or a value cannot be used"},
+                             {3, "the source or a line cannot be opened, or the source has no frame"},
+                             {4, "the plug-in cannot be loaded"},
+                             {6, "an output could not be written to its end"},
+                             {130, "interrupted (143: terminated)"}}));
   command.callback([options, &status] { status = serve(*options); });
 }
 

@@ -16,6 +16,7 @@ void addGridCommand(CLI::App& app, int& status);
 void addDrawSceneCommand(CLI::App& app, int& status);
 void addSimulateCommand(CLI::App& app, int& status);
 void addServeCommand(CLI::App& app, int& status);
+void addStatusCommand(CLI::App& app, int& status);
 void addReplayCommand(CLI::App& app, int& status);
 void addSchemaCommand(CLI::App& app, int& status);
 void addEvaluateCommand(CLI::App& app, int& status);

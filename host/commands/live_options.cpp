@@ -1,6 +1,7 @@
 #include "commands/live_options.h"
 
 #include <CLI/CLI.hpp>
+#include <utility>
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
@@ -37,7 +38,8 @@ bool isLive(const SourceOptions& source) {
 }
 
 std::unique_ptr<live::LiveSource> openLiveSource(const SourceOptions& source, const LiveTrackOptions& options,
-                                                 const std::string& metadata, bool quiet) {
+                                                 const std::string& metadata, bool quiet,
+                                                 std::function<bool()> isOver) {
   if (source.source == "-" && options.control == "-") {
     throw HostError(ExitCode::Usage, "standard input is the source: name a socket with --control PATH");
   }
@@ -45,10 +47,11 @@ std::unique_ptr<live::LiveSource> openLiveSource(const SourceOptions& source, co
   live.overUdp = options.transport == "udp";
   live.connectLimitS = options.connectS;
   live.giveUpS = options.giveUpS;
-  live.keepsPast = !options.control.empty();
+  live.keepsPast = options.keepsPast || !options.control.empty();
   live.sidecar = metadata;
   live.quiet = quiet;
-  return std::make_unique<live::LiveSource>(source, live, [] { return interruptSignal() != 0; });
+  if (!isOver) isOver = [] { return interruptSignal() != 0; };
+  return std::make_unique<live::LiveSource>(source, live, std::move(isOver));
 }
 
 std::unique_ptr<RunSteering> openControl(const LiveTrackOptions& options, live::LiveSource* source,

@@ -1,6 +1,7 @@
 // The options of `track` that concern live sources, commands while running, and how the source is opened.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -19,6 +20,7 @@ struct LiveTrackOptions {
   double connectS = 10.0;         ///< Longest wait for the first frame.
   double giveUpS = 0.0;           ///< 0: never.
   std::string control;            ///< "-": standard input; a path: a socket; empty: none.
+  bool keepsPast = false;         ///< The last second is kept also without --control.
 };
 
 void addLiveOptions(CLI::App& command, SourceOptions& source, LiveTrackOptions& live);
@@ -28,8 +30,10 @@ bool isLive(const SourceOptions& source);
 
 /// @param metadata  of a live source: a growing file; empty: none
 /// @throws HostError (Usage) for a wrong option, (Source) where it cannot be received
+/// @param isOver  asked about ten times a second while waiting; empty: whether a signal asked to stop
 std::unique_ptr<live::LiveSource> openLiveSource(const SourceOptions& source, const LiveTrackOptions& live,
-                                                 const std::string& metadata, bool quiet);
+                                                 const std::string& metadata, bool quiet,
+                                                 std::function<bool()> isOver = {});
 
 /// Takes commands while the run goes on, from where --control says; null without it.
 /// @param source   the live source whose last second is kept; null: only the newest frame can be named

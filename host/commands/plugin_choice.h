@@ -9,6 +9,7 @@ class App;
 
 namespace host {
 
+/// What the command line says about the plug-in to load.
 struct PluginChoice {
   std::string path;    ///< --plugin; empty: not given.
   std::string engine;  ///< --engine: "opencv" or "fast"; empty: not given.

@@ -1,16 +1,20 @@
 #include "commands/stream_outputs.h"
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <optional>
 
 #include "base/host_error.h"
+#include "gimbal/geolocation.h"
 #include "klv/st0601.h"
 #include "live/address.h"
 #include "live/module.h"
 
 namespace host {
 namespace {
+
+constexpr double kRadiansPerDegree = 3.14159265358979323846 / 180.0;
 
 using Keys = ocula::OculaPicture::BaseMetadata::Keys;
 using Metadata = ocula::OculaPicture::BaseMetadata;
@@ -44,6 +48,7 @@ klv::CameraState stateOf(const CameraValue& value) {
   state.frameCenterLatitudeDeg = value(Keys::kFrameCenterLatDeg);
   state.frameCenterLongitudeDeg = value(Keys::kFrameCenterLonDeg);
   state.frameCenterElevationM = value(Keys::kFrameCenterElevM);
+  fillFrameCentre(state, value(Keys::kPanDeg), value(Keys::kTiltDeg));
   return state;
 }
 
@@ -53,6 +58,28 @@ std::uint64_t unixMicros() {
 }
 
 }  // namespace
+
+void fillFrameCentre(klv::CameraState& state, std::optional<double> panDeg, std::optional<double> tiltDeg) {
+  const bool known = state.frameCenterLatitudeDeg && state.frameCenterLongitudeDeg;
+  const bool place = state.sensorLatitudeDeg && state.sensorLongitudeDeg && state.sensorAltitudeM;
+  if (known || !place || !panDeg || !tiltDeg) return;
+  gimbal::Platform platform;
+  platform.lat_deg = *state.sensorLatitudeDeg;
+  platform.lon_deg = *state.sensorLongitudeDeg;
+  platform.alt_m = *state.sensorAltitudeM;
+  if (state.slantRangeM) {
+    platform.ground_m = platform.alt_m + *state.slantRangeM * std::sin(*tiltDeg * kRadiansPerDegree);
+  } else if (state.frameCenterElevationM) {
+    platform.ground_m = *state.frameCenterElevationM;
+  } else {
+    return;
+  }
+  const auto point = gimbal::groundPoint(platform, {*panDeg < 0 ? *panDeg + 360.0 : *panDeg, *tiltDeg});
+  if (!point) return;
+  state.frameCenterLatitudeDeg = point->lat_deg;
+  state.frameCenterLongitudeDeg = point->lon_deg;
+  state.frameCenterElevationM = point->alt_m;
+}
 
 KlvFile::KlvFile(std::string path, cv::Size size, double fps) : path_(std::move(path)) {
   std::string fault = "nothing here writes MPEG-TS; install the package csrt-track-live";

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "klv/st0601.h"
 #include "live/receiver.h"
 #include "picture/annotate.h"
 #include "run/run_observer.h"
@@ -16,6 +17,12 @@ namespace host {
 
 /// A value of the camera by metadata key; nothing where it is not known.
 using CameraValue = std::function<std::optional<double>(const std::string& key)>;
+
+/// Fills in where the picture's middle meets the ground (tags 23 to 25) when the camera did not say it: from its place
+/// and direction, and the distance to the target or, without one, the height of the ground. Left empty where one of
+/// them is missing, or the line of sight meets no ground for sure. Pure.
+/// @param panDeg   from north, clockwise   @param tiltDeg  upwards from the horizon
+void fillFrameCentre(klv::CameraState& state, std::optional<double> panDeg, std::optional<double> tiltDeg);
 
 /// MPEG-TS: plain video, and beside it the camera's angles and places as KLV.
 class KlvFile {

@@ -10,14 +10,15 @@ namespace host {
 
 /// What is wrong with one value of a configuration text.
 struct ConfigFinding {
+  /// How much of a value is taken.
   enum class Level {
     Note,     ///< The plug-in takes the value as it is; the published schema would not.
     Warning,  ///< Not taken as written: unknown, ignored, clamped, converted.
     Unusable  ///< The whole text is refused.
   };
   Level level = Level::Warning;
-  std::string path;  ///< "group.key"; empty for the text as a whole.
-  TextPlace place;
+  std::string path;          ///< "group.key"; empty for the text as a whole.
+  TextPlace place;           ///< Where it stands in the text.
   std::string text;          ///< One sentence without its full stop.
   bool unknownKey = false;   ///< The plug-in does not know the key.
   bool cannotStart = false;  ///< With this value the plug-in refuses to start.

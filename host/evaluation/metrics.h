@@ -46,24 +46,24 @@ struct TargetSamples {
 
 /// Sums over judgements, so that several targets can be added up.
 struct MetricSums {
-  long targets = 0;
-  long present = 0;           ///< Marked frames that show the target.
-  long absent = 0;            ///< Marked frames without it.
-  double iou = 0.0;           ///< Sum over present frames.
-  long onTarget = 0;          ///< Present frames with kOnTargetIou or more.
-  long heldAtEnd = 0;         ///< Targets that are on target in their last present frame.
-  long seen = 0;              ///< Marked frames called seen.
-  long seenElsewhere = 0;     ///< Present frames called seen with an overlap below kElsewhereIou.
-  long falseBoxes = 0;        ///< Absent frames with any box.
-  long falseSeen = 0;         ///< Absent frames called seen.
-  double offTotal_s = 0.0;    ///< Time off target, see below.
-  double offLongest_s = 0.0;  ///< The longest single time off target.
-  double watched_s = 0.0;     ///< From the start to the last mark.
-  long losses = 0;            ///< Times the target was off although it was there.
-  long recoveries = 0;        ///< How many of them ended on target again.
-  double recovery_s = 0.0;    ///< Sum of the delays of the recoveries.
-  double recoveryLongest_s = 0.0;
-  std::array<long, kSuccessSteps> successCounts{};      ///< Present frames with an overlap above the step's.
+  long targets = 0;                                 ///< Targets added up.
+  long present = 0;                                 ///< Marked frames that show the target.
+  long absent = 0;                                  ///< Marked frames without it.
+  double iou = 0.0;                                 ///< Sum over present frames.
+  long onTarget = 0;                                ///< Present frames with kOnTargetIou or more.
+  long heldAtEnd = 0;                               ///< Targets that are on target in their last present frame.
+  long seen = 0;                                    ///< Marked frames called seen.
+  long seenElsewhere = 0;                           ///< Present frames called seen with an overlap below kElsewhereIou.
+  long falseBoxes = 0;                              ///< Absent frames with any box.
+  long falseSeen = 0;                               ///< Absent frames called seen.
+  double offTotal_s = 0.0;                          ///< Time off target, see below.
+  double offLongest_s = 0.0;                        ///< The longest single time off target.
+  double watched_s = 0.0;                           ///< From the start to the last mark.
+  long losses = 0;                                  ///< Times the target was off although it was there.
+  long recoveries = 0;                              ///< How many of them ended on target again.
+  double recovery_s = 0.0;                          ///< Sum of the delays of the recoveries.
+  double recoveryLongest_s = 0.0;                   ///< The longest of these delays.
+  std::array<long, kSuccessSteps> successCounts{};  ///< Present frames with an overlap above the step's.
   std::array<long, kPrecisionSteps> precisionCounts{};  ///< Present frames with a distance up to the step's.
 };
 
@@ -76,18 +76,19 @@ MetricSums& operator+=(MetricSums& a, const MetricSums& b);
 
 /// The figures that people read. Shares lie in [0, 1] and are 0 where there is nothing to divide by.
 struct Metrics {
-  double successAuc = 0.0;   ///< Mean of the success curve.
-  double precision20 = 0.0;  ///< Share of present frames within kPrecisionPixels.
-  double meanIou = 0.0;      ///< Over present frames; a frame without a box counts 0.
-  double onTarget = 0.0;     ///< Share of present frames.
-  double offTotal_s = 0.0;
-  double offLongest_s = 0.0;
+  double successAuc = 0.0;       ///< Mean of the success curve.
+  double precision20 = 0.0;      ///< Share of present frames within kPrecisionPixels.
+  double meanIou = 0.0;          ///< Over present frames; a frame without a box counts 0.
+  double onTarget = 0.0;         ///< Share of present frames.
+  double offTotal_s = 0.0;       ///< Seconds off target, all targets together.
+  double offLongest_s = 0.0;     ///< Seconds; the longest single time off target.
   double redetectDelay_s = 0.0;  ///< Mean over recoveries.
   double seenElsewhere = 0.0;    ///< Share of the frames called seen that lie elsewhere or show no target.
-  std::array<double, kSuccessSteps> successCurve{};
-  std::array<double, kPrecisionSteps> precisionCurve{};
+  std::array<double, kSuccessSteps> successCurve{};      ///< Share of present frames with more overlap than the step's.
+  std::array<double, kPrecisionSteps> precisionCurve{};  ///< Share of present frames within the step's distance.
 };
 
+/// The sums as shares and means; all zero where nothing was judged. Pure.
 Metrics metricsOf(const MetricSums& sums);
 
 }  // namespace host

@@ -10,44 +10,49 @@
 
 namespace host {
 
+/// What a result file says it is; a file of another name or version is refused.
 inline constexpr const char* kEvaluationSchemaName = "csrt-track.evaluation";
 inline constexpr int kEvaluationSchemaVersion = 1;
+/// Who was followed with: the plug-in, or the bare tracker beside it.
 inline constexpr const char* kPluginTracker = "plugin";
 inline constexpr const char* kReferenceTracker = "reference";
 inline constexpr const char* kMissingShards = "missing shards";  ///< The fact that names them in a merged result.
 
+/// How one tracker did on one target.
 struct TargetResult {
-  std::string sequence;
-  std::string target;
+  std::string sequence;   ///< Name of the sequence; unique in a run.
+  std::string target;     ///< Name of the target; unique in its sequence.
   std::string tracker;    ///< kPluginTracker or kReferenceTracker.
   bool complete = false;  ///< False: the source ended before the truth did, or the run was stopped.
-  TargetSamples samples;
+  TargetSamples samples;  ///< Every judged frame and the time of every update.
 };
 
 /// How a run was made, as text, in the order in which it is shown: versions, configuration, pace, ...
 using RunFacts = std::vector<std::pair<std::string, std::string>>;
 
+/// All that an evaluation found.
 struct EvaluationResult {
-  RunFacts facts;
-  std::vector<TargetResult> targets;
+  RunFacts facts;                     ///< How it was made.
+  std::vector<TargetResult> targets;  ///< One per target and tracker.
 };
 
 /// Time per update over several targets, milliseconds.
 struct Timing {
-  std::size_t updates = 0;
-  double wallMedian_ms = 0.0;
-  double wallP95_ms = 0.0;
-  double cpuMedian_ms = 0.0;
-  double cpuP95_ms = 0.0;
+  std::size_t updates = 0;     ///< How many there were; 0: the times mean nothing.
+  double wallMedian_ms = 0.0;  ///< Wall-clock time.
+  double wallP95_ms = 0.0;     ///< 95 of 100 updates took less wall-clock time.
+  double cpuMedian_ms = 0.0;   ///< Processor time of the calling thread.
+  double cpuP95_ms = 0.0;      ///< 95 of 100 updates took less processor time.
 };
 
 /// One line of figures: a target, or all targets of a tracker together.
 struct Figures {
-  MetricSums sums;
-  Metrics metrics;
-  Timing timing;
+  MetricSums sums;  ///< What the figures are made of; adds up over parts.
+  Metrics metrics;  ///< The figures that people read.
+  Timing timing;    ///< Of all updates.
 };
 
+/// The figures of these targets taken together; all zero without any. Pure.
 Figures figuresOf(const std::vector<const TargetResult*>& targets);
 
 /// The figures of all targets together, by tracker.

@@ -11,13 +11,14 @@ namespace host {
 
 /// One key of the configuration: a range of numbers, or a list of values.
 struct SearchKey {
-  std::string group;
-  std::string key;
-  double low = 0.0;      ///< Of a range.
-  double high = 0.0;     ///< A range where high > low; else `values` count.
-  bool byRatio = false;  ///< A range is sampled evenly in its logarithm.
-  std::vector<nlohmann::json> values;
+  std::string group;                   ///< Of the configuration, such as "redetect".
+  std::string key;                     ///< In the group.
+  double low = 0.0;                    ///< Of a range.
+  double high = 0.0;                   ///< A range where high > low; else `values` count.
+  bool byRatio = false;                ///< A range is sampled evenly in its logarithm.
+  std::vector<nlohmann::json> values;  ///< The list to choose from; not empty where there is no range.
 
+  /// "group.key".
   std::string path() const { return group + "." + key; }
 };
 

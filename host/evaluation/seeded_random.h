@@ -10,6 +10,7 @@ class SeededRandom {
  public:
   explicit SeededRandom(std::uint64_t seed) : state_(seed) {}
 
+  /// The next 64 bits, all equally likely.
   std::uint64_t next() {
     state_ += 0x9E3779B97F4A7C15u;
     std::uint64_t z = state_;

@@ -9,18 +9,20 @@
 
 namespace host {
 
+/// One video or folder of pictures with the truth about its targets.
 struct Sequence {
-  std::string name;  ///< Unique among the sequences of a run.
-  SourceOptions source;
+  std::string name;                  ///< Unique among the sequences of a run.
+  SourceOptions source;              ///< Where its pictures are.
   std::vector<TruthTarget> targets;  ///< Each with at least one mark that shows it.
 };
 
+/// What to evaluate on, as the command line says it.
 struct SequenceOptions {
   std::vector<std::string> sources;  ///< Folders of known layout, or videos and pictures with a truth file each.
   std::vector<std::string> truths;   ///< One per source that brings none, in their order.
   std::vector<std::string> only;     ///< Names of targets to use; empty: all.
-  TruthOptions truth;
-  double fps = 0.0;  ///< 0: what the source says.
+  TruthOptions truth;                ///< How the truth files are to be read.
+  double fps = 0.0;                  ///< 0: what the source says.
 };
 
 /// Finds pictures and truth of every source. Known layouts: a folder with groundtruth_rect.txt or groundtruth.txt and
@@ -31,7 +33,7 @@ std::vector<Sequence> openSequences(const SequenceOptions& options);
 /// The i-th of n parts of the work, as in "2/4"; everything is 1/1.
 struct Shard {
   long index = 1;  ///< 1 to count.
-  long count = 1;
+  long count = 1;  ///< At least 1.
 };
 
 /// @throws HostError (Usage) when the text is not "i/n" with 1 <= i <= n

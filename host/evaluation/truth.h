@@ -14,14 +14,16 @@ struct TruthMark {
   cv::Rect2d box;       ///< Full-frame pixels.
 };
 
+/// Everything that is marked of one target.
 struct TruthTarget {
-  std::string name;
+  std::string name;              ///< As the file gives it, or as the caller named it; unique in a sequence.
   std::vector<TruthMark> marks;  ///< By rising frame, each frame once; frames in between are not marked.
 
   /// The first mark that shows the target; -1: none does.
   long firstVisibleMark() const;
 };
 
+/// How the rows of a truth file are to be read.
 enum class TruthFormat {
   Auto,     ///< By what the file holds; see recogniseTruth().
   Rect,     ///< One row a frame: x, y, width, height. OTB groundtruth_rect.txt, GOT-10k groundtruth.txt.
@@ -30,6 +32,7 @@ enum class TruthFormat {
   Mot       ///< The same and more, as in MOTChallenge: a seventh value of 0 means that the row is not to be judged.
 };
 
+/// What a truth file does not say of itself.
 struct TruthOptions {
   TruthFormat format = TruthFormat::Auto;
   long firstNumber = 1;    ///< Csv, Mot: the number that the file gives to the first frame of the source.

@@ -8,8 +8,8 @@ namespace host {
 
 /// A row of the file and where it stands, so that an error can say so.
 struct TruthRow {
-  long number = 0;  ///< Line in the file, counted from 1.
-  std::vector<std::string> fields;
+  long number = 0;                  ///< Line in the file, counted from 1.
+  std::vector<std::string> fields;  ///< The values as text, without blanks around them.
 };
 
 /// Values are separated by commas, semicolons, tabs or blanks. Empty lines and those that begin with # are left out.

@@ -29,15 +29,15 @@ double scoreFor(const TuneGoal& goal, double onTarget, double successAuc, double
 /// Splits targets into those to search on and those held back: the named ones, or without names every second one
 /// from the one with most visible marks down, so that the halves weigh alike. A single target is never held back.
 struct TuneSplit {
-  std::vector<Sequence> training;
-  std::vector<Sequence> heldBack;
+  std::vector<Sequence> training;  ///< Targets that the search may see.
+  std::vector<Sequence> heldBack;  ///< Targets that it never sees; empty where there is one target only.
 };
 TuneSplit splitTargets(const std::vector<Sequence>& sequences, const std::vector<std::string>& heldBackNames);
 
 /// The part of the targets that a rung uses, spread evenly over all, and the frames of each.
 struct RungPart {
-  std::vector<Sequence> sequences;
-  long maxFrames = 0;
+  std::vector<Sequence> sequences;  ///< What is run.
+  long maxFrames = 0;               ///< After each target's start; 0: all.
 };
 RungPart partFor(const std::vector<Sequence>& training, const Rung& rung);
 

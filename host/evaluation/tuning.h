@@ -26,22 +26,24 @@ std::vector<Rung> defaultRungs();
 
 /// What a configuration was worth in one trial.
 struct TrialScore {
-  double score = 0.0;  ///< What the search maximises.
-  double onTarget = 0.0;
-  double successAuc = 0.0;
-  double cpu_ms = 0.0;  ///< Median per update.
+  double score = 0.0;       ///< What the search maximises.
+  double onTarget = 0.0;    ///< Share of the marks that show the target. [0, 1]
+  double successAuc = 0.0;  ///< Area under the success curve. [0, 1]
+  double cpu_ms = 0.0;      ///< Median per update.
 };
 
+/// One configuration tried on one rung.
 struct Trial {
-  long bracket = 0;
-  int candidate = 0;  ///< In its bracket.
-  int rung = 0;
-  nlohmann::json config;
-  TrialScore score;
+  long bracket = 0;       ///< Counted from 0 through all shards.
+  int candidate = 0;      ///< In its bracket.
+  int rung = 0;           ///< Rung::number.
+  nlohmann::json config;  ///< What was given to setConfig().
+  TrialScore score;       ///< What it came to.
 };
 
+/// How a search is laid out.
 struct TuneSettings {
-  std::uint64_t seed = 1;
+  std::uint64_t seed = 1;              ///< The same seed and scores, the same search.
   int candidates = 9;                  ///< Per bracket.
   int keepOneOf = 3;                   ///< Candidates that one of which goes on to the next rung.
   long brackets = 0;                   ///< At most so many of this shard; 0: until the time is up.
@@ -49,6 +51,7 @@ struct TuneSettings {
   std::vector<nlohmann::json> starts;  ///< Configurations that the first bracket of every shard begins with.
 };
 
+/// What a search needs from outside.
 struct TuneHooks {
   /// Scores configurations on a rung, one answer each; an empty answer: stopped on the way.
   std::function<std::vector<TrialScore>(const std::vector<nlohmann::json>&, const Rung&)> evaluate;
@@ -70,7 +73,7 @@ const Trial* bestOf(const std::vector<Trial>& trials);
 
 /// How the score moved with one key.
 struct KeyEffect {
-  std::string path;
+  std::string path;     ///< "group.key".
   double effect = 0.0;  ///< Mean score of the upper half of its values less that of the lower; on less off.
   double error = 0.0;   ///< Standard error of the effect.
   int trials = 0;       ///< First-rung trials that set the key.
@@ -80,10 +83,12 @@ struct KeyEffect {
 /// come first. Keys with fewer than four trials, or with one value only, are left out.
 std::vector<KeyEffect> keyEffects(const SearchSpace& space, const std::vector<Trial>& trials);
 
+/// The object that trialScoreOf() reads. Pure.
 nlohmann::json toJson(const TrialScore& score);
 /// @throws nlohmann::json::exception when it lacks a figure; other members do not matter
 TrialScore trialScoreOf(const nlohmann::json& json);
 
+/// The object that trialOf() reads. Pure.
 nlohmann::json toJson(const Trial& trial);
 /// @throws nlohmann::json::exception when it is not a trial
 Trial trialOf(const nlohmann::json& json);

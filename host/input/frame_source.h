@@ -10,6 +10,7 @@
 
 namespace host {
 
+/// Which source, and which part of it.
 struct SourceOptions {
   std::string source;    ///< Video file, printf pattern such as img/%04d.jpg, folder, or a camera's number.
   std::string pipeline;  ///< A GStreamer pipeline in place of `source`; empty: none.

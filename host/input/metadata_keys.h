@@ -5,6 +5,7 @@
 
 namespace host {
 
+/// The type in which a camera hands over a value.
 enum class MetadataKind {
   Unknown,   ///< There is no such key.
   Text,      ///< std::string

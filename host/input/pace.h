@@ -6,6 +6,7 @@
 
 namespace host {
 
+/// How fast frames are handed over, and which time the plug-in sees meanwhile.
 enum class Pace {
   Fast,    ///< Frames come as fast as they are worked on; rules in seconds see the machine's speed.
   Source,  ///< Frames come at the source's rate; rules in seconds see what they see live. Takes as long as the clip.
@@ -14,6 +15,7 @@ enum class Pace {
 
 /// @throws HostError (Usage) for a word that is none of fast, source, video
 Pace paceOf(const std::string& word);
+/// The word that paceOf() reads.
 const char* name(Pace pace);
 
 /// Holds the reader back to the source's own rate. Not thread-safe.

@@ -11,6 +11,7 @@
 
 namespace host {
 
+/// A frame from the pipe.
 struct Y4mFrame {
   cv::Mat bgr;                       ///< 8-bit BGR, owned by the caller.
   std::optional<double> captured_s;  ///< Seconds of the monotonic clock, when the sender says it.

@@ -42,6 +42,7 @@ double CaptureLoop::step(double waitS) {
     receiver_ = open_();
     lastLife_ = clocks_.steady();
     pictureOfConnection_ = false;
+    stamps_.restart();
   }
   const Received received = receiver_->next(waitS);
   takePackets_(received);
@@ -79,6 +80,7 @@ void CaptureLoop::takePicture_(const Received& received) {
   frame.capturedAt = time.at;
   frame.senderClock = time.senderClock;
   frame.time_s = runTime_.of(time.at);
+  stamps_.picture(picture.streamS, now);
   frame.camera = camera_.at(picture.streamS);
   frame.bgr = copyOf(picture, size_);
   {
@@ -87,6 +89,7 @@ void CaptureLoop::takePicture_(const Received& received) {
     if (!pictureOfConnection_) ++report_.connections;
     if (picture.width != size_.width || picture.height != size_.height) ++report_.resized;
     report_.timesCorrected = runTime_.corrected();
+    report_.stampJumps = stamps_.jumps();
     if (report_.decoder.empty()) report_.decoder = receiver_->decoder();
   }
   pictureOfConnection_ = true;
@@ -107,6 +110,21 @@ void CaptureLoop::takePackets_(const Received& received) {
       at = klv::findPacket(packet.bytes.data(), size, at + std::max<std::size_t>(decoded.size, 1));
     }
   }
+}
+
+std::vector<std::string> faultsOf(const CaptureReport& seen) {
+  std::vector<std::string> faults;
+  const auto say = [&faults](long count, const char* one, const char* many) {
+    if (count > 0) faults.push_back(std::to_string(count) + " " + (count == 1 ? one : many));
+  };
+  say(seen.connections - 1, "reconnection", "reconnections");
+  say(seen.damaged, "damaged or lost packet or picture", "damaged or lost packets or pictures");
+  say(seen.resized, "picture of another size, brought to that of the first",
+      "pictures of another size, brought to that of the first");
+  say(seen.stampJumps, "jump of its time stamps", "jumps of its time stamps");
+  say(seen.timesCorrected, "capture time that went back", "capture times that went back");
+  say(seen.packetsRefused, "refused packet of what the camera said", "refused packets of what the camera said");
+  return faults;
 }
 
 CaptureReport CaptureLoop::report() const {

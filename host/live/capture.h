@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "live/camera_track.h"
 #include "live/capture_rules.h"
@@ -34,12 +35,16 @@ struct CaptureReport {
   long packets = 0;         ///< Good packets of what the camera said.
   long packetsRefused = 0;  ///< Such packets with a wrong checksum, or damaged.
   long resized = 0;         ///< Pictures of another size than the first one, brought to its size.
-  long timesCorrected = 0;  ///< Time stamps that went back.
+  long timesCorrected = 0;  ///< How often a capture time lay before that of the picture before.
+  long stampJumps = 0;      ///< The stream's time stamps went back, or jumped by more than a second.
   std::string reason;       ///< Why the last connection ended; empty: it did not.
   bool refused = false;     ///< The last failure was a refused name or password.
   bool ended = false;       ///< No more will come.
   std::string decoder;
 };
+
+/// What was the matter, for a person: one short sentence per counter that is not zero. Pure.
+std::vector<std::string> faultsOf(const CaptureReport& seen);
 
 /// One thread's work in steps, so that a test can take them one by one with a clock of its own.
 class CaptureLoop {
@@ -74,6 +79,7 @@ class CaptureLoop {
   std::unique_ptr<Receiver> receiver_;
   ReconnectPlan plan_;
   RunTime runTime_;
+  StampWatch stamps_;
   CameraTrack camera_;
   CameraValuesReader reader_;
   NewestSlot<LiveFrame> slot_;

@@ -40,15 +40,21 @@ CaptureTime captureTime(double now, double unixNow, double heldS, double sentUni
   return {now - held, false};
 }
 
+void StampWatch::picture(double streamS, double now) {
+  if (!std::isfinite(streamS)) return;
+  if (last_) {
+    const double step = streamS - last_->streamS;
+    if (step < 0 || std::fabs(step - (now - last_->now)) > kLargestStepS) ++jumps_;
+  }
+  last_ = Seen{streamS, now};
+}
+
 double RunTime::of(double capturedAt) {
   if (!first_) first_ = capturedAt;
-  double time = capturedAt - *first_;
-  if (time < last_ + kLeastStepS) {
-    if (time < last_) ++corrected_;
-    time = last_ + kLeastStepS;
-  }
-  last_ = time;
-  return time;
+  if (capturedAt < before_) ++corrected_;
+  before_ = capturedAt;
+  last_ = std::max(capturedAt - *first_, last_ + kLeastStepS);
+  return last_;
 }
 
 }  // namespace live

@@ -59,16 +59,37 @@ struct CaptureTime {
 /// believed, and arrival counts.
 CaptureTime captureTime(double now, double unixNow, double heldS, double sentUnixS);
 
+/// Notices a stream whose time stamps jump or go back: their step is compared with that of the machine's clock. What
+/// the frames' times are made of does not change; it is counted, because a person who looks for a fault wants to know.
+class StampWatch {
+ public:
+  static constexpr double kLargestStepS = 1.0;  ///< Buffers that fill and empty are smaller than that.
+  /// @param streamS  the stream's own stamp; NaN: it has none   @param now  a clock that never goes back
+  void picture(double streamS, double now);
+  /// The next stamp begins anew: another connection.
+  void restart() { last_.reset(); }
+  long jumps() const { return jumps_; }
+
+ private:
+  struct Seen {
+    double streamS;
+    double now;
+  };
+  std::optional<Seen> last_;
+  long jumps_ = 0;
+};
+
 /// Seconds since a run's first frame: grow with every frame, whatever the capture times do.
 class RunTime {
  public:
   static constexpr double kLeastStepS = 0.001;
   /// @param capturedAt  of frames in the order they came
   double of(double capturedAt);
-  long corrected() const { return corrected_; }  ///< How often a time had to be moved because it went back.
+  long corrected() const { return corrected_; }  ///< How often a capture time lay before that of the frame before.
 
  private:
   std::optional<double> first_;
+  double before_ = -std::numeric_limits<double>::infinity();
   double last_ = -std::numeric_limits<double>::infinity();
   long corrected_ = 0;
 };

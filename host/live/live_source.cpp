@@ -90,6 +90,15 @@ bool LiveSource::read(host::SourceFrame& frame) {
   return false;
 }
 
+std::vector<std::string> LiveSource::faults() const {
+  std::vector<std::string> faults = faultsOf(capture_->loop().report());
+  if (losses_ > 0) faults.push_back("no signal " + std::to_string(losses_) + (losses_ == 1 ? " time" : " times"));
+  const long lines = sidecar_ ? sidecar_->refused() : 0;
+  if (lines > 0)
+    faults.push_back(std::to_string(lines) + (lines == 1 ? " line" : " lines") + " of the metadata not understood");
+  return faults;
+}
+
 void LiveSource::failFirst_() const {
   const CaptureReport seen = capture_->loop().report();
   const std::string why =
@@ -133,6 +142,7 @@ bool LiveSource::trySayLoss_(double now, host::SourceFrame& frame) {
   const bool first = !loss_.lost();
   const std::optional<double> without = loss_.due(now);
   if (!without) return false;
+  if (first) ++losses_;
   if (first && !options_.quiet) {
     std::fprintf(stderr, "csrt-track: '%s': no signal for %.1f s\n", shown_.c_str(), *without);
   }

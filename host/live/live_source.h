@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "input/frame_source.h"
 #include "live/capture.h"
@@ -37,6 +38,7 @@ class LiveSource : public host::FrameSource {
   bool read(host::SourceFrame& frame) override;
   double fps() const override { return fps_; }
   long expected() const override { return frames_; }
+  std::vector<std::string> faults() const override;
 
   CaptureReport report() { return capture_->loop().report(); }
   FrameRing& past() { return capture_->loop().past(); }
@@ -60,6 +62,7 @@ class LiveSource : public host::FrameSource {
   double fps_;
   long frames_;
   long read_ = 0;
+  long losses_ = 0;
   long lastIndex_ = -1;
   double lastTime_ = 0.0;
   double begin_;

@@ -25,6 +25,7 @@ void Sidecar::readMore() {
   if (size < read_) {  // begun anew by its writer
     read_ = 0;
     pending_.clear();
+    endless_ = false;
   }
   if (size == read_) return;
   file.seekg(read_);
@@ -35,11 +36,15 @@ void Sidecar::readMore() {
   pending_ += more;
   std::size_t begin = 0;
   for (std::size_t end = pending_.find('\n'); end != std::string::npos; end = pending_.find('\n', begin)) {
-    takeLine_(pending_.substr(begin, end - begin));
+    if (!endless_) takeLine_(pending_.substr(begin, end - begin));
+    endless_ = false;
     begin = end + 1;
   }
   pending_.erase(0, begin);
-  if (pending_.size() > kAtOnce) pending_.clear();  // no line is that long
+  if (pending_.size() < kAtOnce) return;
+  pending_.clear();  // no line is that long: what is left of it goes too
+  if (!endless_) ++refused_;
+  endless_ = true;
 }
 
 void Sidecar::takeLine_(const std::string& line) {

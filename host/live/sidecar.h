@@ -28,6 +28,7 @@ class Sidecar {
   std::string pending_;
   long read_ = 0;  // bytes of the file
   long refused_ = 0;
+  bool endless_ = false;  // inside a line that is dropped because it is too long
   CameraTrack track_;
 };
 

@@ -5,6 +5,7 @@
 
 namespace host {
 
+/// What a click was taken to mean.
 struct BoxProposal {
   cv::Rect box;            ///< Full-frame pixels, inside the frame, at least 1 x 1.
   bool segmented = false;  ///< Found in the picture; else a square of a tenth of the frame's height about the point.

@@ -59,6 +59,24 @@ Json toJson(const AlgoValue& value) {
   return std::visit(ToJson{}, static_cast<const AlgoValue::Base&>(value));
 }
 
+Json toJson(const GimbalNote& note) {
+  Json json = Json::object();
+  if (note.pan_deg) json["pan_deg"] = roundedTo(*note.pan_deg, 4);
+  if (note.tilt_deg) json["tilt_deg"] = roundedTo(*note.tilt_deg, 4);
+  json["state"] = note.state;
+  return json;
+}
+
+Json toJson(const GroundNote& note) {
+  return {{"lat_deg", roundedTo(note.lat_deg, 7)},
+          {"lon_deg", roundedTo(note.lon_deg, 7)},
+          {"alt_m", roundedTo(note.alt_m, 1)},
+          {"distance_m", roundedTo(note.distance_m, 1)},
+          {"major_m", roundedTo(note.major_m, 1)},
+          {"minor_m", roundedTo(note.minor_m, 1)},
+          {"azimuth_deg", roundedTo(note.azimuth_deg, 1)}};
+}
+
 Json toJson(const CallRecord& record) {
   Json json = {{"schema", kRecordSchemaName},
                {"version", kRecordSchemaVersion},
@@ -90,6 +108,9 @@ Json toJson(const CallRecord& record) {
   if (record.noSignal) json["no_signal"] = true;
   if (!record.reason.empty()) json["reason"] = record.reason;
   if (record.guard) json["guard"] = toJson(*record.guard);
+  if (record.gimbal) json["gimbal"] = toJson(*record.gimbal);
+  if (record.anglesStaleMs) json["angles_stale_ms"] = roundedTo(*record.anglesStaleMs, 1);
+  if (record.ground) json["ground"] = toJson(*record.ground);
   Json outputs = Json::array();
   for (const AlgoOutput& output : record.outputs)
     outputs.push_back({{"name", output.name}, {"value", toJson(output.value)}});

@@ -8,10 +8,11 @@ namespace host {
 
 /// What one check found.
 struct DoctorFinding {
+  /// Whether anything has to be done.
   enum class Level { Ok, Note, Problem };
-  Level level = Level::Ok;
-  std::string subject;   ///< "plug-in", "OpenCV", ...
-  std::string sentence;  ///< What is so; for a problem the cause and the remedy.
+  Level level = Level::Ok;  ///< A problem makes `doctor` end with an error.
+  std::string subject;      ///< "plug-in", "OpenCV", ...
+  std::string sentence;     ///< What is so; for a problem the cause and the remedy.
 };
 
 /// The plug-in's file: there, a shared library of this processor, complete, loadable, with the class under the right

@@ -8,6 +8,7 @@
 
 namespace host {
 
+/// A guard that the program offers.
 enum class GuardChoice {
   Off,    ///< None: the plug-in's answers as they are.
   Colour  ///< By the target's colours; see csrt_guard.h.
@@ -21,7 +22,7 @@ GuardChoice guardChoiceOf(const std::string& word);
 
 /// What the guard made of one call. Boxes are full-frame pixels.
 struct GuardNote {
-  csrt_guard::Verdict verdict;
+  csrt_guard::Verdict verdict;         ///< The guard's decision with its reason.
   std::string trackerState;            ///< The plug-in's own state, as in the records.
   std::optional<cv::Rect> trackerBox;  ///< The plug-in's own box.
   bool trackerSeen = false;            ///< The plug-in claimed to see the target.

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <sstream>
 
 #include "picture/box_proposal.h"
@@ -16,6 +17,10 @@ constexpr const char* kForms =
 
 Json refusal(const std::string& why) {
   return {{"ok", false}, {"error", why}};
+}
+
+double now() {
+  return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
 Json boxJson(const BBox& box) {
@@ -62,7 +67,7 @@ bool tryReadCommand(const std::string& line, ControlCommand& command, std::strin
 }
 
 ControlSteering::ControlSteering(const std::string& place, KeptFrames kept, CatchUpRule catchUp, RunSteering* beneath)
-    : channel_(place), kept_(std::move(kept)), catchUp_(catchUp), beneath_(beneath) {}
+    : channel_(place), kept_(std::move(kept)), catchUp_(catchUp), beneath_(beneath), begin_(now()) {}
 
 std::optional<BBox> ControlSteering::firstBox(const cv::Mat& frame) {
   return beneath_ != nullptr ? beneath_->firstBox(frame) : std::nullopt;
@@ -74,6 +79,12 @@ Steering ControlSteering::after(const SourceFrame& frame, const std::vector<Call
   if (!frame.noSignal) {
     records_ = records;
     size_ = frame.bgr.size();
+    ++frames_;
+    rate_.add(now());
+    if (frame.live) {
+      dropped_ += frame.live->dropped;
+      capturedAt_ = frame.live->capturedAt;
+    }
   }
   for (ControlLine& line : channel_.take()) waiting_.push_back(std::move(line));
   while (!waiting_.empty() && !wish.stop && !wish.restart) {
@@ -142,10 +153,19 @@ void ControlSteering::restarted(const CallRecord& record) {
   starting_.reset();
 }
 
-ControlSteering::Json ControlSteering::status_(const SourceFrame& frame) const {
-  Json answer = {
-      {"ok", true},           {"command", "status"},    {"frame", frame.index},       {"time_s", frame.time_s},
-      {"width", size_.width}, {"height", size_.height}, {"no_signal", frame.noSignal}};
+ControlSteering::Json ControlSteering::status_(const SourceFrame& frame) {
+  Json answer = {{"ok", true},
+                 {"command", "status"},
+                 {"frame", frame.index},
+                 {"time_s", frame.time_s},
+                 {"width", size_.width},
+                 {"height", size_.height},
+                 {"no_signal", frame.noSignal},
+                 {"running_s", now() - begin_},
+                 {"frames", frames_},
+                 {"rate_fps", rate_.at(now())},
+                 {"dropped", dropped_}};
+  if (capturedAt_) answer["age_ms"] = std::max(0.0, (now() - *capturedAt_) * 1000.0);
   if (kept_.range) answer["frames_kept"] = {kept_.range().first, kept_.range().second};
   answer["targets"] = Json::array();
   for (const CallRecord& record : records_) {

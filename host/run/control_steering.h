@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "run/control_channel.h"
+#include "run/frame_rate.h"
 #include "run/place_text.h"
 #include "run/track_run.h"
 
@@ -53,7 +54,7 @@ class ControlSteering : public RunSteering {
   using Json = nlohmann::ordered_json;
 
   bool tryStart_(const ControlCommand& command, const ControlLine& line, const SourceFrame& frame, Steering& wish);
-  Json status_(const SourceFrame& frame) const;
+  Json status_(const SourceFrame& frame);
 
   ControlChannel channel_;
   KeptFrames kept_;
@@ -64,6 +65,11 @@ class ControlSteering : public RunSteering {
   std::optional<ControlLine> starting_;  // whose restart is under way
   std::size_t caughtUp_ = 0;
   cv::Size size_;
+  double begin_;  // seconds of the clock that never goes back
+  FrameRate rate_;
+  long frames_ = 0;
+  long dropped_ = 0;
+  std::optional<double> capturedAt_;  // of the last picture of a live source, by the same clock
 };
 
 }  // namespace host

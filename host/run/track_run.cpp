@@ -1,7 +1,6 @@
 #include "run/track_run.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstddef>
 #include <cstdio>
 #include <memory>
@@ -11,8 +10,8 @@
 #include "base/interrupt.h"
 #include "base/masked_address.h"
 #include "base/worker_pool.h"
-#include "input/metadata_keys.h"
 #include "plugin/target_session.h"
+#include "run/live_facts.h"
 
 namespace host {
 namespace {
@@ -65,39 +64,6 @@ class Observers {
   const std::vector<RunObserver*>& all_;
   std::size_t begun_ = 0;
 };
-
-/// A number in the type in which the plug-in expects the key.
-ocula::OculaPicture::MetadataValue metadataValueOf(const std::string& key, double value) {
-  switch (metadataKindOf(key)) {
-    case MetadataKind::Int:
-      return static_cast<int>(value);
-    case MetadataKind::Unsigned:
-      return static_cast<unsigned long>(std::max(value, 0.0));
-    default:
-      return value;
-  }
-}
-
-/// What a live camera said about a frame.
-MetadataTable::Metadata metadataOf(const LiveFacts& live) {
-  MetadataTable::Metadata metadata;
-  for (const auto& [name, value] : live.camera) {
-    const std::string key =
-        name == "follow_me" ? ocula::OculaPicture::BaseMetadata::Keys::kFollowMeEnabledCommand : name;
-    const MetadataKind kind = metadataKindOf(key);
-    if (kind != MetadataKind::Unknown && kind != MetadataKind::Text) metadata[key] = metadataValueOf(key, value);
-  }
-  return metadata;
-}
-
-/// What is known of a live frame goes into its records, once the answer is there.
-void addLiveFacts(CallRecord& record, const SourceFrame& frame) {
-  if (!frame.live) return;
-  const double now = std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
-  record.ageMs = std::max(0.0, (now - frame.live->capturedAt) * 1000.0);
-  record.ageFromSender = frame.live->senderClock;
-  record.dropped = frame.live->dropped;
-}
 
 /// All targets of a run and the frame they are working on.
 class Targets {

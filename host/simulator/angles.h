@@ -40,6 +40,7 @@ cv::Rect2d boxOf(const Angles& direction, cv::Size2d size, const View& view, cv:
 /// Intersection over union; 0 when a box has no area. Pure.
 double overlap(const cv::Rect2d& a, const cv::Rect2d& b);
 
+/// The middle of a box, in the box's own unit. Pure.
 cv::Point2d centreOf(const cv::Rect2d& box);
 
 }  // namespace host::sim

@@ -12,8 +12,8 @@ namespace host::sim {
 
 /// A range, both ends allowed, with the words to complain with.
 struct Range {
-  double min;
-  double max;
+  double min;  ///< The smallest value that is allowed.
+  double max;  ///< The largest one.
 };
 
 /// One object of the file. Each member is asked for by its key; finish() complains about those nobody asked for.

@@ -11,8 +11,8 @@ cv::Mat texture(cv::Size size, const cv::Scalar& mean, double contrast, int patc
 
 /// A figure with what is seen of it: 255 inside its outline, 0 outside.
 struct Sprite {
-  cv::Mat bgr;
-  cv::Mat mask;
+  cv::Mat bgr;   ///< 8-bit BGR.
+  cv::Mat mask;  ///< 8 bits, one channel, the size of `bgr`.
 };
 
 /// @param look    car, person, drone or wall
@@ -28,6 +28,7 @@ class SensorNoise {
  public:
   /// @param deviation  standard deviation of each value, grey levels; 0: none
   SensorNoise(cv::Size frame, double deviation, std::uint64_t seed);
+  /// @param picture  8-bit BGR of the size given to the constructor; changed in place
   void add(cv::Mat& picture);
 
  private:

@@ -13,7 +13,7 @@ struct AxisLimits {
   double max_accel_dps2 = 240.0;  ///< Degrees per second and second, > 0.
   double lag_s = 0.05;            ///< Time constant of the motor's own control loop, 0 or more.
   double min_deg = -180.0;        ///< Stops; without meaning for an endless axis.
-  double max_deg = 180.0;
+  double max_deg = 180.0;         ///< At least min_deg.
 };
 
 /// One motor. Not thread-safe.
@@ -53,9 +53,11 @@ class Gimbal {
   /// @param delay_s  time that an order takes to arrive
   Gimbal(const AxisLimits& pan, const AxisLimits& tilt, double delay_s, const Angles& start);
 
+  /// Sends an order; it is obeyed once its delay has passed, and replaces the one before it.
   void order(const GimbalOrder& order);
   void advance(double dt_s);  ///< Lets any time pass.
 
+  /// Where it points now, degrees.
   Angles position() const { return {pan_.position(), tilt_.position()}; }
 
  private:

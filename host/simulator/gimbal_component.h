@@ -16,7 +16,9 @@ class GimbalComponent {
  public:
   explicit GimbalComponent(std::uint8_t system) : system_(system) {}
 
+  /// Takes a frame from the line; one that is not for this component is ignored.
   void receive(const mavlink::Frame& frame, double now_s);
+  /// Lets time pass: heartbeats and status go out when they are due. Nothing goes out between calls.
   void tick(double now_s);
 
   /// A reading of the encoders goes out now.
@@ -26,6 +28,7 @@ class GimbalComponent {
   std::optional<GimbalOrder> takeOrder();
   std::vector<mavlink::Frame> takeOutgoing();
 
+  /// Whether anybody has taken control.
   bool isControlled() const { return controllerSystem_ != 0; }
 
  private:

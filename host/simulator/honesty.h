@@ -56,7 +56,9 @@ struct Honesty {
   std::vector<WrongFrames> wrongClaimsByCause;  ///< The wrong claims likewise.
   std::vector<HonestyEvent> events;             ///< In their order.
 
+  /// [0, 1]; 1 without frames.
   double rightShare() const { return frames > 0 ? static_cast<double>(right) / static_cast<double>(frames) : 1.0; }
+  /// [0, 1]; 0 without claims.
   double wrongClaimShare() const {
     return claims > 0 ? static_cast<double>(wrongClaims) / static_cast<double>(claims) : 0.0;
   }
@@ -79,6 +81,7 @@ class HonestyWatch : public SimulationObserver {
   void begin(const Scenario& scenario, const Panorama& panorama) override;
   void frame(const SimulatedFrame& frame) override;
 
+  /// The judgement of the frames collected so far.
   Honesty honesty() const;
 
  private:
@@ -104,6 +107,7 @@ class HonestyWatch : public SimulationObserver {
   std::string trackerFrom_ = "the start";  // what started the tracker that now runs
 };
 
+/// The member `honesty` of a simulation's summary. Pure.
 nlohmann::ordered_json toJson(const Honesty& honesty);
 
 /// Several lines for people, the last one with its line feed.

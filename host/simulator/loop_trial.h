@@ -16,11 +16,13 @@ enum class TrialTarget {
   Ramp   ///< Begins there and drives on with 8 degrees a second.
 };
 
+/// Who turns the gimbal.
 enum class TrialFollower {
   Proportional,  ///< Follower: proportional and integral, on the box alone.
   Predicting     ///< gimbal::Controller.
 };
 
+/// One cell of the table: delays, limits, noise. Times in seconds.
 struct LoopTrialParams {
   TrialTarget target = TrialTarget::Step;
   TrialFollower follower = TrialFollower::Predicting;
@@ -30,21 +32,22 @@ struct LoopTrialParams {
   double order_s = 0.04;                              ///< From an order until the gimbal hears of it.
   double stale_s = 0.0;                               ///< How much older a reading is than the time it carries.
   double encoder_noise_deg = 0.02;                    ///< Standard deviation of a reading.
-  double fps = 25.0;
-  double duration_s = 10.0;
+  double fps = 25.0;                                  ///< Frames per second.
+  double duration_s = 10.0;                           ///< Of the trial.
   double believedGain = 1.0;      ///< What the controller takes the gimbal's gain for; the true one is 1.
   double believedOrder_s = 0.04;  ///< What it takes the orders' delay for.
   double believedStale_s = 0.0;   ///< What it takes the staleness for.
-  std::uint64_t seed = 1;
+  std::uint64_t seed = 1;         ///< Of the encoder's noise.
 };
 
 /// One moment of a trial, for plots.
 struct TrialMoment {
-  double t_s = 0.0;
-  double target_deg = 0.0;
-  double gimbal_deg = 0.0;
+  double t_s = 0.0;         ///< Since the trial's beginning.
+  double target_deg = 0.0;  ///< Where the target is.
+  double gimbal_deg = 0.0;  ///< Where the gimbal points.
 };
 
+/// What a trial came to.
 struct LoopTrialResult {
   double overshoot = 0.0;            ///< Share of the step by which the gimbal goes beyond a standing target.
   double settled_s = 0.0;            ///< From then on within 2 % of the step.

@@ -18,7 +18,7 @@ struct PilotView {
   double now_s = 0.0;             ///< ... and when it has been judged.
   std::optional<cv::Rect2d> box;  ///< Where the target was seen, frame pixels; nothing: it was not.
   std::optional<Angles> angles;   ///< Of the gimbal, as reported with the frame.
-  double hfov = 60.0;
+  double hfov = 60.0;             ///< Horizontal field of view, degrees.
 };
 
 /// Pan and tilt of a frame's metadata. Pure. @return nothing when one is missing, no double or not finite

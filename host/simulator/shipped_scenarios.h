@@ -8,7 +8,7 @@ namespace host::sim {
 
 /// A scenario that comes with the program.
 struct ShippedScenario {
-  std::string name;
+  std::string name;  ///< Without an ending; unique.
   const char* text;  ///< Its JSON.
 };
 

@@ -11,6 +11,7 @@
 
 namespace host::sim {
 
+/// Where a flight's video, messages and truth go.
 struct FlightOptions {
   std::vector<std::string> lines;  ///< Addresses for link::openTransport(), at least one.
   std::string video;               ///< A named pipe or file for the uncompressed video; empty: none.
@@ -20,7 +21,7 @@ struct FlightOptions {
 
 /// What came of it. Errors are of the picture's middle from the target, degrees.
 struct FlightResult {
-  long frames = 0;
+  long frames = 0;                 ///< Frames sent.
   long lateFrames = 0;             ///< Taken more than half a frame late: the machine is too slow for this.
   std::optional<double> marked_s;  ///< When the mark was acknowledged ...
   std::optional<double> turned_s;  ///< ... and when the gimbal was first ordered to turn.
@@ -28,11 +29,12 @@ struct FlightResult {
   long judged = 0;                 ///< Frames that count.
   double rms_deg = 0.0;            ///< Both axes together, with what the tracker's box is off.
   double pan_rms_deg = 0.0;        ///< Pan alone.
-  double p95_deg = 0.0;
-  double max_deg = 0.0;
-  double overshoot_deg = 0.0;  ///< How far the gimbal went beyond the target after the mark, pan.
+  double p95_deg = 0.0;            ///< 95 of 100 judged frames are off by less.
+  double max_deg = 0.0;            ///< The worst judged frame.
+  double overshoot_deg = 0.0;      ///< How far the gimbal went beyond the target after the mark, pan.
 };
 
+/// The summary that `simulate --mavlink` writes. Pure.
 nlohmann::ordered_json toJson(const FlightResult& result);
 
 /// Runs the scenario once, at the pace of the machine's clock, or until a signal asks to stop.

@@ -61,6 +61,7 @@ class SimulationSummary : public SimulationObserver {
   void begin(const Scenario& scenario, const Panorama& panorama) override;
   void frame(const SimulatedFrame& frame) override;
 
+  /// Of the frames so far. Any number of times.
   SimulationTotals totals() const;
 
  private:
@@ -79,6 +80,7 @@ class SimulationSummary : public SimulationObserver {
 /// One check per expectation that is given, in the order of the struct. Pure.
 std::vector<Check> judge(const SimulationTotals& totals, const Expectations& expect);
 
+/// The summary that `simulate --summary` writes. Pure.
 nlohmann::ordered_json toJson(const Scenario& scenario, const SimulationTotals& totals,
                               const std::vector<Check>& checks);
 

@@ -19,7 +19,7 @@ struct Truth {
   double visibleShare = 0.0;      ///< Inside the frame and not hidden. [0, 1]
   Angles direction;               ///< Pan in [-180, 180).
   double pointingErrorDeg = 0.0;  ///< From the picture's true middle.
-  double pointingErrorPx = 0.0;
+  double pointingErrorPx = 0.0;   ///< The same in frame pixels.
 };
 
 /// A scenario's scene, as pictures and as truth. Not thread-safe.

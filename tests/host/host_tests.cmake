@@ -85,6 +85,7 @@ set_tests_properties(doctor_test PROPERTIES ENVIRONMENT_MODIFICATION
   "ASAN_OPTIONS=string_append::handle_segv=0;TSAN_OPTIONS=string_append::handle_segv=0")
 
 include(host/link/link_tests.cmake)
+include(host/scale_tests.cmake)
 include(host/simulator/simulator_tests.cmake)
 
 csrt_add_host_test(replay_test)
@@ -111,7 +112,8 @@ foreach(module csrt_live_gst csrt_live_av)
   endif()
 endforeach()
 # One after the other: each needs both processors of a small machine.
-foreach(check rtsp ts rtp ffmpeg stopped killed reconnect wrong garbage resized clip klv control outputs)
+foreach(check rtsp ts ffmpeg rtp http sdp stdin pipeline alone stopped killed reconnect wrong decoder garbage resized jumps
+    clip klv synchronous simulated sidecar control outputs)
   add_test(NAME live_${check} COMMAND ${CMAKE_COMMAND} -E env CSRT_BUILD=${PROJECT_BINARY_DIR}
     CSRT_PLUGIN=$<TARGET_FILE:csrt_tracking_plugin> ${PROJECT_SOURCE_DIR}/tools/live-check.sh --short ${check})
   set_tests_properties(live_${check} PROPERTIES LABELS native SKIP_RETURN_CODE 77 TIMEOUT 180 RESOURCE_LOCK live)
@@ -121,3 +123,7 @@ csrt_add_test(capture_rules_test csrt_live)
 csrt_add_test(capture_test csrt_live)
 csrt_add_test(camera_track_test csrt_live)
 csrt_add_test(live_address_test csrt_live)
+csrt_add_host_test(frame_centre_test)
+csrt_add_host_test(sidecar_test)
+csrt_add_host_test(grid_test)
+csrt_add_host_test(box_proposal_test)

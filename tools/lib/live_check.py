@@ -12,44 +12,11 @@ import tempfile
 import threading
 import time
 
-TOOLS = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-SENDER = os.path.join(TOOLS, "live-sender.py")
+from live_checks_camera import CameraChecks
+from live_checks_sources import SourceChecks
+from live_senders import Sender, free_port, own_sender
+
 BOX = "40,160,48,64"
-
-
-def free_port(kind=socket.SOCK_STREAM):
-    with socket.socket(socket.AF_INET, kind) as probe:
-        probe.bind(("127.0.0.1", 0))
-        return probe.getsockname()[1]
-
-
-class Sender:
-    """A sender that ends with the check, whatever happens."""
-
-    def __init__(self, *arguments, ready=True):
-        self.process = subprocess.Popen(list(arguments), stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True)
-        if ready and self.process.stdout.readline().strip() != "ready":
-            raise RuntimeError("the sender did not start: " + " ".join(arguments))
-
-    def __enter__(self):
-        return self
-
-    def __exit__(self, *_):
-        self.end()
-
-    def end(self):
-        if self.process.poll() is None:
-            self.process.send_signal(signal.SIGCONT)
-            self.process.kill()
-        self.process.wait(timeout=5)
-        self.process.stdout.close()
-
-    def signal(self, number):
-        self.process.send_signal(number)
-
-
-def own_sender(kind, port, seconds, *more):
-    return Sender(SENDER, kind, str(port), str(seconds), *more)
 
 
 def share(values, part):
@@ -66,7 +33,7 @@ def slope(points):
     return sum((t - mean_t) * (v - mean_v) for t, v in points) / spread if spread else 0.0
 
 
-class Check:
+class Check(SourceChecks, CameraChecks):
     def __init__(self, options):
         self.options = options
         self.short = options.short
@@ -225,13 +192,15 @@ class Check:
                    f"{files:+d} open files, {memory:+.1f} MB from the {first['reconnections']}th to the "
                    f"{lines[-1]['reconnections']}th")
 
-    def track(self, address, *more, limit=30):
-        return subprocess.run([self.track_program, "track", address, "--box", BOX, "--records", "-", "--quiet", *more],
-                              capture_output=True, text=True, timeout=limit, stdin=subprocess.DEVNULL)
+    def track(self, address, *more, limit=30, environment=None):
+        source = [address] if address else []
+        return subprocess.run([self.track_program, "track", *source, "--box", BOX, "--records", "-", "--quiet", *more],
+                              capture_output=True, text=True, timeout=limit, stdin=subprocess.DEVNULL,
+                              env={**os.environ, **(environment or {})})
 
-    def expect_sentence(self, name, address, *more, word="", status=3):
+    def expect_sentence(self, name, address, *more, word="", status=3, environment=None):
         begin = time.time()
-        done = self.track(address, *more)
+        done = self.track(address, *more, environment=environment)
         lines = done.stderr.strip().splitlines()
         good = done.returncode == status and len(lines) == 1 and lines[0].startswith("csrt-track: ") and word in lines[0]
         self.judge(name, good, f"exit {done.returncode} after {time.time() - begin:.1f} s: {done.stderr.strip()}")
@@ -339,41 +308,6 @@ class Check:
                   f"{live_run.stderr.strip()[:200]}"
         self.judge("the same boxes as from the file", len(by_file) == 40 and until >= 10 and same == until, figures)
 
-
-    def klv(self):
-        """What is written beside the video is read back by others byte for byte, and by us from a stream."""
-        with tempfile.TemporaryDirectory() as room:
-            path = {name: os.path.join(room, name) for name in ("scene.avi", "m.csv", "x.ts", "ff.bin", "gst.bin")}
-            subprocess.run([self.track_program, "draw-scene", path["scene.avi"], "--frames", "50"], check=True,
-                           capture_output=True)
-            with open(path["m.csv"], "w", encoding="ascii") as rows:
-                rows.write("frame,pan_deg,tilt_deg,hfov_deg,vfov_deg\n")
-                rows.writelines(f"{n},{-10 + n * 0.5},{-5 - n * 0.1},60,33.75\n" for n in range(50))
-            done = subprocess.run([self.track_program, "track", path["scene.avi"], "--box", "116,165,32,60", "--metadata",
-                                   path["m.csv"], "--klv-out", path["x.ts"], "--quiet"], capture_output=True, text=True)
-            subprocess.run(["ffmpeg", "-nostdin", "-loglevel", "quiet", "-i", path["x.ts"], "-map", "0:d", "-c", "copy",
-                            "-f", "data", path["ff.bin"]], check=False)
-            subprocess.run(["gst-launch-1.0", "-q", "filesrc", f"location={path['x.ts']}", "!", "tsdemux", "!",
-                            "meta/x-klv", "!", "filesink", f"location={path['gst.bin']}"], check=False, timeout=30)
-            by_ffmpeg, by_gst = (open(path[name], "rb").read() if os.path.exists(path[name]) else b""
-                                 for name in ("ff.bin", "gst.bin"))
-            packets = split_packets(by_ffmpeg)
-            pans = [pan_of(packet) for packet in packets]
-            right = [abs(pan - (-10 + n * 0.5) % 360) < 1e-4 for n, pan in enumerate(pans)]
-            self.judge("KLV read back byte for byte", by_ffmpeg == by_gst and len(packets) == 50 and all(right),
-                       f"{len(packets)} packets, {len(by_ffmpeg)} bytes by ffmpeg, {len(by_gst)} by tsdemux "
-                       f"{done.stderr.strip()}")
-            port = free_port(socket.SOCK_DGRAM)
-            with Sender("ffmpeg", "-nostdin", "-loglevel", "quiet", "-re", "-stream_loop", "5", "-i", path["x.ts"], "-map",
-                        "0", "-c", "copy", "-f", "mpegts", f"udp://127.0.0.1:{port}?pkt_size=1316", ready=False):
-                lines, said = self.probe(f"udp://127.0.0.1:{port}", 5)
-                live = self.track(f"udp://127.0.0.1:{port}", "--frames", "5")
-            end = lines[-1] if lines else {}
-            self.judge("KLV in a stream", end.get("packets", 0) > 5 and end.get("packets_refused") == 0 and
-                       any("camera" in line for line in lines) and live.returncode == 0,
-                       f"{end.get('packets')} packets, {end.get('packets_refused')} refused, "
-                       f"{sum('camera' in line for line in lines)} frames with a direction {said}")
-
     def control(self):
         port = free_port()
         with tempfile.TemporaryDirectory() as room, own_sender("rtsp", port, 40):
@@ -441,39 +375,9 @@ class Check:
             self.judge("grid", done.returncode == 0 and os.path.getsize(grid) > 1000, done.stdout.strip())
 
 
-KEY = bytes.fromhex("060E2B34020B01010E01030101000000")
-
-
-def split_packets(data):
-    """The packets of a run of them; one with a wrong checksum ends the list."""
-    packets, at = [], 0
-    while data[at:at + 16] == KEY:
-        length, head = data[at + 16], 17
-        if length >= 0x80:
-            head += length & 0x7F
-            length = int.from_bytes(data[at + 17:at + head], "big")
-        packet = data[at:at + head + length]
-        total = sum(byte << (8 if i % 2 == 0 else 0) for i, byte in enumerate(packet[:-2])) & 0xFFFF
-        if total != int.from_bytes(packet[-2:], "big"):
-            break
-        packets.append(packet[head:])
-        at += head + length
-    return packets
-
-
-def pan_of(values):
-    """Tag 18 of a packet's values, degrees."""
-    at = 0
-    while at < len(values):
-        tag, length = values[at], values[at + 1]
-        if tag == 18:
-            return int.from_bytes(values[at + 2:at + 2 + length], "big") / 0xFFFFFFFF * 360
-        at += 2 + length
-    return float("nan")
-
-
-ALL = ["rtsp", "ts", "ffmpeg", "rtp", "stopped", "killed", "reconnect", "wrong", "garbage", "resized", "clip", "klv",
-       "control", "outputs"]
+ALL = ["rtsp", "ts", "ffmpeg", "rtp", "http", "sdp", "stdin", "pipeline", "alone", "stopped", "killed", "reconnect",
+       "wrong", "decoder", "garbage", "resized", "jumps", "clip", "klv", "synchronous", "simulated", "sidecar", "control",
+       "outputs"]
 
 
 def missing():

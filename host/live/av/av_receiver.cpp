@@ -85,7 +85,8 @@ class AvReceiver : public Receiver {
   void open_() {
     format_ = avformat_alloc_context();
     format_->interrupt_callback = {isOver_, this};
-    format_->flags |= AVFMT_FLAG_NOBUFFER;
+    // What was read to understand the stream is old by then; only standard input has nothing before its beginning.
+    if (request_.address.kind != AddressKind::Stdin) format_->flags |= AVFMT_FLAG_NOBUFFER;
     AVDictionary* options = nullptr;
     av_dict_set(&options, "probesize", kProbeBytes, 0);
     av_dict_set(&options, "analyzeduration", kProbeMicroseconds, 0);
@@ -148,9 +149,9 @@ class AvReceiver : public Receiver {
     }
     if (packet_->stream_index != video_) return;
     lastS_ = secondsOf(packet_->pts, stream->time_base);
-    if ((packet_->flags & AV_PKT_FLAG_CORRUPT) != 0) ++damaged_;
+    if ((packet_->flags & AV_PKT_FLAG_CORRUPT) != 0) countDamage_();
     if (avcodec_send_packet(decoder_.get(), packet_.get()) < 0) {
-      ++damaged_;
+      countDamage_();
       if (++inARow_ > kMostDamage) {
         received.event = Received::Event::Failed;
         received.reason = "its video can no longer be decoded";
@@ -158,10 +159,14 @@ class AvReceiver : public Receiver {
     }
   }
 
+  /// Before the first picture nothing is damaged: who joins a stream waits for its next key frame.
+  void countDamage_() { damaged_ += pictures_ > 0 ? 1 : 0; }
+
   bool tryPicture_(Received& received) {
     if (avcodec_receive_frame(decoder_.get(), frame_.get()) < 0) return false;
     inARow_ = 0;
-    if ((frame_->flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame_->decode_error_flags != 0) ++damaged_;
+    if ((frame_->flags & AV_FRAME_FLAG_CORRUPT) != 0 || frame_->decode_error_flags != 0) countDamage_();
+    ++pictures_;
     ReceivedPicture& picture = received.picture;
     picture.width = frame_->width;
     picture.height = frame_->height;
@@ -186,6 +191,7 @@ class AvReceiver : public Receiver {
   PictureConverter converter_;
   double lastS_ = kUnknown;
   long damaged_ = 0;
+  long pictures_ = 0;
   int inARow_ = 0;
 };
 

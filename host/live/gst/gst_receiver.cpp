@@ -322,13 +322,22 @@ class GstReceiver : public Receiver {
     GError* raw = nullptr;
     gst_message_parse_error(message.get(), &raw, nullptr);
     const GstOwned<GError> error(raw);
-    std::string reason = oneSentence(error->message);
-    if (error->domain == GST_STREAM_ERROR && error->code == GST_STREAM_ERROR_CODEC_NOT_FOUND) {
-      reason += " (no decoder: package gstreamer1.0-libav has the usual ones)";
-    }
-    const bool refused = error->domain == GST_RESOURCE_ERROR && error->code == GST_RESOURCE_ERROR_NOT_AUTHORIZED;
-    received = failed_(refused ? "the camera refused the name or the password" : reason, refused);
+    received = failed_(wordsOf_(*error),
+                       g_error_matches(error.get(), GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_AUTHORIZED) != FALSE);
     return true;
+  }
+
+  /// GStreamer's own words, but for what happens most: there they say little.
+  std::string wordsOf_(const GError& error) const {
+    const bool camera = request_.address.kind == AddressKind::Rtsp;
+    const auto is = [&error](GQuark domain, int code) { return error.domain == domain && error.code == code; };
+    if (is(GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_AUTHORIZED)) return "the camera refused the name or the password";
+    if (camera && is(GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_OPEN_READ_WRITE)) return "nothing answers there";
+    if (camera && is(GST_RESOURCE_ERROR, GST_RESOURCE_ERROR_NOT_FOUND)) return "it has no stream of that name";
+    if (is(GST_STREAM_ERROR, GST_STREAM_ERROR_CODEC_NOT_FOUND) || is(GST_CORE_ERROR, GST_CORE_ERROR_MISSING_PLUGIN)) {
+      return "there is no decoder for its video (package gstreamer1.0-libav has the usual ones)";
+    }
+    return oneSentence(error.message);
   }
 
   ReceiverRequest request_;

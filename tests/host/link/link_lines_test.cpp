@@ -17,7 +17,7 @@
 #include "base/host_error.h"
 #include "input/y4m.h"
 #include "link/gimbal_client.h"
-#include "link/tracking_server.h"
+#include "link/mavlink_front.h"
 #include "link/transport.h"
 #include "simulator/gimbal_component.h"
 
@@ -183,26 +183,29 @@ TEST(MavlinkLine, ASerialLineIsReadAndWritten) {
   ::close(master);
 }
 
-TEST(TrackingServer, APointBecomesATenthOfTheHeightAndStaysInside) {
+TEST(MavlinkFront, AClickStaysAPointAndARectangleLiesInside) {
   TrackRequest click;
   click.kind = TrackRequest::Kind::Point;
   click.point = {0.5, 0.5};
-  const BBox box = boxOf(click, {640, 360});
-  EXPECT_EQ(box.width, 36);
-  EXPECT_EQ(box.x, 302);
+  const FrontCommand middle = commandOf(click, {640, 360});
+  EXPECT_EQ(middle.kind, FrontCommand::Kind::Point);
+  EXPECT_EQ(middle.point, cv::Point(320, 180));
   click.point = {0.0, 1.0};
-  const BBox corner = boxOf(click, {640, 360});
-  EXPECT_EQ(corner.x, 0);
-  EXPECT_EQ(corner.y, 360 - 36);
-  TrackRequest thin;
-  thin.kind = TrackRequest::Kind::Rectangle;
-  thin.rectangle = {0.999, 0.999, 0.001, 0.001};
-  const BBox smallest = boxOf(thin, {640, 360});
+  EXPECT_EQ(commandOf(click, {640, 360}).point, cv::Point(0, 359));
+  TrackRequest drag;
+  drag.kind = TrackRequest::Kind::Rectangle;
+  drag.rectangle = {0.25, 0.5, 0.1, 0.2};
+  const FrontCommand dragged = commandOf(drag, {640, 360});
+  EXPECT_EQ(dragged.kind, FrontCommand::Kind::Box);
+  EXPECT_EQ(cv::Rect(dragged.box.x, dragged.box.y, dragged.box.width, dragged.box.height), cv::Rect(160, 180, 64, 72));
+  drag.rectangle = {0.999, 0.999, 0.001, 0.001};
+  const BBox smallest = commandOf(drag, {640, 360}).box;
   EXPECT_EQ(smallest.width, 4);
   EXPECT_LE(smallest.x + smallest.width, 640);
+  EXPECT_EQ(commandOf(TrackRequest(), {640, 360}).kind, FrontCommand::Kind::Stop);
 }
 
-TEST(TrackingServer, CoastingIsSaidExactlyWhilePredicted) {
+TEST(MavlinkFront, CoastingIsSaidExactlyWhilePredicted) {
   CallRecord record;
   record.box = cv::Rect(64, 36, 128, 72);
   using State = TrackingReport::State;

@@ -87,7 +87,33 @@ TEST(RunTimeOf, BeginsAtZeroAndAlwaysGrows) {
   EXPECT_EQ(time.corrected(), 1);
   EXPECT_NEAR(time.of(100.0), 0.042, 1e-9);
   EXPECT_NEAR(time.of(101.0), 1.0, 1e-9) << "and finds its way again";
-  EXPECT_EQ(time.corrected(), 2);
+  EXPECT_EQ(time.corrected(), 1) << "it went back once";
+}
+
+TEST(RunTimeOf, FramesOfOneMomentAreNotCountedAsGoingBack) {
+  RunTime time;
+  for (int i = 0; i < 20; ++i) EXPECT_NEAR(time.of(100.0 + i * 1e-5), i * RunTime::kLeastStepS, 1e-9);
+  EXPECT_EQ(time.corrected(), 0);
+}
+
+TEST(StampWatchOf, CountsStampsThatJumpOrGoBack) {
+  StampWatch stamps;
+  stamps.picture(10.0, 100.0);
+  stamps.picture(10.04, 100.04);
+  stamps.picture(10.08, 100.9);  // the network held it up
+  stamps.picture(std::nan(""), 101.0);
+  EXPECT_EQ(stamps.jumps(), 0);
+  stamps.picture(3610.2, 101.1);
+  EXPECT_EQ(stamps.jumps(), 1) << "ahead";
+  stamps.picture(3610.24, 101.14);
+  EXPECT_EQ(stamps.jumps(), 1) << "once";
+  stamps.picture(3610.2, 101.18);
+  EXPECT_EQ(stamps.jumps(), 2) << "back";
+  stamps.picture(3610.24, 110.0);
+  EXPECT_EQ(stamps.jumps(), 3) << "it stood still";
+  stamps.restart();
+  stamps.picture(5.0, 110.1);
+  EXPECT_EQ(stamps.jumps(), 3) << "another connection";
 }
 
 TEST(NewestSlotOf, GivesTheNewestOnceAndCountsTheRest) {

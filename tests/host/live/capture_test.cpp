@@ -198,6 +198,35 @@ TEST_F(CaptureTest, TheLastSecondIsKept) {
   EXPECT_EQ(capture.past().after(57).size(), 2U);
 }
 
+TEST_F(CaptureTest, StampsThatJumpAreCountedAndTimeStillGrows) {
+  CaptureLoop capture = loop();
+  double last = -1;
+  for (const double stamp : {5.0, 5.04, 3605.08, 3605.12, 2.0, 2.04}) {
+    Received received = picture();
+    received.picture.streamS = stamp;
+    script_.events.push_back(received);
+    capture.step(0.1);
+    const double time = taken(capture).value().time_s;
+    EXPECT_GT(time, last);
+    EXPECT_LT(time - last, 1.1);
+    last = time;
+    script_.now += 0.04;
+  }
+  EXPECT_EQ(capture.report().stampJumps, 2);
+}
+
+TEST(FaultsOfACapture, AreSentencesOfTheCountersThatAreNotZero) {
+  CaptureReport seen;
+  seen.connections = 1;
+  seen.decoded = 100;
+  EXPECT_TRUE(faultsOf(seen).empty());
+  seen.connections = 3;
+  seen.damaged = 1;
+  seen.stampJumps = 4;
+  EXPECT_EQ(faultsOf(seen), (std::vector<std::string>{"2 reconnections", "1 damaged or lost packet or picture",
+                                                      "4 jumps of its time stamps"}));
+}
+
 TEST(FramesToCatchUp, AsManyAsFitIntoHalfASecondAndTheLastAlways) {
   EXPECT_EQ(framesToCatchUp(0, 0.01), std::vector<std::size_t>{});
   EXPECT_EQ(framesToCatchUp(3, 0.01), (std::vector<std::size_t>{0, 1, 2}));

@@ -87,9 +87,11 @@ void probe(const Wishes& wishes) {
   }
   const live::CaptureReport seen = source.report();
   std::printf(
-      "{\"decoded\":%ld,\"connections\":%ld,\"damaged\":%ld,\"resized\":%ld,\"times_corrected\":%ld,\"packets\":%ld,"
+      "{\"decoded\":%ld,\"connections\":%ld,\"damaged\":%ld,\"resized\":%ld,\"times_corrected\":%ld,\"stamp_jumps\":%"
+      "ld,"
+      "\"packets\":%ld,"
       "\"packets_refused\":%ld,\"decoder\":\"%s\"}\n",
-      seen.decoded, seen.connections, seen.damaged, seen.resized, seen.timesCorrected, seen.packets,
+      seen.decoded, seen.connections, seen.damaged, seen.resized, seen.timesCorrected, seen.stampJumps, seen.packets,
       seen.packetsRefused, seen.decoder.c_str());
 }
 

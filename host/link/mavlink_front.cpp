@@ -1,4 +1,4 @@
-#include "link/tracking_server.h"
+#include "link/mavlink_front.h"
 
 #include <time.h>
 
@@ -6,6 +6,9 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <map>
+
+#include "ocula/ocula_picture.h"
 
 namespace host::link {
 namespace {
@@ -14,7 +17,7 @@ constexpr double kOrder_s = 0.04;  // between two orders to the gimbal
 constexpr double kRest_s = 1.0;    // for so long zero rates are repeated
 constexpr double kEstimate_s = 0.4;
 constexpr double kDelayMatters_s = 0.02;
-constexpr double kPointShare = 0.1;  // of the frame's height: the box around a point
+constexpr double kRemembered_s = 3.0;
 constexpr int kSmallest = 4;
 
 gimbal::PanTilt offOf(const cv::Rect& box, cv::Size frame, const CameraDescription& camera) {
@@ -31,23 +34,34 @@ cv::Rect2d shareOf(const cv::Rect& box, cv::Size frame) {
 
 }  // namespace
 
-double TrackingServer::monotonic() {
+double MavlinkFront::monotonic() {
   timespec now{};
   ::clock_gettime(CLOCK_MONOTONIC, &now);
   return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
 
-BBox boxOf(const TrackRequest& request, cv::Size frame) {
-  cv::Rect2d box(request.rectangle.x * frame.width, request.rectangle.y * frame.height,
-                 request.rectangle.width * frame.width, request.rectangle.height * frame.height);
-  if (request.kind == TrackRequest::Kind::Point) {
-    const double side = kPointShare * frame.height;
-    box = {request.point.x * frame.width - side / 2, request.point.y * frame.height - side / 2, side, side};
+FrontCommand commandOf(const TrackRequest& request, cv::Size frame) {
+  FrontCommand command;
+  switch (request.kind) {
+    case TrackRequest::Kind::Stop:
+      command.kind = FrontCommand::Kind::Stop;
+      break;
+    case TrackRequest::Kind::Point:
+      command.kind = FrontCommand::Kind::Point;
+      command.point = {std::clamp(cvFloor(request.point.x * frame.width), 0, frame.width - 1),
+                       std::clamp(cvFloor(request.point.y * frame.height), 0, frame.height - 1)};
+      break;
+    case TrackRequest::Kind::Rectangle: {
+      const cv::Rect2d& share = request.rectangle;
+      const int width = std::clamp(cvRound(share.width * frame.width), kSmallest, frame.width);
+      const int height = std::clamp(cvRound(share.height * frame.height), kSmallest, frame.height);
+      command.kind = FrontCommand::Kind::Box;
+      command.box = {std::clamp(cvRound(share.x * frame.width), 0, frame.width - width),
+                     std::clamp(cvRound(share.y * frame.height), 0, frame.height - height), width, height};
+      break;
+    }
   }
-  const int width = std::clamp(cvRound(box.width), kSmallest, frame.width);
-  const int height = std::clamp(cvRound(box.height), kSmallest, frame.height);
-  return {std::clamp(cvRound(box.x), 0, frame.width - width), std::clamp(cvRound(box.y), 0, frame.height - height),
-          width, height};
+  return command;
 }
 
 TrackingReport reportOf(const CallRecord& record, cv::Size frame) {
@@ -74,30 +88,28 @@ TrackingReport reportOf(const CallRecord& record, cv::Size frame) {
   return report;
 }
 
-TrackingServer::TrackingServer(const ServerOptions& options, PluginLibrary& library)
+MavlinkFront::MavlinkFront(const MavlinkOptions& options)
     : options_(options),
-      session_(library.create(), "target", library.engine()),
       camera_(options.camera, monotonic()),
       gimbal_(camera_, options.panFrame),
       controller_(options.controller),
       delayApplied_s_(options.controller.stale_s) {
-  session_.configure(options.configText);
   for (const std::string& line : options.lines) lines_.push_back(openTransport(line));
   if (options.calibrate) calibration_.emplace(0.0);
   thread_ = std::thread([this] { serve_(); });
 }
 
-TrackingServer::~TrackingServer() {
+MavlinkFront::~MavlinkFront() {
   stop_ = true;
   thread_.join();
 }
 
-std::string TrackingServer::problem() const {
+std::string MavlinkFront::problem() const {
   const std::lock_guard<std::mutex> lock(mutex_);
   return problem_.empty() ? controller_.problem() : problem_;
 }
 
-void TrackingServer::serve_() {
+void MavlinkFront::serve_() {
   while (!stop_) {
     {
       const std::lock_guard<std::mutex> lock(mutex_);
@@ -120,14 +132,14 @@ void TrackingServer::serve_() {
   }
 }
 
-void TrackingServer::sendAll_() {
+void MavlinkFront::sendAll_() {
   for (const mavlink::Frame& frame : camera_.takeOutgoing()) {
     const std::vector<std::uint8_t> bytes = mavlink::encodeFrame(frame);
     for (const auto& line : lines_) line->send(bytes);
   }
 }
 
-void TrackingServer::hear_(const mavlink::Frame& frame, double now_s) {
+void MavlinkFront::hear_(const mavlink::Frame& frame, double now_s) {
   camera_.receive(frame, now_s);
   mavlink::GlobalPositionInt position;
   if (mavlink::tryRead(frame, position)) {
@@ -143,7 +155,7 @@ void TrackingServer::hear_(const mavlink::Frame& frame, double now_s) {
   if (calibration_) calibration_->angles(now_s, *angles);
 }
 
-void TrackingServer::steer_(double now_s) {
+void MavlinkFront::steer_(double now_s) {
   if (gimbal_.takenAway() && !saidTaken_) {
     std::fprintf(stderr, "csrt-track: another station has taken the gimbal; choose a target to take it back\n");
     saidTaken_ = true;
@@ -161,7 +173,7 @@ void TrackingServer::steer_(double now_s) {
   if (now_s <= restUntil_s_) gimbal_.turn(rates);
 }
 
-void TrackingServer::estimateDelay_(double now_s) {
+void MavlinkFront::estimateDelay_(double now_s) {
   if (!options_.findDelay || now_s < nextEstimate_s_) return;
   nextEstimate_s_ = now_s + kEstimate_s;
   const std::optional<double> found_s = delay_.stale_s();
@@ -175,7 +187,7 @@ void TrackingServer::estimateDelay_(double now_s) {
                std::fabs(1000 * *found_s), *found_s > 0 ? "later" : "earlier");
 }
 
-void TrackingServer::calibrate_(double now_s) {
+void MavlinkFront::calibrate_(double now_s) {
   if (!gimbal_.controls()) {
     if (gimbal_.found()) gimbal_.want(now_s);
     calibration_.emplace(now_s);
@@ -187,7 +199,7 @@ void TrackingServer::calibrate_(double now_s) {
   if (calibration_->done(now_s)) endCalibration_(now_s);
 }
 
-void TrackingServer::endCalibration_(double now_s) {
+void MavlinkFront::endCalibration_(double now_s) {
   const gimbal::CalibrationResult result = calibration_->result();
   calibration_.reset();
   restUntil_s_ = now_s + kRest_s;
@@ -217,48 +229,88 @@ void TrackingServer::endCalibration_(double now_s) {
   controller_ = gimbal::Controller(params);
 }
 
-std::optional<BBox> TrackingServer::takeWish_(cv::Size frame) {
-  std::optional<BBox> box;
-  while (const std::optional<TrackRequest> request = camera_.takeRequest()) {  // the newest counts
-    box.reset();
-    tracking_ = false;
-    pointing_.reset();
-    controller_.restart();
-    delay_.newTarget();
-    if (request->kind != TrackRequest::Kind::Stop) box = boxOf(*request, frame);
-    // The gimbal stays ours: it comes to rest, and is told so more than once.
-    if (!box) camera_.report({}, monotonic());
-  }
-  // Said before the tracker is built, which takes its time.
-  if (box)
-    camera_.report({TrackingReport::State::Active, shareOf({box->x, box->y, box->width, box->height}, frame)},
-                   monotonic());
-  if (box && options_.gimbal) {
-    if (gimbal_.takenAway()) gimbal_.release();
-    saidTaken_ = false;
-    gimbal_.want(monotonic());
-  }
-  return box;
+void MavlinkFront::begin(const RunInfo& info) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  CameraDescription camera = camera_.description();
+  camera.frame = info.frameSize;
+  camera.fps = info.fps;
+  if (camera.vfov_deg <= 0) camera.vfov_deg = camera.hfov_deg * info.frameSize.height / info.frameSize.width;
+  camera_.describe(camera);
 }
 
-ocula::OculaPicture::BaseMetadata TrackingServer::metadata_(double captured_s, ServedFrame& served) {
+void MavlinkFront::describe(SourceFrame& frame) {
   using Keys = ocula::OculaPicture::BaseMetadata::Keys;
-  ocula::OculaPicture::BaseMetadata metadata;
-  served.angles = angles_.at(captured_s + delayApplied_s_);
-  if (served.angles) {
-    metadata[Keys::kPanDeg] = gimbal::wrapped(served.angles->pan);
-    metadata[Keys::kTiltDeg] = served.angles->tilt;
+  const std::lock_guard<std::mutex> lock(mutex_);
+  std::map<std::string, double>& said = frame.live->camera;
+  CameraDescription camera = camera_.description();
+  // A camera that zooms says so with its frames; one that does not is as it was described.
+  camera.hfov_deg = said.emplace(Keys::kHfovDeg, camera.hfov_deg).first->second;
+  camera.vfov_deg = said.emplace(Keys::kVfovDeg, camera.vfov_deg).first->second;
+  camera_.describe(camera);
+  if (const auto angles = angles_.at(frame.live->capturedAt + delayApplied_s_)) {
+    said[Keys::kPanDeg] = gimbal::wrapped(angles->pan);
+    said[Keys::kTiltDeg] = angles->tilt;
   }
-  const CameraDescription& camera = camera_.description();
-  if (camera.hfov_deg > 0) metadata[Keys::kHfovDeg] = camera.hfov_deg;
-  if (camera.vfov_deg > 0) metadata[Keys::kVfovDeg] = camera.vfov_deg;
-  metadata[Keys::kFollowMeEnabledCommand] = options_.gimbal && gimbal_.found() ? 1 : 0;
-  return metadata;
+  said.emplace(Keys::kFollowMeEnabledCommand, options_.gimbal && gimbal_.found() ? 1.0 : 0.0);
 }
 
-std::optional<gimbal::GroundPoint> TrackingServer::groundOf_(const gimbal::PanTilt& direction) const {
+std::vector<FrontCommand> MavlinkFront::takeCommands() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  std::vector<FrontCommand> commands;
+  const cv::Size frame = camera_.description().frame;
+  while (const std::optional<TrackRequest> request = camera_.takeRequest()) {  // the newest counts
+    FrontCommand command = commandOf(*request, frame);
+    command.target = followed_;
+    command.frame = shownFrame_(monotonic());
+    TrackingReport report;
+    if (command.kind == FrontCommand::Kind::Box) {
+      report = {TrackingReport::State::Active,
+                shareOf({command.box.x, command.box.y, command.box.width, command.box.height}, frame)};
+    } else if (command.kind == FrontCommand::Kind::Point) {
+      report.state = TrackingReport::State::Active;
+    }
+    // Said before the tracker is built, which takes its time. After a stop the gimbal stays ours: it comes to rest, and
+    // is told so more than once.
+    camera_.report(report, monotonic());
+    commands = {std::move(command)};
+  }
+  return commands;
+}
+
+std::optional<long> MavlinkFront::shownFrame_(double now_s) const {
+  if (options_.shownDelay_s <= 0) return std::nullopt;
+  std::optional<long> shown;
+  for (const auto& [taken_s, index] : shown_) {
+    if (taken_s <= now_s - options_.shownDelay_s) shown = index;
+  }
+  return shown;
+}
+
+void MavlinkFront::stopped(const std::string& target) {
+  if (target != followed_) return;
+  followed_.clear();
+  const std::lock_guard<std::mutex> lock(mutex_);
+  pointing_.reset();
+  controller_.restart();
+  camera_.report({}, monotonic());
+  camera_.reportGround(std::nullopt);
+}
+
+void MavlinkFront::newTarget_() {
+  pointing_.reset();
+  controller_.restart();
+  delay_.newTarget();
+  if (!options_.gimbal) return;
+  if (gimbal_.takenAway()) gimbal_.release();
+  saidTaken_ = false;
+  gimbal_.want(monotonic());
+}
+
+std::optional<gimbal::GroundPoint> MavlinkFront::groundOf_(const gimbal::PanTilt& direction) const {
   constexpr std::uint16_t kUnknownHeading = 65535;
-  if (!position_ || (options_.panFrame == PanFrame::Vehicle && position_->hdg == kUnknownHeading)) return std::nullopt;
+  if (!options_.camera.knowsGround || !position_ ||
+      (options_.panFrame == PanFrame::Vehicle && position_->hdg == kUnknownHeading))
+    return std::nullopt;
   gimbal::Platform platform;
   platform.lat_deg = position_->lat * 1e-7;
   platform.lon_deg = position_->lon * 1e-7;
@@ -270,60 +322,66 @@ std::optional<gimbal::GroundPoint> TrackingServer::groundOf_(const gimbal::PanTi
   return gimbal::groundPoint(platform, {std::fmod(heading + direction.pan + 720.0, 360.0), direction.tilt});
 }
 
-void TrackingServer::conclude_(const CallRecord& record, double captured_s, cv::Size frame, ServedFrame& served) {
-  const double now_s = monotonic();
-  camera_.report(reportOf(record, frame), now_s);
+void MavlinkFront::judged(const SourceFrame& frame, std::vector<CallRecord>& records) {
+  if (frame.live) {
+    shown_.emplace_back(frame.live->capturedAt, frame.index);
+    while (shown_.front().first < frame.live->capturedAt - kRemembered_s) shown_.pop_front();
+  }
+  if (records.empty()) return;
+  if (followed_.empty()) followed_ = records.front().target;
+  for (CallRecord& record : records) {
+    if (record.target != followed_) continue;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    conclude_(record, frame);
+  }
+}
+
+void MavlinkFront::conclude_(CallRecord& record, const SourceFrame& frame) {
+  const cv::Size size = camera_.description().frame;
+  camera_.report(reportOf(record, size), monotonic());
+  if (record.isInit) newTarget_();
   if (record.isInit && record.pointTo) {
     pointing_ = gimbal::PanTilt{record.pointTo->pan_deg, record.pointTo->tilt_deg};
   }
   if (!record.isInit && record.state != TrackState::Waiting) pointing_.reset();
+  record.gimbal.emplace();
+  if (frame.live) follow_(record, frame.live->capturedAt);
+  const bool tracking =
+      record.isInit ? record.started : record.state != TrackState::Lost && record.state != TrackState::Inactive;
+  if (!tracking) controller_.restart();
+  if (record.isInit && !record.started) followed_.clear();
+  record.anglesStaleMs = delayFound_s_ ? std::optional<double>(1000.0 * *delayFound_s_) : std::nullopt;
+  record.gimbal->state = gimbalState_();
+}
+
+/// Controller, delay and place learn where the target was seen; the record learns where the gimbal looked.
+void MavlinkFront::follow_(CallRecord& record, double captured_s) {
+  const std::optional<gimbal::PanTilt> angles = angles_.at(captured_s + delayApplied_s_);
+  if (angles) record.gimbal->pan_deg = gimbal::wrapped(angles->pan);
+  if (angles) record.gimbal->tilt_deg = angles->tilt;
+  std::optional<GroundReport> report;
   if (isSeen(record)) {
-    const gimbal::PanTilt off = offOf(*record.box, frame, camera_.description());
+    const gimbal::PanTilt off = offOf(*record.box, camera_.description().frame, camera_.description());
     controller_.seen(captured_s, off);
     delay_.seen(captured_s, off);
     if (calibration_) calibration_->seen(captured_s, off);
-    if (served.angles) served.ground = groundOf_({served.angles->pan + off.pan, served.angles->tilt + off.tilt});
+    if (const auto ground = angles ? groundOf_({angles->pan + off.pan, angles->tilt + off.tilt}) : std::nullopt) {
+      record.ground = GroundNote{ground->lat_deg,          ground->lon_deg,       ground->alt_m,
+                                 ground->distance_m,       ground->error.major_m, ground->error.minor_m,
+                                 ground->error.azimuth_deg};
+      report = GroundReport{ground->lat_deg,    ground->lon_deg, ground->alt_m,
+                            ground->distance_m, ground->sigma_m, options_.platformErrors.height_m};
+    }
   }
-  std::optional<GroundReport> ground;
-  if (served.ground) {
-    const gimbal::GroundPoint& point = *served.ground;
-    ground = GroundReport{point.lat_deg,    point.lon_deg, point.alt_m,
-                          point.distance_m, point.sigma_m, options_.platformErrors.height_m};
-  }
-  camera_.reportGround(ground);
-  tracking_ = record.isInit ? record.started : record.state != TrackState::Lost && record.state != TrackState::Inactive;
-  if (!tracking_) controller_.restart();
+  camera_.reportGround(report);
 }
 
-ServedFrame TrackingServer::frame(const cv::Mat& bgr, double captured_s) {
-  ServedFrame served;
-  std::optional<BBox> wish;
-  ocula::OculaPicture::BaseMetadata metadata;
-  {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    if (camera_.description().frame != bgr.size()) {
-      CameraDescription description = camera_.description();
-      description.frame = bgr.size();
-      camera_.describe(description);
-    }
-    wish = takeWish_(bgr.size());
-    metadata = metadata_(captured_s, served);
-  }
-  const FramePlace place{index_++, captured_s};
-  if (wish || tracking_) {
-    const auto picture = std::make_shared<ocula::OculaPicture>(bgr, metadata);
-    served.record = wish ? session_.init(picture, place, *wish) : session_.update(picture, place);
-  }
-  const std::lock_guard<std::mutex> lock(mutex_);
-  if (served.record) conclude_(*served.record, captured_s, bgr.size(), served);
-  served.stale_s = delayFound_s_;
-  served.gimbalState = !options_.gimbal      ? "off"
-                       : !gimbal_.found()    ? "none found"
-                       : gimbal_.takenAway() ? "taken by another"
-                       : calibration_        ? "calibrating"
-                       : pointing_           ? "pointing"
-                                             : gimbal::name(controller_.state());
-  return served;
+std::string MavlinkFront::gimbalState_() const {
+  if (!options_.gimbal) return "off";
+  if (!gimbal_.found()) return "none found";
+  if (gimbal_.takenAway()) return "taken by another";
+  if (calibration_) return "calibrating";
+  return pointing_ ? "pointing" : gimbal::name(controller_.state());
 }
 
 }  // namespace host::link

@@ -1,0 +1,44 @@
+// The last minutes in short: a few rows a second, for a chart.
+#pragma once
+
+#include <deque>
+#include <map>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+
+#include "web/glance.h"
+
+namespace host::web {
+
+/// One moment. Absent values were not known.
+struct TimelineRow {
+  double at = 0.0;  ///< Seconds of a clock that never goes back.
+  std::optional<double> age_ms;
+  std::optional<double> pan_deg;
+  std::optional<double> tilt_deg;
+  struct Target {
+    Standing standing = Standing::Idle;
+    std::optional<double> score;
+  };
+  std::map<std::string, Target> targets;
+};
+
+/// Not thread-safe.
+class Timeline {
+ public:
+  static constexpr double kSeconds = 300.0;
+  static constexpr double kStep_s = 0.25;  ///< One row for so long.
+
+  /// Rows of one step become one: of standings the gravest, of ages the largest, of the rest the last.
+  void add(const TimelineRow& row);
+
+  /// {"now_s":..., "step_s":..., "rows":[{"t":..., "age_ms":..., "pan_deg":..., "tilt_deg":...,
+  /// "targets":{"NAME":["tracked", 0.83]}}]}: rows that are complete and younger than `after`, oldest first. Pure.
+  nlohmann::ordered_json json(double after, double now) const;
+
+ private:
+  std::deque<TimelineRow> rows_;
+};
+
+}  // namespace host::web
