@@ -78,6 +78,12 @@ struct Case {
   int rounds;
 };
 
+/// For messages: without it the test framework prints bytes, those between the members too.
+void PrintTo(const Case& c, std::ostream* out) {
+  *out << c.size << ", mask " << c.mask << (c.columnsFirst ? ", columns first, " : ", rows first, ") << c.rounds
+       << " rounds";
+}
+
 class FilterTest : public testing::TestWithParam<Case> {};
 
 TEST_P(FilterTest, AnswersAsThePublishedMethod) {
