@@ -90,6 +90,7 @@ set_tests_properties(doctor_test PROPERTIES ENVIRONMENT_MODIFICATION
 include(host/link/link_tests.cmake)
 include(host/scale_tests.cmake)
 include(host/simulator/simulator_tests.cmake)
+include(host/web/web_tests.cmake)
 
 csrt_add_host_test(replay_test)
 csrt_add_host_test(report_test)
