@@ -134,6 +134,10 @@ TEST(ServeCommand, APipeIsFollowedAsSomebodyChooses) {
     status = person.ask("status");
   }
   const long kept = status["frames_kept"][0];
+  const long newest = status["frames_kept"][1];
+  const Json older = person.ask("box 40,50,24,20 frame=" + std::to_string(newest - 3));
+  EXPECT_EQ(older["frame"], newest - 3);
+  EXPECT_GE(older["caught_up"], 1);
   EXPECT_EQ(person.ask("box 40,50,24,20 frame=" + std::to_string(kept + 1000000))["ok"], false);
   EXPECT_EQ(person.ask("stop")["ok"], true);
   const ProgramResult result = serve.wait();
