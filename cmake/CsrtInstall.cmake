@@ -52,6 +52,7 @@ endforeach()
 if(csrt_has_live)
   install(FILES ${PROJECT_SOURCE_DIR}/packaging/systemd/csrt-track@.service DESTINATION lib/systemd/system
     COMPONENT live)
+  install(PROGRAMS ${PROJECT_SOURCE_DIR}/packaging/systemd/restart-pause DESTINATION lib/csrt-track COMPONENT live)
   install(FILES ${PROJECT_SOURCE_DIR}/packaging/systemd/camera.env
     DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/csrt-track-live/examples COMPONENT live)
   set(csrt_live_component live)

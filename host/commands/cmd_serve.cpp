@@ -46,6 +46,7 @@ struct ServeOptions {
   std::string guard = "off";
   std::string panFrame = "vehicle";
   std::string streamUri;
+  std::string clock = "machine";
   int threads = 1;
   int system = 1;
   double hfov = 60.0;
@@ -101,6 +102,7 @@ link::MavlinkOptions mavlinkOptions(const ServeOptions& options) {
   server.gimbal = !options.noGimbal;
   server.calibrate = options.calibrate;
   server.shownDelay_s = options.shownDelay_s;
+  server.clockFromLink = options.clock == "link";
   server.panFrame = options.panFrame == "earth" ? link::PanFrame::Earth : link::PanFrame::Vehicle;
   for (gimbal::AxisParams* axis : {&server.controller.pan, &server.controller.tilt}) {
     axis->max_rate_dps = options.maxRate;
@@ -195,6 +197,9 @@ int serve(ServeOptions options) {
   if (!options.quiet) {
     std::fprintf(stderr, "csrt-track: served %ld frames, %ld were passed over\n", result.frames, result.dropped);
     if (mavlink && !mavlink->problem().empty()) std::fprintf(stderr, "csrt-track: %s\n", mavlink->problem().c_str());
+    if (mavlink && !mavlink->delaySentence().empty()) {
+      std::fprintf(stderr, "csrt-track: %s\n", mavlink->delaySentence().c_str());
+    }
     for (const std::string& fault : result.sourceFaults)
       std::fprintf(stderr, "csrt-track: source: %s\n", fault.c_str());
   }
@@ -306,6 +311,11 @@ void addServeCommand(CLI::App& app, int& status) {
       ->check(CLI::Range(1, 255))
       ->capture_default_str();
   command.add_option("--stream-uri", options->streamUri, "Where the ground station finds the video")->type_name("URI");
+  command
+      .add_option("--clock", options->clock,
+                  "machine; or link: time stands still between TIMESYNC messages, for 'simulate --lock-step'")
+      ->check(CLI::IsMember({"machine", "link"}))
+      ->capture_default_str();
   command.add_option("--hfov", options->hfov, "Horizontal field of view, degrees")
       ->check(CLI::Range(1.0, 180.0))
       ->capture_default_str();

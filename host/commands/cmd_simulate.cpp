@@ -1,5 +1,6 @@
 // csrt-track simulate: a gimbal camera in a drawn scene that the plug-in points, arms and follows with.
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -73,7 +74,9 @@ struct SimulateOptions {
   std::string print;
   std::vector<std::string> mavlink;
   std::string videoPipe;
+  std::string platform;
   bool noMark = false;
+  bool lockStep = false;
   bool list = false;
   bool debug = false;
   bool quiet = false;
@@ -160,11 +163,27 @@ void checkFiles(const SimulateOptions& options) {
   plan.check();
 }
 
-/// In real time over MAVLink, with the tracker in another process.
+std::optional<sim::PlatformPlace> platformOf(const std::string& text) {
+  if (text.empty()) return std::nullopt;
+  sim::PlatformPlace place;
+  int used = 0;
+  const int read = std::sscanf(text.c_str(), "%lf,%lf,%lf,%lf,%lf%n", &place.lat_deg, &place.lon_deg, &place.alt_m,
+                               &place.height_m, &place.heading_deg, &used);
+  const bool whole = read == 5 && static_cast<std::size_t>(used) == text.size();
+  if (!whole || !(std::fabs(place.lat_deg) <= 90 && std::fabs(place.lon_deg) <= 180 && place.height_m > 0)) {
+    throw HostError(ExitCode::Usage, "--platform '" + text +
+                                         "' is not LAT,LON,ALTITUDE,HEIGHT,HEADING, such as "
+                                         "47.4,8.5,520,100,90");
+  }
+  return place;
+}
+
+/// Over MAVLink, with the tracker in another process.
 int flyScenario(const SimulateOptions& options) {
   const sim::Scenario scenario = scenarioOf(options);
   const sim::FlightResult result =
-      sim::fly(scenario, {options.mavlink, options.videoPipe, options.records, !options.noMark});
+      sim::fly(scenario, {options.mavlink, options.videoPipe, options.records, !options.noMark, options.lockStep,
+                          platformOf(options.platform)});
   if (!options.summary.empty()) TextOutput(options.summary, "--summary").writeLine(jsonText(sim::toJson(result), 2));
   if (!options.quiet && !result.turned_s) {
     printResult(options, "the gimbal was never ordered to turn\n");
@@ -275,6 +294,11 @@ void addSimulateCommand(CLI::App& app, int& status) {
       ->type_name("LINE");
   command.add_option("--video-pipe", options->videoPipe, "With --mavlink: a named pipe for the video (YUV4MPEG2)")
       ->type_name("FILE");
+  command.add_flag("--lock-step", options->lockStep,
+                   "With --mavlink: in simulated time instead, which waits for the tracker; that one needs "
+                   "'serve --clock link --pace video'");
+  command.add_option("--platform", options->platform, "With --mavlink: where the vehicle is, in degrees and metres")
+      ->type_name("LAT,LON,ALTITUDE,HEIGHT,HEADING");
   command.add_flag("--no-mark", options->noMark, "With --mavlink: a ground station marks the target");
   command.add_flag("--debug", options->debug, "Show the plug-in's log lines on standard error");
   command.add_flag("--quiet", options->quiet, "No summary for people");

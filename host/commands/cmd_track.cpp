@@ -30,6 +30,7 @@
 #include "picture/picture_output.h"
 #include "plugin/plugin_library.h"
 #include "report/html_report.h"
+#include "run/delay_observer.h"
 #include "run/live_window.h"
 #include "run/progress.h"
 #include "run/record_folder.h"
@@ -73,20 +74,26 @@ struct TrackOptions {
 /// records of an earlier run.
 class RecordsObserver : public RunObserver {
  public:
-  explicit RecordsObserver(const std::string& path) : output_(path, "--records"), begun_(path == "-") {}
+  /// @param delay  what it has found goes into the records; null: nothing
+  RecordsObserver(const std::string& path, const DelayObserver* delay)
+      : output_(path, "--records"), delay_(delay), begun_(path == "-") {}
   void frame(const SourceFrame& /*frame*/, const std::vector<CallRecord>& records) override { write_(records); }
   void noSignal(const std::vector<CallRecord>& records) override { write_(records); }
   void restarted(const CallRecord& record) override { write_({record}); }
 
  private:
   void write_(const std::vector<CallRecord>& records) {
-    for (const CallRecord& record : records) waiting_.push_back(jsonText(toJson(record)));
+    for (CallRecord record : records) {
+      if (delay_ != nullptr) record.anglesStaleMs = delay_->stale_ms();
+      waiting_.push_back(jsonText(toJson(record)));
+    }
     begun_ = begun_ || anyFollowed(records);
     if (!begun_) return;
     for (const std::string& line : std::exchange(waiting_, {})) output_.writeLine(line);
   }
 
   TextOutput output_;
+  const DelayObserver* delay_;
   bool begun_;
   std::vector<std::string> waiting_;
 };
@@ -284,9 +291,10 @@ int track(const TrackOptions& options) {
   if (!options.report.empty()) report.emplace(options.report, truthOf(options));
   std::optional<RunSaver> saver;
   if (!options.saveRun.empty()) saver.emplace(options.saveRun, run);
+  DelayObserver delay(options.quiet);
   std::optional<RecordsObserver> records;
-  if (!options.records.empty()) records.emplace(options.records);
-  std::vector<RunObserver*> observers = {&summary};
+  if (!options.records.empty()) records.emplace(options.records, &delay);
+  std::vector<RunObserver*> observers = {&summary, &delay};
   if (records) observers.push_back(&*records);
   if (!options.video.empty() || !options.still.empty()) observers.push_back(&pictures);
   if (report) observers.push_back(&*report);
@@ -303,6 +311,9 @@ int track(const TrackOptions& options) {
   const std::unique_ptr<RunSteering> window = options.show ? openLiveWindow("csrt-track") : nullptr;
   const std::unique_ptr<RunSteering> control = openControl(options.live, camera, window.get());
   const TrackRunResult result = runTrack(*source, library, run, observers, control ? control.get() : window.get());
+  if (!options.quiet && !delay.sentence().empty()) {
+    std::fprintf(options.records == "-" ? stderr : stdout, "delay: %s\n", delay.sentence().c_str());
+  }
   return finish(options, run.configText, summary, result);
 }
 

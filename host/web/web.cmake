@@ -3,7 +3,7 @@ find_package(PkgConfig QUIET)
 if(PKG_CONFIG_FOUND)
   pkg_check_modules(CSRT_HTTP QUIET IMPORTED_TARGET cpp-httplib)
 endif()
-set(csrt_web_sources web/access.cpp web/command_queue.cpp web/config_book.cpp web/frame_store.cpp web/glance.cpp
+set(csrt_web_sources web/access.cpp web/command_queue.cpp web/config_book.cpp web/connection_watch.cpp web/frame_store.cpp web/glance.cpp
   web/requests.cpp web/run_view.cpp web/timeline.cpp web/token_file.cpp web/web_front.cpp)
 if(CSRT_HTTP_FOUND)
   list(APPEND csrt_web_sources web/web_server.cpp ${CMAKE_CURRENT_BINARY_DIR}/web_texts.cpp)

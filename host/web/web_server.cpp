@@ -15,6 +15,7 @@
 #include "base/host_error.h"
 #include "picture/box_proposal.h"
 #include "web/connection_pool.h"
+#include "web/connection_watch.h"
 #include "web/requests.h"
 #include "web/web_texts.h"
 
@@ -133,6 +134,8 @@ class WebServer::Running {
         refuse(response, 500, "this went wrong here");
       }
     });
+    server_.set_logger(
+        [this](const Request& request, const Response&) { watch_.answered(request.remote_addr, request.remote_port); });
     addPage_();
     addPictures_();
     addApi_();
@@ -147,6 +150,7 @@ class WebServer::Running {
                       "--http " + addressText(options.address.host, options.address.port) +
                           ": cannot listen there; is the port taken, or the address not this machine's?");
     }
+    watch_.begin(port_);
     thread_ = std::thread([this] { server_.listen_after_bind(); });
   }
 
@@ -156,6 +160,7 @@ class WebServer::Running {
     parts_.commands.close();
     while (!server_.is_running()) std::this_thread::sleep_for(milliseconds(1));  // stop() before that is forgotten
     server_.stop();
+    watch_.end();  // who keeps a connection for later is not waited for
     thread_.join();
   }
   Running(const Running&) = delete;
@@ -180,6 +185,11 @@ class WebServer::Running {
 
   httplib::Server::HandlerResponse admit_(const Request& request, Response& response) {
     using Verdict = httplib::Server::HandlerResponse;
+    const bool stream = request.path == "/stream.mjpeg" || request.path == "/api/events";
+    if (!watch_.asked(request.remote_addr, request.remote_port, stream)) {
+      refuse(response, 400, "this was part of a request that was refused");
+      return Verdict::Handled;
+    }
     Asked asked;
     asked.peer = request.remote_addr;
     asked.method = request.method;
@@ -191,18 +201,27 @@ class WebServer::Running {
     if (verdict.status == 200) verdict = bodyVerdict_(request);
     if (verdict.status == 200) return Verdict::Unhandled;
     refuse(response, verdict.status, verdict.why);
+    // The body stays unread, and could itself look like a request, with whatever headers its sender likes.
+    if (hasBody_(request)) watch_.spoil(request.remote_addr, request.remote_port);
     if (verdict.status == 401) response.set_header("WWW-Authenticate", "Basic realm=\"csrt-track\", charset=\"UTF-8\"");
     if (verdict.status == 429 || verdict.status == 503) response.set_header("Retry-After", "1");
     return Verdict::Handled;
   }
 
+  static bool hasBody_(const Request& request) {
+    return request.has_header("Transfer-Encoding") ||
+           (request.has_header("Content-Length") && request.get_header_value("Content-Length") != "0") ||
+           (request.method != "GET" && request.method != "HEAD" && !request.has_header("Content-Length"));
+  }
+
   /// The library has no limit for a body whose length is not said, nor for what a packed one unpacks to.
   static AccessVerdict bodyVerdict_(const Request& request) {
+    const bool order = request.method != "GET" && request.method != "HEAD";
+    if (!order) return hasBody_(request) ? AccessVerdict{400, "a question has no body"} : AccessVerdict{};
+    if (request.method != "POST") return {405, "only GET, HEAD and POST are answered"};
     if (request.has_header("Transfer-Encoding") || request.has_header("Content-Encoding")) {
       return {415, "a body must be sent as it is, with its length"};
     }
-    const bool order = request.method != "GET" && request.method != "HEAD";
-    if (!order) return {};
     if (request.get_header_value_count("Content-Length") != 1) return {411, "the body's length is missing"};
     const std::string length = request.get_header_value("Content-Length");
     if (length.empty() || length.size() > 9 || length.find_first_not_of("0123456789") != std::string::npos) {
@@ -396,6 +415,7 @@ class WebServer::Running {
 
   WebParts& parts_;
   Access access_;
+  ConnectionWatch watch_;
   httplib::Server server_;
   int port_ = 0;
   std::atomic<int> waiting_{0};

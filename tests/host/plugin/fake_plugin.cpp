@@ -3,10 +3,12 @@
 //   t tracked   u unstable, predicted   p lost, predicted   r found again   R unstable, then found again
 //   b rebuilt for another window size   c rebuilt           w waiting       z zoom re-seed   s skipped once
 //   h health fault   o oscillation   m given up after failed searches   i inactive   e window outside the frame
-//   x throws         q says nothing     k tracked, the score is the time of its clock since the first k, in 100 s
+//   x throws         A aborts         q says nothing
+//   k tracked, the score is the time of its clock since the first k, in 100 s
 #include <chrono>
 #include <class_loader/class_loader.hpp>
 #include <cstdio>
+#include <cstdlib>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -102,6 +104,8 @@ class CSRTTrackingAlgo : public IAlgoPlugin {
         return out_(false, 0, "update(): OUT 0 detections (not init/fullyLost)");
       case 'k':
         return out_(true, sinceFirst_() / 100.0, "update(): OUT 2 detections (track ok)", true);
+      case 'A':
+        std::abort();
       case 'x':
         throw std::runtime_error("scripted failure");
       default:
