@@ -4,10 +4,12 @@
 // usage: guard_comparison walkers CLIP --truth FILE [--half developed|held-back|all] [--starts 0,1,2]
 //                                 [--presets defaults,robust] [--guards off,colour] [--cache FILE] [--per-target]
 //        guard_comparison finds   CLIP --truth FILE [--half ...]   what the guard finds by itself, without a tracker
+//        guard_comparison losses  CLIP --truth FILE --second SOURCE --second-truth FILE   26 losses made from footage
 // The halves are those of `csrt-track tune`: sorted by their number of marks, every second one from the top is held
 // back. A start of 1 or 2 begins that many marks later. Frames are decoded once; the boxes are the same in every run.
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <cstdio>
@@ -317,6 +319,7 @@ double quantile(std::vector<double> values, double share) {
 }
 
 struct Options {
+  std::string second, secondTruth;
   std::string clip, truth, half = "developed", plugin, only, cache;
   std::vector<int> starts = {0, 1, 2};
   std::vector<std::string> presets = {""};
@@ -507,6 +510,134 @@ void finds(const Options& options) {
   }
 }
 
+/// Losses made from footage: what happens to the picture, and where the target is then.
+enum class Event { Covered, Black, Jump, Elsewhere };
+
+struct MadeLoss {
+  std::string name;
+  const Footage* footage = nullptr;
+  const host::TruthTarget* target = nullptr;
+  long begin = 0;  ///< The first frame that shows nothing of the target.
+  long hidden = 0;
+  Event event = Event::Covered;
+  bool guarded = false;
+  int delay = -1;  ///< Frames from the return to the first box called seen on it; -1: not within kPatience.
+  int falseBoxes = 0;
+};
+
+constexpr long kRunUp = 40;  // frames before the loss
+constexpr long kPatience = 60;
+
+/// A frame of the scene, by its number in the scene: after a jump the footage is that many frames ahead.
+host::SourceFrame sceneFrame(const MadeLoss& loss, long i) {
+  const bool after = i >= loss.begin + loss.hidden;
+  const bool during = i >= loss.begin && !after;
+  const long at = loss.event == Event::Jump && i >= loss.begin ? i + 25 : i;
+  const auto last = static_cast<long>(loss.footage->frames.size()) - 1;
+  host::SourceFrame frame = loss.footage->frames[static_cast<std::size_t>(std::min(at, last))];
+  frame.index = i;
+  if (during && loss.event == Event::Black) frame.bgr = cv::Mat::zeros(frame.bgr.size(), frame.bgr.type());
+  if (during && loss.event != Event::Black && loss.event != Event::Jump) {
+    frame.bgr = frame.bgr.clone();
+    if (const auto truth = truthAt(*loss.target, at)) {
+      const cv::Rect board(cvRound(truth->x - truth->width * 0.3), cvRound(truth->y - truth->height * 0.1),
+                           cvRound(truth->width * 1.6), cvRound(truth->height * 1.2));
+      cv::rectangle(frame.bgr, board, cv::Scalar(70, 95, 120), cv::FILLED);
+    }
+  }
+  if (after && loss.event == Event::Elsewhere) {  // the view has moved a fifth of its width
+    const cv::Mat shift = (cv::Mat_<double>(2, 3) << 1, 0, -frame.bgr.cols / 5.0, 0, 1, frame.bgr.rows / 12.0);
+    cv::Mat moved;
+    cv::warpAffine(frame.bgr, moved, shift, frame.bgr.size(), cv::INTER_LINEAR, cv::BORDER_REPLICATE);
+    frame.bgr = moved;
+  }
+  return frame;
+}
+
+std::optional<cv::Rect2d> sceneTruth(const MadeLoss& loss, long i) {
+  const bool after = i >= loss.begin + loss.hidden;
+  if (i >= loss.begin && !after) return std::nullopt;
+  auto truth = truthAt(*loss.target, loss.event == Event::Jump && after ? i + 25 : i);
+  if (truth && after && loss.event == Event::Elsewhere) {
+    const cv::Size size = loss.footage->frames.front().bgr.size();
+    *truth += cv::Point2d(-size.width / 5.0, size.height / 12.0);
+  }
+  return truth;
+}
+
+void suffer(MadeLoss& loss, host::PluginLibrary& library, const std::string& preset) {
+  const Frames frames = [&loss](long i) { return sceneFrame(loss, i); };
+  Watched watched(library, preset, loss.name, frames, loss.guarded);
+  const long first = loss.begin - kRunUp;
+  const auto start = truthAt(*loss.target, first);
+  if (!start || !watched.start(sceneFrame(loss, first), whole(*start))) return;
+  const long back = loss.begin + loss.hidden;
+  for (long i = first + 1; i < back + kPatience; ++i) {
+    const auto truth = sceneTruth(loss, i);
+    if (i >= back && !truth) return;
+    const host::FollowerAnswer answer = watched.step(sceneFrame(loss, i));
+    if (!answer.seen || !answer.box) continue;
+    if (i >= loss.begin && i < back) ++loss.falseBoxes;
+    if (i < back || host::overlapOf(*truth, *answer.box) < 0.3) continue;
+    loss.delay = static_cast<int>(i - back);
+    return;
+  }
+}
+
+/// All that happens to one target: six losses, or five where the view cannot move.
+void addLosses(std::vector<MadeLoss>& losses, const Footage& footage, const host::TruthTarget& target, long begin,
+               bool elsewhere) {
+  const auto add = [&](const char* what, Event event, long hidden) {
+    for (const bool guarded : {false, true}) {
+      losses.push_back({target.name + "," + what, &footage, &target, begin, hidden, event, guarded});
+    }
+  };
+  add("covered-15", Event::Covered, 15);
+  add("covered-30", Event::Covered, 30);
+  add("covered-60", Event::Covered, 60);
+  add("black-8", Event::Black, 8);
+  add("jump-25", Event::Jump, 0);
+  if (elsewhere) add("elsewhere-30", Event::Elsewhere, 30);
+}
+
+/// 26 losses: the four walkers of the half with the most marks, a third into their tracks, and a second sequence.
+void losses(const Options& options) {
+  const Footage clip(options.clip, options.backwards);
+  const Footage crossing(options.second, false);
+  auto targets = chosen(options, clip);
+  std::stable_sort(targets.begin(), targets.end(),
+                   [](const auto& a, const auto& b) { return a.marks.size() > b.marks.size(); });
+  targets.resize(std::min<std::size_t>(targets.size(), 4));
+  const auto crosser = host::readTruth(options.secondTruth, host::TruthOptions(), "crossing");
+  std::vector<MadeLoss> all;
+  for (const auto& target : targets) {
+    const long begin =
+        target.marks.front().frame + kRunUp + (target.marks.back().frame - target.marks.front().frame - kRunUp) / 4;
+    addLosses(all, clip, target, begin, false);
+  }
+  addLosses(all, crossing, crosser.front(), kRunUp, true);
+  host::PluginLibrary library(options.plugin);
+  inThreads(options.threads, all.size(), [&](std::size_t i) { suffer(all[i], library, options.presets.front()); });
+  std::printf("| target, loss | off: found after | boxes while hidden | colour: found after | boxes while hidden |\n");
+  std::printf("|---|---:|---:|---:|---:|\n");
+  std::array<int, 2> found{}, boxes{};
+  long hidden = 0;
+  for (std::size_t i = 0; i < all.size(); i += 2) {
+    std::printf("| %s |", all[i].name.c_str());
+    hidden += all[i].hidden;
+    for (std::size_t g = 0; g < 2; ++g) {
+      const MadeLoss& loss = all[i + g];
+      found[g] += loss.delay >= 0;
+      boxes[g] += loss.falseBoxes;
+      std::printf(" %s | %d |", loss.delay < 0 ? "never" : std::to_string(loss.delay).c_str(), loss.falseBoxes);
+    }
+    std::printf("\n");
+  }
+  const auto share = [hidden](int n) { return static_cast<double>(n) / static_cast<double>(std::max(1L, hidden)); };
+  std::printf("| all %zu | %d found | %.3f | %d found | %.3f |\n", all.size() / 2, found[0], share(boxes[0]), found[1],
+              share(boxes[1]));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -534,6 +665,11 @@ int main(int argc, char** argv) {
   add(*walkersCommand);
   CLI::App* findsCommand = app.add_subcommand("finds");
   add(*findsCommand);
+  CLI::App* lossesCommand = app.add_subcommand("losses");
+  add(*lossesCommand);
+  lossesCommand->add_option("--second", options.second, "Another sequence: a pattern of pictures or a video")
+      ->required();
+  lossesCommand->add_option("--second-truth", options.secondTruth)->required();
   CLI11_PARSE(app, argc, argv);
   for (std::string& preset : options.presets) {
     if (preset == "defaults") preset.clear();
@@ -542,6 +678,7 @@ int main(int argc, char** argv) {
   try {
     if (*walkersCommand) walkers(options);
     if (*findsCommand) finds(options);
+    if (*lossesCommand) losses(options);
     cache.save();
   } catch (const host::HostError& e) {
     std::fprintf(stderr, "guard_comparison: %s\n", e.what());
