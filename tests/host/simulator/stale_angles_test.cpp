@@ -31,16 +31,19 @@ struct Moment {
 
 class Witness : public SimulationObserver {
  public:
-  void frame(const SimulatedFrame& frame) override {
+  using SimulationObserver::SimulationObserver;
+  std::vector<Moment> moments;
+  cv::Size size;
+  double hfov = 0.0;
+  double vfov = 0.0;
+
+ private:
+  void seen(const SimulatedFrame& frame) override {
     moments.push_back({frame.record.time_s, frame.camera.gimbal, frame.record});
     size = frame.bgr.size();
     hfov = frame.camera.view.hfov;
     vfov = frame.camera.view.vfov;
   }
-  std::vector<Moment> moments;
-  cv::Size size;
-  double hfov = 0.0;
-  double vfov = 0.0;
 };
 
 /// The run is flown once for all tests.
@@ -48,11 +51,15 @@ class StaleAngles : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     PluginLibrary library(CSRT_REAL_PLUGIN);
-    ASSERT_TRUE(simulate(parseScenario(kScenario, "stale_angles_test"), library, {}, {&witness_}));
+    static const Scenario scenario = parseScenario(kScenario, "stale_angles_test");
+    static SimulatedCamera camera(scenario);
+    static Witness witness(camera);
+    ASSERT_TRUE(simulate(camera, library, {}, {&witness}));
+    witness_ = &witness;
   }
 
   static Angles anglesAt(double t_s) {
-    const std::vector<Moment>& all = witness_.moments;
+    const std::vector<Moment>& all = witness_->moments;
     const auto after =
         std::lower_bound(all.begin(), all.end(), t_s, [](const Moment& moment, double t) { return moment.t_s < t; });
     if (after == all.begin()) return after->angles;
@@ -68,16 +75,16 @@ class StaleAngles : public ::testing::Test {
     using Keys = ocula::OculaPicture::BaseMetadata::Keys;
     DelayObserver observer(true);
     std::optional<double> found;
-    for (const Moment& moment : witness_.moments) {
+    for (const Moment& moment : witness_->moments) {
       SourceFrame frame;
       frame.time_s = moment.t_s;
-      frame.bgr = cv::Mat(witness_.size, CV_8UC3);
+      frame.bgr = cv::Mat(witness_->size, CV_8UC3);
       frame.live.emplace();
       const Angles angles = anglesAt(moment.t_s - stale_s);
       frame.live->camera = {{Keys::kPanDeg, angles.pan},
                             {Keys::kTiltDeg, angles.tilt},
-                            {Keys::kHfovDeg, witness_.hfov},
-                            {Keys::kVfovDeg, witness_.vfov}};
+                            {Keys::kHfovDeg, witness_->hfov},
+                            {Keys::kVfovDeg, witness_->vfov}};
       observer.frame(frame, {moment.record});
       if (observer.stale_ms()) found = observer.stale_ms();
     }
@@ -85,7 +92,7 @@ class StaleAngles : public ::testing::Test {
     return found;
   }
 
-  static inline Witness witness_;
+  static inline const Witness* witness_ = nullptr;
 };
 
 TEST_F(StaleAngles, AreFoundWithinTwentyMilliseconds) {
@@ -102,10 +109,10 @@ TEST_F(StaleAngles, AreFoundWithinTwentyMilliseconds) {
 
 TEST_F(StaleAngles, NothingIsClaimedWithoutFieldsOfView) {
   DelayObserver observer(true);
-  for (const Moment& moment : witness_.moments) {
+  for (const Moment& moment : witness_->moments) {
     SourceFrame frame;
     frame.time_s = moment.t_s;
-    frame.bgr = cv::Mat(witness_.size, CV_8UC3);
+    frame.bgr = cv::Mat(witness_->size, CV_8UC3);
     frame.live.emplace();
     frame.live->camera = {{"pan_deg", moment.angles.pan}, {"tilt_deg", moment.angles.tilt}};
     observer.frame(frame, {moment.record});
@@ -116,7 +123,7 @@ TEST_F(StaleAngles, NothingIsClaimedWithoutFieldsOfView) {
 
 TEST_F(StaleAngles, ARecordedClipIsNotJudged) {
   DelayObserver observer(true);
-  for (const Moment& moment : witness_.moments) {
+  for (const Moment& moment : witness_->moments) {
     SourceFrame frame;
     frame.time_s = moment.t_s;
     observer.frame(frame, {moment.record});
