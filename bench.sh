@@ -61,5 +61,6 @@ if [ "$short" = yes ]; then
 else
   python3 bench/write_tables.py "$out" docs/performance.md
   python3 bench/engine_plots.py "$out/engine_bench.json" docs/pictures
+  python3 bench/page_plots.py frames "$out/update_bench.json" "$out/fast_update_bench.json" docs/pictures
   echo "The tables are in docs/performance.md, all figures in $out."
 fi

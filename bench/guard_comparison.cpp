@@ -4,10 +4,12 @@
 // usage: guard_comparison walkers CLIP --truth FILE [--half developed|held-back|all] [--starts 0,1,2]
 //                                 [--presets defaults,robust] [--guards off,colour] [--cache FILE] [--per-target]
 //        guard_comparison finds   CLIP --truth FILE [--half ...]   what the guard finds by itself, without a tracker
+//        guard_comparison losses  CLIP --truth FILE --second SOURCE --second-truth FILE   26 losses made from footage
 // The halves are those of `csrt-track tune`: sorted by their number of marks, every second one from the top is held
 // back. A start of 1 or 2 begins that many marks later. Frames are decoded once; the boxes are the same in every run.
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cmath>
 #include <cstdio>
@@ -38,10 +40,16 @@ namespace {
 
 struct Footage {
   std::vector<host::SourceFrame> frames;
-  explicit Footage(const std::string& source) {
-    const auto reader = host::openFrameSource({source, 0, 0, 0.0});
+  std::string scene = "clip";
+  explicit Footage(const std::string& source, bool backwards) {
+    host::SourceOptions options;
+    options.source = source;
+    const auto reader = host::openFrameSource(options);
     host::SourceFrame frame;
     while (reader->read(frame)) frames.push_back(frame);
+    if (!backwards) return;
+    scene = "backwards";
+    for (std::size_t i = 0, j = frames.size(); i + 1 < j; ++i) std::swap(frames[i].bgr, frames[--j].bgr);
   }
 };
 
@@ -238,10 +246,11 @@ struct Job {
 };
 
 bool trace = false;
+std::vector<host::TruthTarget> everybody;
 
 void follow(Job& job, const Footage& footage, host::PluginLibrary& library) {
   const Frames frames = [&footage](long i) { return footage.frames.at(static_cast<std::size_t>(i)); };
-  auto watched = std::make_unique<Watched>(library, job.preset, "clip", frames, job.guarded);
+  auto watched = std::make_unique<Watched>(library, job.preset, footage.scene, frames, job.guarded);
   const auto& marks = job.target->marks;
   const std::size_t first =
       std::min(marks.size() - 1, static_cast<std::size_t>(job.target->firstVisibleMark() + job.start));
@@ -258,8 +267,20 @@ void follow(Job& job, const Footage& footage, host::PluginLibrary& library) {
     job.longestWrong = std::max(job.longestWrong, wrong);
     if (watched->verdict.restart && iou >= 0.3) ++job.restartsRight;
     if (trace) {
+      if (truth) std::printf("truth at (%.0f,%.0f)\n", truth->x + truth->width / 2, truth->y + truth->height / 2);
       std::printf("truthlike %.2f ", truth ? watched->likenessOf(frame.bgr, whole(*truth)).value_or(-1) : -1.0);
       const auto& v = watched->verdict;
+      const auto whoIs = [&](const std::optional<cv::Rect2d>& box) {
+        std::string who = "-";
+        double best = 0.2;
+        for (const auto& other : everybody) {
+          const auto there = truthAt(other, i);
+          const double common = there && box ? host::overlapOf(*there, *box) : 0.0;
+          if (common > best) best = common, who = other.name;
+        }
+        return who;
+      };
+      std::printf("on %s base %s ", whoIs(answer.box).c_str(), whoIs(watched->base.box).c_str());
       std::printf("  %s+%d f%ld base seen%d iou %.2f | %s iou %.2f like %.2f usual %.2f around %.2f lost %d %s%s\n",
                   job.target->name.c_str(), job.start, i, watched->base.seen,
                   truth && watched->base.box ? host::overlapOf(*truth, *watched->base.box) : 0.0,
@@ -298,15 +319,16 @@ double quantile(std::vector<double> values, double share) {
 }
 
 struct Options {
+  std::string second, secondTruth;
   std::string clip, truth, half = "developed", plugin, only, cache;
   std::vector<int> starts = {0, 1, 2};
   std::vector<std::string> presets = {""};
   std::vector<std::string> guards = {"off", "colour"};
   int threads = 2;
-  bool perTarget = false;
+  bool perTarget = false, backwards = false;
 };
 
-std::vector<host::TruthTarget> chosen(const Options& options) {
+std::vector<host::TruthTarget> chosen(const Options& options, const Footage& footage) {
   const auto all = host::readTruth(options.truth, host::TruthOptions(), "target");
   const std::set<std::string> held = heldBack(all);
   std::vector<host::TruthTarget> targets;
@@ -315,13 +337,23 @@ std::vector<host::TruthTarget> chosen(const Options& options) {
     if (options.half == "held-back" && held.count(target.name) == 0) continue;
     if (!options.only.empty() && target.name != options.only) continue;
     targets.push_back(target);
+    if (!options.backwards) continue;
+    auto& marks = targets.back().marks;
+    std::reverse(marks.begin(), marks.end());
+    for (auto& mark : marks) mark.frame = static_cast<long>(footage.frames.size()) - 1 - mark.frame;
   }
   return targets;
 }
 
+std::vector<host::TruthTarget> everybodyOf(Options options, const Footage& footage) {
+  options.half = "all";
+  options.only.clear();
+  return chosen(options, footage);
+}
+
 void walkers(const Options& options) {
-  const Footage footage(options.clip);
-  const auto targets = chosen(options);
+  const Footage footage(options.clip, options.backwards);
+  const auto targets = chosen(options, footage);
   host::PluginLibrary library(options.plugin);
   std::vector<Job> jobs;
   for (const std::string& preset : options.presets) {
@@ -338,6 +370,7 @@ void walkers(const Options& options) {
       }
     }
   }
+  if (trace) everybody = everybodyOf(options, footage);
   inThreads(trace ? 1 : options.threads, jobs.size(), [&](std::size_t i) { follow(jobs[i], footage, library); });
   std::printf(
       "| base | guard | start | on target | held | success AUC | called seen, elsewhere | wrong runs > 30 | restarts "
@@ -346,7 +379,7 @@ void walkers(const Options& options) {
   std::size_t at = 0;
   for (const std::string& preset : options.presets) {
     for (const std::string& guard : options.guards) {
-      double onTargetSum = 0.0, heldSum = 0.0, aucSum = 0.0;
+      double onTargetSum = 0.0, heldSum = 0.0, aucSum = 0.0, elsewhereSum = 0.0, wrongSum = 0.0;
       for (const int start : options.starts) {
         host::MetricSums sums;
         int wrong = 0, restarts = 0, right = 0;
@@ -376,10 +409,13 @@ void walkers(const Options& options) {
         onTargetSum += m.onTarget;
         heldSum += static_cast<double>(sums.heldAtEnd);
         aucSum += m.successAuc;
+        elsewhereSum += m.seenElsewhere;
+        wrongSum += wrong;
       }
       const double n = static_cast<double>(options.starts.size());
-      std::printf("| %s | %s | mean | %.3f | %.1f | %.3f |\n", preset.empty() ? "defaults" : preset.c_str(),
-                  guard.c_str(), onTargetSum / n, heldSum / n, aucSum / n);
+      std::printf("| %s | %s | mean | %.3f | %.1f | %.3f | %.3f | %.1f |\n",
+                  preset.empty() ? "defaults" : preset.c_str(), guard.c_str(), onTargetSum / n, heldSum / n, aucSum / n,
+                  elsewhereSum / n, wrongSum / n);
     }
   }
 }
@@ -433,8 +469,8 @@ void loseAndFind(Loss& loss, const Footage& footage) {
 }
 
 void finds(const Options& options) {
-  const Footage footage(options.clip);
-  const auto targets = chosen(options);
+  const Footage footage(options.clip, options.backwards);
+  const auto targets = chosen(options, footage);
   std::vector<Loss> losses;
   for (const auto& target : targets) {
     for (std::size_t m = 2; m + 2 < target.marks.size(); m += 2) {
@@ -474,6 +510,134 @@ void finds(const Options& options) {
   }
 }
 
+/// Losses made from footage: what happens to the picture, and where the target is then.
+enum class Event { Covered, Black, Jump, Elsewhere };
+
+struct MadeLoss {
+  std::string name;
+  const Footage* footage = nullptr;
+  const host::TruthTarget* target = nullptr;
+  long begin = 0;  ///< The first frame that shows nothing of the target.
+  long hidden = 0;
+  Event event = Event::Covered;
+  bool guarded = false;
+  int delay = -1;  ///< Frames from the return to the first box called seen on it; -1: not within kPatience.
+  int falseBoxes = 0;
+};
+
+constexpr long kRunUp = 40;  // frames before the loss
+constexpr long kPatience = 60;
+
+/// A frame of the scene, by its number in the scene: after a jump the footage is that many frames ahead.
+host::SourceFrame sceneFrame(const MadeLoss& loss, long i) {
+  const bool after = i >= loss.begin + loss.hidden;
+  const bool during = i >= loss.begin && !after;
+  const long at = loss.event == Event::Jump && i >= loss.begin ? i + 25 : i;
+  const auto last = static_cast<long>(loss.footage->frames.size()) - 1;
+  host::SourceFrame frame = loss.footage->frames[static_cast<std::size_t>(std::min(at, last))];
+  frame.index = i;
+  if (during && loss.event == Event::Black) frame.bgr = cv::Mat::zeros(frame.bgr.size(), frame.bgr.type());
+  if (during && loss.event != Event::Black && loss.event != Event::Jump) {
+    frame.bgr = frame.bgr.clone();
+    if (const auto truth = truthAt(*loss.target, at)) {
+      const cv::Rect board(cvRound(truth->x - truth->width * 0.3), cvRound(truth->y - truth->height * 0.1),
+                           cvRound(truth->width * 1.6), cvRound(truth->height * 1.2));
+      cv::rectangle(frame.bgr, board, cv::Scalar(70, 95, 120), cv::FILLED);
+    }
+  }
+  if (after && loss.event == Event::Elsewhere) {  // the view has moved a fifth of its width
+    const cv::Mat shift = (cv::Mat_<double>(2, 3) << 1, 0, -frame.bgr.cols / 5.0, 0, 1, frame.bgr.rows / 12.0);
+    cv::Mat moved;
+    cv::warpAffine(frame.bgr, moved, shift, frame.bgr.size(), cv::INTER_LINEAR, cv::BORDER_REPLICATE);
+    frame.bgr = moved;
+  }
+  return frame;
+}
+
+std::optional<cv::Rect2d> sceneTruth(const MadeLoss& loss, long i) {
+  const bool after = i >= loss.begin + loss.hidden;
+  if (i >= loss.begin && !after) return std::nullopt;
+  auto truth = truthAt(*loss.target, loss.event == Event::Jump && after ? i + 25 : i);
+  if (truth && after && loss.event == Event::Elsewhere) {
+    const cv::Size size = loss.footage->frames.front().bgr.size();
+    *truth += cv::Point2d(-size.width / 5.0, size.height / 12.0);
+  }
+  return truth;
+}
+
+void suffer(MadeLoss& loss, host::PluginLibrary& library, const std::string& preset) {
+  const Frames frames = [&loss](long i) { return sceneFrame(loss, i); };
+  Watched watched(library, preset, loss.name, frames, loss.guarded);
+  const long first = loss.begin - kRunUp;
+  const auto start = truthAt(*loss.target, first);
+  if (!start || !watched.start(sceneFrame(loss, first), whole(*start))) return;
+  const long back = loss.begin + loss.hidden;
+  for (long i = first + 1; i < back + kPatience; ++i) {
+    const auto truth = sceneTruth(loss, i);
+    if (i >= back && !truth) return;
+    const host::FollowerAnswer answer = watched.step(sceneFrame(loss, i));
+    if (!answer.seen || !answer.box) continue;
+    if (i >= loss.begin && i < back) ++loss.falseBoxes;
+    if (i < back || host::overlapOf(*truth, *answer.box) < 0.3) continue;
+    loss.delay = static_cast<int>(i - back);
+    return;
+  }
+}
+
+/// All that happens to one target: six losses, or five where the view cannot move.
+void addLosses(std::vector<MadeLoss>& losses, const Footage& footage, const host::TruthTarget& target, long begin,
+               bool elsewhere) {
+  const auto add = [&](const char* what, Event event, long hidden) {
+    for (const bool guarded : {false, true}) {
+      losses.push_back({target.name + "," + what, &footage, &target, begin, hidden, event, guarded});
+    }
+  };
+  add("covered-15", Event::Covered, 15);
+  add("covered-30", Event::Covered, 30);
+  add("covered-60", Event::Covered, 60);
+  add("black-8", Event::Black, 8);
+  add("jump-25", Event::Jump, 0);
+  if (elsewhere) add("elsewhere-30", Event::Elsewhere, 30);
+}
+
+/// 26 losses: the four walkers of the half with the most marks, a third into their tracks, and a second sequence.
+void losses(const Options& options) {
+  const Footage clip(options.clip, options.backwards);
+  const Footage crossing(options.second, false);
+  auto targets = chosen(options, clip);
+  std::stable_sort(targets.begin(), targets.end(),
+                   [](const auto& a, const auto& b) { return a.marks.size() > b.marks.size(); });
+  targets.resize(std::min<std::size_t>(targets.size(), 4));
+  const auto crosser = host::readTruth(options.secondTruth, host::TruthOptions(), "crossing");
+  std::vector<MadeLoss> all;
+  for (const auto& target : targets) {
+    const long begin =
+        target.marks.front().frame + kRunUp + (target.marks.back().frame - target.marks.front().frame - kRunUp) / 4;
+    addLosses(all, clip, target, begin, false);
+  }
+  addLosses(all, crossing, crosser.front(), kRunUp, true);
+  host::PluginLibrary library(options.plugin);
+  inThreads(options.threads, all.size(), [&](std::size_t i) { suffer(all[i], library, options.presets.front()); });
+  std::printf("| target, loss | off: found after | boxes while hidden | colour: found after | boxes while hidden |\n");
+  std::printf("|---|---:|---:|---:|---:|\n");
+  std::array<int, 2> found{}, boxes{};
+  long hidden = 0;
+  for (std::size_t i = 0; i < all.size(); i += 2) {
+    std::printf("| %s |", all[i].name.c_str());
+    hidden += all[i].hidden;
+    for (std::size_t g = 0; g < 2; ++g) {
+      const MadeLoss& loss = all[i + g];
+      found[g] += loss.delay >= 0;
+      boxes[g] += loss.falseBoxes;
+      std::printf(" %s | %d |", loss.delay < 0 ? "never" : std::to_string(loss.delay).c_str(), loss.falseBoxes);
+    }
+    std::printf("\n");
+  }
+  const auto share = [hidden](int n) { return static_cast<double>(n) / static_cast<double>(std::max(1L, hidden)); };
+  std::printf("| all %zu | %d found | %.3f | %d found | %.3f |\n", all.size() / 2, found[0], share(boxes[0]), found[1],
+              share(boxes[1]));
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -494,12 +658,18 @@ int main(int argc, char** argv) {
     command.add_option("--cache", options.cache);
     command.add_option("--only", options.only);
     command.add_flag("--per-target", options.perTarget);
+    command.add_flag("--backwards", options.backwards, "The clip from its end to its beginning");
     command.add_flag("--trace", trace);
   };
   CLI::App* walkersCommand = app.add_subcommand("walkers");
   add(*walkersCommand);
   CLI::App* findsCommand = app.add_subcommand("finds");
   add(*findsCommand);
+  CLI::App* lossesCommand = app.add_subcommand("losses");
+  add(*lossesCommand);
+  lossesCommand->add_option("--second", options.second, "Another sequence: a pattern of pictures or a video")
+      ->required();
+  lossesCommand->add_option("--second-truth", options.secondTruth)->required();
   CLI11_PARSE(app, argc, argv);
   for (std::string& preset : options.presets) {
     if (preset == "defaults") preset.clear();
@@ -508,6 +678,7 @@ int main(int argc, char** argv) {
   try {
     if (*walkersCommand) walkers(options);
     if (*findsCommand) finds(options);
+    if (*lossesCommand) losses(options);
     cache.save();
   } catch (const host::HostError& e) {
     std::fprintf(stderr, "guard_comparison: %s\n", e.what());

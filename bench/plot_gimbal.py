@@ -60,7 +60,8 @@ def overshoot(cells):
             worst = max(cell[name]["overshoot"] for cell in cells if cell["video_s"] == video_s)
             tall = min(1.0, worst) * high
             parts.append(f'<rect x="{x + shift}" y="{top + high - tall:.1f}" width="36" height="{tall:.1f}" fill="{colour}"/>')
-            parts.append(text(x + shift + 18, top + high - tall - 4, f"{100 * worst:.1f}", "middle", 10))
+            above = max(tall, 0.05 * high) if worst < 0.1 else tall  # not on the line of the limit
+            parts.append(text(x + shift + 18, top + high - above - 4, f"{100 * worst:.1f}", "middle", 10))
         parts.append(text(x + 39, top + high + 16, f"video {1000 * video_s:.0f} ms", "middle"))
     y = top + high - 0.05 * high
     parts.append(line([(left, y), (left + wide, y)], TEXT, 1, "4 3"))

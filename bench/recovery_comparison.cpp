@@ -2,16 +2,19 @@
 // OpenCV on the whole frame, with the same parameters, side by side on the same frames. Then: what a search costs.
 // Budget of a search: two tracker steps at 1920 x 1080, four at 3840 x 2160, on one thread.
 //
-// usage: recovery_comparison [--cost | CLIP]
+// usage: recovery_comparison [--cost | CLIP] [--json FILE]
 //   --cost  only what a search costs
 //   CLIP  the surveillance clip vtest.avi; without it the scenes are drawn over a still drawn ground, and the walker
 //         who passes behind the lamp post is left out
+//   --json  the first table as JSON too, for page_plots.py
 // The scenes depend on nothing but the clip: the boxes are the same in every run.
 #include <algorithm>
 #include <cstdio>
 #include <ctime>
+#include <fstream>
 #include <functional>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <opencv2/core.hpp>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/tracking.hpp>
@@ -278,7 +281,19 @@ std::string heldText(const Scene& scene, const Outcome& outcome) {
   return outcome.heldAfter < 0 ? "never" : std::to_string(outcome.heldAfter);
 }
 
-void compareRecovery(const Footage& footage) {
+nlohmann::ordered_json toJson(const Outcome& outcome) {
+  nlohmann::ordered_json json;
+  json["held_after"] = nullptr;
+  if (outcome.heldAfter >= 0) json["held_after"] = outcome.heldAfter;
+  json["mean_overlap"] = outcome.overlapSum / outcome.visible;
+  json["claimed_while_gone"] = outcome.claimed;
+  json["predicted_while_gone"] = outcome.predicted;
+  return json;
+}
+
+/// @return {"scenes": [...]}, one member per line of the table
+nlohmann::ordered_json compareRecovery(const Footage& footage) {
+  nlohmann::ordered_json scenes = nlohmann::ordered_json::array();
   std::printf(
       "| Scene | Held again after, frames: plug-in | bare | Mean overlap: plug-in | bare | "
       "Boxes while nothing is there: plug-in, claimed | predicted | bare, claimed |\n");
@@ -292,7 +307,13 @@ void compareRecovery(const Footage& footage) {
                 heldText(scene, theirs).c_str(), ours.overlapSum / ours.visible, theirs.overlapSum / theirs.visible,
                 ours.claimed, ours.predicted, theirs.claimed);
     std::fflush(stdout);
+    scenes.push_back({{"name", scene.name},
+                      {"comes_back", scene.back < scene.frames},
+                      {"frames_watched", std::max(0, scene.frames - scene.back)},
+                      {"plugin", toJson(ours)},
+                      {"bare", toJson(theirs)}});
   }
+  return {{"scenes", scenes}};
 }
 
 // --------------------------------------------------------------------------------------------------------- cost
@@ -427,8 +448,15 @@ void measureCost() {
 
 int main(int argc, char** argv) {
   try {
-    const bool costOnly = argc > 1 && std::string(argv[1]) == "--cost";
-    if (!costOnly) compareRecovery(Footage(argc > 1 ? argv[1] : nullptr));
+    const std::vector<std::string> given(argv + 1, argv + argc);
+    const auto json = std::find(given.begin(), given.end(), "--json");
+    if (json != given.end() && json + 1 == given.end()) throw std::runtime_error("--json needs a file");
+    const char* first = argc > 1 && json != given.begin() ? argv[1] : nullptr;
+    if (first == nullptr || std::string(first) != "--cost") {
+      const nlohmann::ordered_json result = compareRecovery(Footage(first));
+      if (json != given.end() && !(std::ofstream(json[1]) << result.dump(2) << '\n').flush())
+        throw std::runtime_error("cannot write '" + json[1] + "'");
+    }
     measureCost();
   } catch (const std::exception& e) {
     std::fprintf(stderr, "recovery_comparison: %s\n", e.what());

@@ -2,6 +2,8 @@
 """Turns the results of the benchmarks into the tables of docs/performance.md.
 
 write_tables.py RESULTS PAGE     writes the tables between the page's two marks
+write_tables.py --keep RESULTS PAGE
+                                 so too, but a table without any result keeps what the page says
 write_tables.py --check RESULTS  only says whether every benchmark ran without an error
 """
 
@@ -77,7 +79,7 @@ def wall_and_cpu(run, name):
 
 
 def machine(results):
-    context = next(r["context"] for name, r in results.items() if name == "update_bench")
+    context = results.get("update_bench", next(iter(results.values())))["context"]
     load = context.get("load_avg") or [0.0]
     processor = "unknown"
     for line in pathlib.Path("/proc/cpuinfo").read_text().splitlines():
@@ -228,19 +230,53 @@ def small_things(results):
     return ["### Everything else", ""] + table(["program", "benchmark", "CPU time"], rows)
 
 
-def write(results, page):
+def sections(lines):
+    """Tables by their heading, in order; what stands before the first has the heading ''."""
+    found = {"": []}
+    for line in lines:
+        if line.startswith("### "):
+            found[line] = []
+        found[list(found)[-1]].append(line)
+    return found
+
+
+def measured(lines):
+    """A table has rows: more than its header and the line under it."""
+    return sum(line.startswith("|") for line in lines) > 2
+
+
+def kept(lines, old):
+    """The sections of `lines` with a row, saying where they were measured; the page's instead of those without."""
+    before = sections(old)
+    after = sections(lines)
+    machine_line = after[""][0]
+    result = list(before.get("", after[""]))
+    for heading, new in after.items():
+        if not heading:
+            continue
+        if measured(new):
+            result += [heading, "", f"Measured apart from the others: {machine_line}", *new[1:]]
+        else:
+            result += before.get(heading, [])
+    return result if result[-1] == "" else [*result, ""]
+
+
+def write(results, page, keep):
     text = pathlib.Path(page).read_text()
     if text.count(BEGIN) != 1 or text.count(END) != 1:
         sys.exit(f"write_tables.py: {page} lacks the marks that the tables stand between")
     lines = machine(results) + times(results) + search(results) + others(results) + engine(results) + small_things(results)
     before, rest = text.split(BEGIN)
-    after = rest.split(END)[1]
+    old, after = rest.split(END)
+    if keep:
+        lines = kept(lines, old.strip("\n").split("\n"))
     pathlib.Path(page).write_text(before + BEGIN + "\n\n" + "\n".join(lines) + END + after)
 
 
 def main(arguments_given):
     check = "--check" in arguments_given
-    rest = [argument for argument in arguments_given if argument != "--check"]
+    keep = "--keep" in arguments_given
+    rest = [argument for argument in arguments_given if argument not in ("--check", "--keep")]
     if len(rest) != (1 if check else 2):
         sys.exit(__doc__)
     results = load(rest[0])
@@ -248,7 +284,7 @@ def main(arguments_given):
     for line in failed:
         print(line, file=sys.stderr)
     if not check:
-        write(results, rest[1])
+        write(results, rest[1], keep)
     sys.exit(1 if failed else 0)
 
 

@@ -58,7 +58,7 @@ void CorrelationFilter::transform(const float* planes) {
     kernels_->forward(grid_, planes + plane * b, features_.data() + blockFloats() * b, work_.data());
 }
 
-/// The labels, conjugated and moved so that the mask's centre is the origin; twiceU, twiceV: twice its position.
+/// The labels, conjugated and moved to the mask's origin; twiceU, twiceV: twice its place.
 void CorrelationFilter::centerLabels(int twiceU, int twiceV) {
   if (twiceU == twiceU_ && twiceV == twiceV_) return;
   twiceU_ = twiceU;
@@ -96,7 +96,7 @@ void CorrelationFilter::setMask(const cv::Mat& mask) {
   maskV_ = std::max(lastV - firstV + 1, 0);
   for (int v = 0; v < maskV_; ++v)
     for (int u = 0; u < maskU_; ++u) maskBox_[index(v) * index(maskU_) + index(u)] = value(firstU + u, firstV + v);
-  if (maskU_ > 0) centerLabels(firstU + lastU, firstV + lastV);
+  if (maskU_ > 0) centerLabels(2 * firstU + twiceOrigin(grid_.nu, maskU_), 2 * firstV + twiceOrigin(grid_.nv, maskV_));
 }
 
 void CorrelationFilter::solve(const cv::Mat& mask) {
@@ -109,6 +109,8 @@ void CorrelationFilter::solve(const cv::Mat& mask) {
   in.mu = maskU_;
   in.mv = maskV_;
   if (maskU_ > 0) {
+    in.twiceU = twiceOrigin(grid_.nu, maskU_);
+    in.twiceV = twiceOrigin(grid_.nv, maskV_);
     in.tableU = directU_.forWidth(maskU_);
     in.tableV = directV_.forWidth(maskV_);
   }

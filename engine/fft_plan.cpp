@@ -63,7 +63,7 @@ DirectTables::DirectTables(int n) : n_(n) {
 
 DirectTable DirectTables::forWidth(int width) const {
   const std::size_t size = kTableWidth * static_cast<std::size_t>(n_ / 2 + 1) * static_cast<std::size_t>(n_ / 2 + 1);
-  const float* first = numbers_.data() + (width % 2 ? 0 : 2 * size);
+  const float* first = numbers_.data() + (twiceOrigin(n_, width) % 2 == 0 ? 0 : 2 * size);
   return {n_, n_ / 2 + 1, first, first + size};
 }
 

@@ -22,12 +22,12 @@ class FftTables {
   std::vector<float> numbers_;
 };
 
-/// Cosines and sines around a centre, for windows with an odd and with an even number of elements.
+/// Cosines and sines around an origin on an element and between two.
 class DirectTables {
  public:
   DirectTables() = default;
   explicit DirectTables(int n);
-  /// For a window of `width` elements, 1 .. n.
+  /// For a window of `width` elements, 1 .. n, with its origin at twiceOrigin().
   DirectTable forWidth(int width) const;
 
  private:

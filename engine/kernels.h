@@ -37,7 +37,14 @@ struct Grid {
 
 constexpr int kTableWidth = 4;  ///< each number of a direct transform's table stands there four times
 
-/// Cosines and sines of a direct transform around the mask's centre: row d, column k holds the value for
+/// Where a direct transform of length n has its origin inside a window of `width` elements, doubled: in the middle,
+/// between two elements if need be. An even n wants whole distances, because then frequencies k and n / 2 - k share
+/// their products; so the origin of an even window is the element after its middle.
+inline int twiceOrigin(int n, int width) {
+  return n % 2 == 0 ? width / 2 * 2 : width - 1;
+}
+
+/// Cosines and sines of a direct transform around its origin: row d, column k holds the value for
 /// 2 pi k (d + offset) / n, offset 0 or 0.5, kTableWidth times.
 struct DirectTable {
   int n = 0, columns = 0;  ///< columns: n / 2 + 1
@@ -49,10 +56,11 @@ struct DirectTable {
 struct AdmmInput {
   const Grid* grid;
   const float* features;  ///< spectrum of a block: half() x nv complex elements
-  const float* labels;    ///< (cos, sin)-like pairs per spectrum element: conjugated labels, moved to the mask's centre
-  const float* back;      ///< pairs per spectrum element: moves a filter back from the mask's centre
+  const float* labels;    ///< (cos, sin)-like pairs per spectrum element: conjugated labels, moved to the mask's origin
+  const float* back;      ///< pairs per spectrum element: moves a filter back from the mask's origin
   const float* mask;      ///< mv x mu: the mask inside its bounding box, v outermost
   int mu, mv;             ///< size of the mask's bounding box
+  int twiceU, twiceV;     ///< twice the origin's place in that box; see twiceOrigin()
   DirectTable tableU, tableV;
   int iterations;
   float* filter;  ///< result: half() x nv complex elements

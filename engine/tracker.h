@@ -25,6 +25,8 @@ class EngineTracker final : public cv::tracking::TrackerCSRT {
   /// The state, for checks: where the target is (pixels) and how large, relative to the box at init().
   cv::Point2f center() const { return center_; }
   float scale() const { return scale_; }
+  /// The last answer before its coordinates are rounded to whole pixels; empty while OpenCV's tracker does the work.
+  cv::Rect2f unrounded() const { return who_ == Who::Engine ? box_ : cv::Rect2f(); }
 
  private:
   enum class Who { Nobody, Engine, OpenCv };

@@ -102,13 +102,13 @@ AxisCalibration Calibration::fit_(double PanTilt::*axis) const {
     orders[i] = now;
   }
   std::vector<double> y;
-  for (const Sample& reading : readings_) y.push_back(reading.value.*axis);
+  for (const TimedAngles& reading : readings_) y.push_back(reading.value.*axis);
   Line line;
   for (const double lag_s : {0.0, 0.02, 0.04, 0.06, 0.08, 0.1, 0.15, 0.2, 0.3}) {
     const std::vector<double> way = turned(orders, lag_s);
     for (double delay_s = 0.0; delay_s <= kLongestDelay_s; delay_s += kGrid_s) {
       std::vector<double> x;
-      for (const Sample& reading : readings_) {
+      for (const TimedAngles& reading : readings_) {
         const double at =
             std::clamp((reading.t_s - start_s_ - delay_s) / kGrid_s, 0.0, static_cast<double>(way.size() - 1));
         x.push_back(way[static_cast<std::size_t>(at)]);
@@ -128,17 +128,6 @@ AxisCalibration Calibration::fit_(double PanTilt::*axis) const {
   return best;
 }
 
-PanTilt Calibration::angleAt_(double t_s) const {
-  const auto after = std::lower_bound(readings_.begin(), readings_.end(), t_s,
-                                      [](const Sample& sample, double t) { return sample.t_s < t; });
-  if (after == readings_.begin()) return after->value;
-  if (after == readings_.end()) return readings_.back().value;
-  const Sample& before = *std::prev(after);
-  const double share = (t_s - before.t_s) / (after->t_s - before.t_s);
-  return {before.value.pan + share * (after->value.pan - before.value.pan),
-          before.value.tilt + share * (after->value.tilt - before.value.tilt)};
-}
-
 CalibrationResult Calibration::result() const {
   CalibrationResult result;
   result.pan = fit_(&PanTilt::pan);
@@ -149,10 +138,10 @@ CalibrationResult Calibration::result() const {
   const double stale_s = result.stale_s.value_or(0.0);
   const auto judge = [&](double PanTilt::*axis, double begins_s, AxisCalibration& found) {
     std::vector<double> x, y;
-    for (const Sample& sample : seen_) {
+    for (const TimedAngles& sample : seen_) {
       const double t_s = sample.t_s - start_s_ - begins_s;
       if (t_s < 0 || t_s > 4.6) continue;
-      x.push_back(angleAt_(sample.t_s + stale_s).*axis);
+      x.push_back(angleAt(readings_, sample.t_s + stale_s).*axis);
       y.push_back(sample.value.*axis);
     }
     if (x.size() >= 20) found.picture = fitted(x, y).slope;

@@ -11,9 +11,11 @@
 #include "gimbal/axis_model.h"
 #include "gimbal/delay_estimator.h"
 #include "gimbal/motion_agreement.h"
+#include "gimbal/timed_angles.h"
 
 namespace gimbal {
 
+/// What was found of one axis.
 struct AxisCalibration {
   bool found = false;       ///< The movement fits the orders.
   double gain = 0.0;        ///< Rate that came for a rate that was ordered; negative: the other way.
@@ -24,6 +26,7 @@ struct AxisCalibration {
       picture;  ///< How the picture answers: -1 as it should, 1 the wrong way. Nothing: no target seen.
 };
 
+/// What was found of the gimbal.
 struct CalibrationResult {
   AxisCalibration pan;
   AxisCalibration tilt;
@@ -48,18 +51,13 @@ class Calibration {
   CalibrationResult result() const;
 
  private:
-  struct Sample {
-    double t_s;
-    PanTilt value;
-  };
   AxisCalibration fit_(double PanTilt::*axis) const;
-  PanTilt angleAt_(double t_s) const;
 
   double start_s_;
   double rate_dps_;
-  std::vector<Sample> orders_;
-  std::vector<Sample> readings_;
-  std::vector<Sample> seen_;
+  std::vector<TimedAngles> orders_;
+  std::vector<TimedAngles> readings_;
+  std::vector<TimedAngles> seen_;
   DelayEstimator delay_;
 };
 

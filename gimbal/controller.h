@@ -16,6 +16,7 @@
 
 namespace gimbal {
 
+/// The gimbal as the controller knows it.
 struct ControllerParams {
   AxisParams pan;
   AxisParams tilt{60.0, 240.0, 0.04, 0.05, 1.0, -90.0, 90.0};
@@ -27,6 +28,7 @@ struct ControllerParams {
   bool guardSign = true;    ///< Stop for good when the gimbal or the picture moves the wrong way.
 };
 
+/// Why it turns, or does not.
 enum class ControllerState {
   Idle,       ///< No target, or no angle of the gimbal yet.
   Following,  ///< The target was seen lately.

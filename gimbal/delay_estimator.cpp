@@ -54,18 +54,7 @@ void DelayEstimator::seen(double t_s, const PanTilt& off) {
   if (waiting_.size() > 1000) waiting_.pop_front();  // no angles come
 }
 
-PanTilt DelayEstimator::angleAt_(double t_s) const {
-  const auto after = std::lower_bound(readings_.begin(), readings_.end(), t_s,
-                                      [](const Sample& sample, double t) { return sample.t_s < t; });
-  if (after == readings_.begin()) return after->value;
-  if (after == readings_.end()) return readings_.back().value;
-  const Sample& before = *std::prev(after);
-  const double share = (t_s - before.t_s) / (after->t_s - before.t_s);
-  return {before.value.pan + share * (after->value.pan - before.value.pan),
-          before.value.tilt + share * (after->value.tilt - before.value.tilt)};
-}
-
-void DelayEstimator::weigh_(const Sample& frame) {
+void DelayEstimator::weigh_(const TimedAngles& frame) {
   if (frame.t_s + kMin_s < readings_.front().t_s) return;
   if (!times_.empty()) {
     const double dt = frame.t_s - times_.back();
@@ -79,7 +68,7 @@ void DelayEstimator::weigh_(const Sample& frame) {
   }
   times_.push_back(frame.t_s);
   for (int i = 0; i < kSteps; ++i) {
-    const PanTilt angle = angleAt_(frame.t_s + kMin_s + i * kStep_s);
+    const PanTilt angle = angleAt(readings_, frame.t_s + kMin_s + i * kStep_s);
     lines_[static_cast<std::size_t>(i)].push_back({angle.pan + frame.value.pan, angle.tilt + frame.value.tilt});
   }
   while (times_.size() > 3 && times_[1] <= frame.t_s - kSpan_s) {
@@ -93,7 +82,8 @@ void DelayEstimator::weigh_(const Sample& frame) {
   for (std::size_t i = 0; i < lines_.size(); ++i) {
     bends_[i] += squaredBend(lines_[i].front(), lines_[i][half], lines_[i].back(), share);
   }
-  motion_ += squaredBend(angleAt_(times_.front()), angleAt_(times_[half]), angleAt_(times_.back()), share);
+  motion_ += squaredBend(angleAt(readings_, times_.front()), angleAt(readings_, times_[half]),
+                         angleAt(readings_, times_.back()), share);
 }
 
 std::optional<double> DelayEstimator::stale_s() const {

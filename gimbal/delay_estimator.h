@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "gimbal/angles.h"
+#include "gimbal/timed_angles.h"
 
 namespace gimbal {
 
@@ -33,15 +34,10 @@ class DelayEstimator {
   std::optional<double> stale_s() const;
 
  private:
-  struct Sample {
-    double t_s;
-    PanTilt value;
-  };
-  PanTilt angleAt_(double t_s) const;
-  void weigh_(const Sample& frame);
+  void weigh_(const TimedAngles& frame);
 
-  std::deque<Sample> readings_;
-  std::deque<Sample> waiting_;              // frames whose latest possible angle has not come
+  std::deque<TimedAngles> readings_;
+  std::deque<TimedAngles> waiting_;         // frames whose latest possible angle has not come
   std::deque<double> times_;                // of the frames in lines_
   std::vector<std::deque<PanTilt>> lines_;  // lines of sight of the last frames, one row for each delay
   std::vector<double> bends_;               // of each delay, fading

@@ -17,6 +17,7 @@ struct PlatformErrors {
   double elevation_deg = 0.5;  ///< Attitude and encoder together.
 };
 
+/// Where the camera is and how it lies.
 struct Platform {
   double lat_deg = 0.0;
   double lon_deg = 0.0;
@@ -41,6 +42,7 @@ struct ErrorEllipse {
   double azimuth_deg = 0.0;  ///< Of the major axis, [0, 180).
 };
 
+/// A place on the ground and how sure it is.
 struct GroundPoint {
   double lat_deg = 0.0;
   double lon_deg = 0.0;

@@ -5,6 +5,7 @@
 
 namespace gimbal {
 
+/// How quickly the filter believes.
 struct LineFilterParams {
   double memory_s = 0.2;   ///< Time constant; longer is smoother and later. > 0
   double jump_deg = 3.0;   ///< A direction so far from the expected one begins the filter anew. > 0

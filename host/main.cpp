@@ -16,6 +16,7 @@
 #include "base/masked_address.h"
 #include "commands/commands.h"
 #include "commands/help_footer.h"
+#include "commands/plain_refusal.h"
 #include "config/config_check.h"
 #include "plugin/log_capture.h"
 
@@ -77,7 +78,7 @@ std::string noCommand(const CLI::App& app, const std::string& word) {
 
 int usageError(CLI::App& app, const CLI::ParseError& error) {
   std::string help = "csrt-track";
-  std::string sentence = error.get_exit_code() == 0 ? "" : error.what();
+  std::string sentence = error.get_exit_code() == 0 ? "" : host::plainRefusal(error.what());
   for (const CLI::App* command = &app; command != nullptr;) {
     const std::vector<CLI::App*> chosen = command->get_subcommands();
     const std::vector<std::string> unknown = command->remaining();

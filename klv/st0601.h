@@ -31,6 +31,7 @@ struct CameraState {
   std::optional<std::uint8_t> version;            ///< Tag 65: version of the local set.
 };
 
+/// Whether a packet can be used.
 enum class Verdict {
   Good,        ///< The packet is whole and its checksum right; unknown tags were passed over.
   NotAPacket,  ///< There is no local set's key at the beginning.
@@ -43,6 +44,7 @@ enum class Verdict {
 /// @return the English word for logs and tests: "good", "not a packet", ...
 const char* name(Verdict verdict);
 
+/// A packet as it was read.
 struct Decoded {
   Verdict verdict = Verdict::NotAPacket;
   CameraState state;           ///< Empty unless the verdict is Good: values of a damaged packet are never used.

@@ -6,6 +6,7 @@
 
 namespace mavlink {
 
+/// One field of a message, in the order of the wire.
 struct FieldInfo {
   const char* name;
   const char* type;      ///< As the protocol writes it, such as "uint8_t".
@@ -15,6 +16,7 @@ struct FieldInfo {
   std::size_t inStruct;  ///< Offset in the structure, bytes.
 };
 
+/// One message, as it is described in the source.
 struct MessageInfo {
   const char* name;
   std::uint32_t id;

@@ -22,9 +22,9 @@ CSRT_INLINE Cpx scaled(Cpx a, float s) {
 CSRT_INLINE Cpx turned(Cpx a) {
   return {a.im, -a.re};
 }
-/// a * (c - i s)
-CSRT_INLINE Cpx rotated(Cpx a, float c, float s) {
-  return {a.re * c + a.im * s, a.im * c - a.re * s};
+/// a * conj(w)
+CSRT_INLINE Cpx rotated(Cpx a, Cpx w) {
+  return {a.re * w.re + a.im * w.im, a.im * w.re - a.re * w.im};
 }
 
 template <int R>
@@ -81,11 +81,22 @@ struct Butterfly<5> {
   }
 };
 
-template <int R>
-CSRT_INLINE void stageOf(const FftStage& stage, const float* in, float* out, int re, int im) {
+enum class Direction { Forward, Inverse };
+
+/// Where real and imaginary parts of an element lie: exchanged for the inverse.
+template <Direction D>
+constexpr int kRe = D == Direction::Forward ? 0 : kBlock;
+template <Direction D>
+constexpr int kIm = kBlock - kRe<D>;
+
+template <int R, Direction D>
+CSRT_INLINE void stageOf(const FftStage& stage, const float* in, float* out) {
+  constexpr int re = kRe<D>, im = kIm<D>;
   const long across = static_cast<long>(kComplex) * stage.s * stage.m, step = static_cast<long>(kComplex) * stage.s;
   for (int p = 0; p < stage.m; ++p) {
     const float* w = stage.twiddles + 2L * (R - 1) * p;
+    Cpx twiddle[R];  // for all lanes, once for all q
+    for (int t = 1; t < R; ++t) twiddle[t] = {splat(w[2 * t - 2]), splat(w[2 * t - 1])};
     for (int q = 0; q < stage.s; ++q) {
       const float* x = in + step * p + kComplex * q;
       float* y = out + step * R * p + kComplex * q;
@@ -93,7 +104,7 @@ CSRT_INLINE void stageOf(const FftStage& stage, const float* in, float* out, int
       for (int t = 0; t < R; ++t) a[t] = {load(x + across * t + re), load(x + across * t + im)};
       Butterfly<R>::run(a);
       if (p > 0)
-        for (int t = 1; t < R; ++t) a[t] = rotated(a[t], w[2 * t - 2], w[2 * t - 1]);
+        for (int t = 1; t < R; ++t) a[t] = rotated(a[t], twiddle[t]);
       for (int t = 0; t < R; ++t) {
         store(y + step * t + re, a[t].re);
         store(y + step * t + im, a[t].im);
@@ -103,7 +114,9 @@ CSRT_INLINE void stageOf(const FftStage& stage, const float* in, float* out, int
 }
 
 /// A radix without a butterfly of its own: the sums and differences of opposite inputs, then a direct sum.
-static void anyRadixStage(const FftStage& stage, const float* in, float* out, int re, int im) {
+template <Direction D>
+static void anyRadixStage(const FftStage& stage, const float* in, float* out) {
+  constexpr int re = kRe<D>, im = kIm<D>;
   const int radix = stage.radix, pairs = (radix - 1) / 2;
   const long across = static_cast<long>(kComplex) * stage.s * stage.m, step = static_cast<long>(kComplex) * stage.s;
   for (int p = 0; p < stage.m; ++p) {
@@ -125,7 +138,7 @@ static void anyRadixStage(const FftStage& stage, const float* in, float* out, in
         for (int side = 0; side < (u == 0 ? 1 : 2); ++side) {
           const int t = side == 0 ? u : radix - u;
           Cpx r = u == 0 ? even : side == 0 ? add(even, odd) : sub(even, odd);
-          if (t > 0 && p > 0) r = rotated(r, w[2 * t - 2], w[2 * t - 1]);
+          if (t > 0 && p > 0) r = rotated(r, {splat(w[2 * t - 2]), splat(w[2 * t - 1])});
           store(y + step * t + re, r.re);
           store(y + step * t + im, r.im);
         }
@@ -134,14 +147,17 @@ static void anyRadixStage(const FftStage& stage, const float* in, float* out, in
   }
 }
 
-/// Transforms n complex elements from `in` to `out` by way of `work` (2 n elements, neither in nor out); in may be out.
-/// re, im: where the real and the imaginary part of an element's lanes start.
-static void fftLanes(const FftPlan& plan, const float* in, float* out, float* work, int re, int im) {
-  if (plan.stages == 0) {
-    store(out + re, load(in + re));
-    store(out + im, load(in + im));
-    return;
-  }
+/// Transforms one vector's lanes of n complex elements from `in` to `out` by way of `work` (2 n elements, neither in
+/// nor out); in may be out.
+template <Direction D>
+static void fftLanes(const FftPlan& plan, const float* in, float* out, float* work) {
+  const auto copy = [&](const float* from) {
+    for (int i = 0; i < plan.n; ++i) {
+      store(out + kComplex * i, load(from + kComplex * i));
+      store(out + kComplex * i + kBlock, load(from + kComplex * i + kBlock));
+    }
+  };
+  if (plan.stages == 0) return copy(in);
   float* const buffer[2] = {work, work + static_cast<long>(kComplex) * plan.n};
   const float* from = in;
   for (int i = 0; i < plan.stages; ++i) {
@@ -150,36 +166,27 @@ static void fftLanes(const FftPlan& plan, const float* in, float* out, float* wo
     float* const to = last ? out : buffer[i % 2];
     switch (plan.stage[i].radix) {
       case 2:
-        stageOf<2>(plan.stage[i], from, to, re, im);
+        stageOf<2, D>(plan.stage[i], from, to);
         break;
       case 3:
-        stageOf<3>(plan.stage[i], from, to, re, im);
+        stageOf<3, D>(plan.stage[i], from, to);
         break;
       case 4:
-        stageOf<4>(plan.stage[i], from, to, re, im);
+        stageOf<4, D>(plan.stage[i], from, to);
         break;
       case 5:
-        stageOf<5>(plan.stage[i], from, to, re, im);
+        stageOf<5, D>(plan.stage[i], from, to);
         break;
       default:
-        anyRadixStage(plan.stage[i], from, to, re, im);
+        anyRadixStage<D>(plan.stage[i], from, to);
         break;
     }
     from = to;
   }
-  if (from == out) return;
-  for (int i = 0; i < plan.n; ++i) {
-    store(out + kComplex * i + re, load(from + kComplex * i + re));
-    store(out + kComplex * i + im, load(from + kComplex * i + im));
-  }
+  if (from != out) copy(from);
 }
 
-enum class Direction { Forward, Inverse };
-
-CSRT_INLINE void fft(const FftPlan& plan, Direction direction, const float* in, float* out, float* work) {
-  CSRT_FOR_LANES(lane) {
-    const int re = direction == Direction::Forward ? lane : lane + kBlock;
-    const int im = direction == Direction::Forward ? lane + kBlock : lane;
-    fftLanes(plan, in, out, work, re, im);
-  }
+template <Direction D>
+CSRT_INLINE void fft(const FftPlan& plan, const float* in, float* out, float* work) {
+  CSRT_FOR_LANES(lane) fftLanes<D>(plan, in + lane, out + lane, work + lane);
 }

@@ -61,12 +61,12 @@ static void forwardPlanes(const Grid& grid, const float* planes, float* spectrum
         store(z + kComplex * u + lane, load(first + kBlock * u + lane));
         store(z + kComplex * u + kBlock + lane, both ? load(second + kBlock * u + lane) : Vec{});
       }
-    fft(grid.planU, Direction::Forward, z, z, rest);
+    fft<Direction::Forward>(grid.planU, z, z, rest);
     unpackRows(grid, z, v, both, spectrum);
   }
   for (int u = 0; u < grid.half(); ++u) {
     float* column = spectrum + at(grid, u, 0);
-    fft(grid.planV, Direction::Forward, column, column, work);
+    fft<Direction::Forward>(grid.planV, column, column, work);
   }
 }
 
@@ -83,14 +83,14 @@ static void peaksOfResponse(const Grid& grid, const float* features, const float
         store(spectrum + i + lane, fr * hr + fi * hi);
         store(spectrum + i + kBlock + lane, fi * hr - fr * hi);
       }
-    fft(grid.planV, Direction::Inverse, column, column, z);
+    fft<Direction::Inverse>(grid.planV, column, column, z);
   }
   const float scale = 1.0f / (static_cast<float>(grid.nu) * static_cast<float>(grid.nv));
   for (int i = 0; i < kBlock; ++i) peaks[i] = -__FLT_MAX__;
   for (int v = 0; v < grid.nv; v += 2) {
     const bool both = v + 1 < grid.nv;
     packRows(grid, spectrum, v, both, z);
-    fft(grid.planU, Direction::Inverse, z, z, rest);
+    fft<Direction::Inverse>(grid.planU, z, z, rest);
     CSRT_FOR_LANES(lane) {
       Vec most = load(peaks + lane);
       for (int u = 0; u < grid.nu; ++u) {
@@ -138,7 +138,7 @@ static void responsePlane(const Grid& grid, const float* features, const float* 
     }
   for (int g = 0; g < groups; ++g) {
     float* column = sums + static_cast<long>(kComplex) * g * nv;
-    fft(grid.planV, Direction::Inverse, column, column, z);
+    fft<Direction::Inverse>(grid.planV, column, column, z);
   }
   const float scale = 1.0f / (static_cast<float>(nu) * static_cast<float>(nv));
   for (int first = 0; first < nv; first += 2 * kBlock) {
@@ -158,7 +158,7 @@ static void responsePlane(const Grid& grid, const float* features, const float* 
         front[kBlock] = real ? br : ai + br;
       }
     }
-    fft(grid.planU, Direction::Inverse, z, z, rest);
+    fft<Direction::Inverse>(grid.planU, z, z, rest);
     for (int lane = 0; lane < kBlock; ++lane)
       for (int row = 0; row < 2; ++row) {
         const int v = first + 2 * lane + row;

@@ -6,7 +6,7 @@
 static void packedRowSpectra(const FftPlan& plan, const float* rows, float* spectra, float* work) {
   const int half = plan.n / 2 + 1;
   float* const z = work;
-  fft(plan, Direction::Forward, rows, z, work + static_cast<long>(kComplex) * plan.n);
+  fft<Direction::Forward>(plan, rows, z, work + static_cast<long>(kComplex) * plan.n);
   for (int u = 0; u < half; ++u) {
     const float* front = z + kComplex * u;
     const float* back = z + kComplex * (u == 0 ? 0 : plan.n - u);

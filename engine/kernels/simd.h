@@ -30,11 +30,24 @@ CSRT_INLINE Vec splat(float x) {
 CSRT_INLINE Vec pick(VecInt mask, Vec a, Vec b) {
   return (Vec)(((VecInt)a & mask) | ((VecInt)b & ~mask));
 }
+/// b where it is smaller (larger), else a: also where either is not a number, and for zeros of either sign.
 CSRT_INLINE Vec smaller(Vec a, Vec b) {
+#if defined(__AVX2__)
+  return (Vec)_mm256_min_ps((__m256)b, (__m256)a);
+#elif defined(__SSE2__)
+  return (Vec)_mm_min_ps((__m128)b, (__m128)a);
+#else
   return pick(b < a, b, a);
+#endif
 }
 CSRT_INLINE Vec larger(Vec a, Vec b) {
+#if defined(__AVX2__)
+  return (Vec)_mm256_max_ps((__m256)b, (__m256)a);
+#elif defined(__SSE2__)
+  return (Vec)_mm_max_ps((__m128)b, (__m128)a);
+#else
   return pick(a < b, b, a);
+#endif
 }
 
 CSRT_INLINE Vec root(Vec a) {

@@ -78,6 +78,20 @@ std::optional<HalfColours> coloursIn(const CodedView& view, const cv::Rect2d& bo
   return counts;
 }
 
+double sameness(const HalfColours& a, const HalfColours& b) {
+  float sum = 0.0F;
+  for (std::size_t half = 0; half < kHalves; ++half) {
+    for (std::size_t k = 0; k < kColours; ++k) sum += std::sqrt(a[half][k] * b[half][k]);
+  }
+  return static_cast<double>(sum) / kHalves;
+}
+
+void blend(HalfColours& into, const HalfColours& seen, float share) {
+  for (std::size_t half = 0; half < kHalves; ++half) {
+    for (std::size_t k = 0; k < kColours; ++k) into[half][k] += share * (seen[half][k] - into[half][k]);
+  }
+}
+
 bool ColourModel::learn(const CodedView& view, const cv::Rect2d& box, const Palette& palette) {
   const std::optional<HalfColours> colours = coloursIn(view, box, palette);
   if (!colours) return false;
@@ -93,10 +107,8 @@ bool ColourModel::learn(const CodedView& view, const cv::Rect2d& box, const Pale
   return true;
 }
 
-void ColourModel::blend(const HalfColours& colours, float share) {
-  for (std::size_t half = 0; half < kHalves; ++half) {
-    for (std::size_t k = 0; k < kColours; ++k) mean_[half][k] += share * (colours[half][k] - mean_[half][k]);
-  }
+void ColourModel::learnMore(const HalfColours& colours, float share) {
+  blend(mean_, colours, share);
   roots_ = weighedRoots(mean_, weights_);
 }
 

@@ -16,6 +16,12 @@ using HalfColours = std::array<Colours, kHalves>;  ///< Upper, lower.
 /// The colours inside a box, the middle counting more than the sides. Empty when less than a third of it is in view.
 std::optional<HalfColours> coloursIn(const CodedView& view, const cv::Rect2d& boxInView, const Palette& palette);
 
+/// Of two looks, whatever they are of: 0 nothing in common, 1 the same (Bhattacharyya's coefficient, mean of halves).
+double sameness(const HalfColours& a, const HalfColours& b);
+
+/// Moves `into` towards `seen` by this share of the difference.
+void blend(HalfColours& into, const HalfColours& seen, float share);
+
 class ColourModel {
  public:
   /// @param view  shows the target and its surroundings
@@ -31,7 +37,7 @@ class ColourModel {
 
   /// Takes what the target looks like now into the average that likeness is judged by.
   /// @param share  of the new picture, (0, 1]
-  void blend(const HalfColours& colours, float share);
+  void learnMore(const HalfColours& colours, float share);
 
   /// How much rather than the surroundings a pixel of a colour is the target, per half; natural logarithm in [-2, 2].
   HalfColours logRatio(const Colours& surroundings) const;

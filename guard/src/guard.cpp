@@ -4,7 +4,8 @@
 
 #include "colour_model.h"
 #include "csrt_guard/csrt_guard.h"
-#include "lookalikes.h"
+#include "place_tracks.h"
+#include "rivalry.h"
 #include "target_motion.h"
 #include "target_search.h"
 
@@ -14,7 +15,11 @@ namespace {
 constexpr std::array<const char*, 5> kNames = {"unguarded", "agreed", "doubted", "searching", "reacquired"};
 constexpr double kSurroundings = 3.0;  // sides of the neighbourhood that is looked at, in box sides
 constexpr int kResizedAfter = 20;      // frames without the target after which it may look smaller or larger
-constexpr double kLargest = 1e6;       // pixels; larger numbers are no box
+constexpr double kResize = 1.02;       // a frame
+constexpr double kSmallest = 0.45;     // of the size at the start
+constexpr double kBiggest = 2.2;
+constexpr int kRolledBack = 15;   // frames at most from which the last sure sight still says where the target is
+constexpr double kLargest = 1e6;  // pixels; larger numbers are no box
 
 bool usable(const cv::Mat& frame) {
   return !frame.empty() && frame.dims == 2 && frame.depth() == CV_8U &&
@@ -89,13 +94,17 @@ class Guard::Impl {
     palette_.learn(bgr, wholePixels(inView));
     const CodedView view = viewOf(frame, part, scale, palette_);
     if (!model_.learn(view, view.toView(box), palette_)) return false;
-    size_ = box.size();
+    recent_ = *coloursIn(view, view.toView(box), palette_);
+    size_ = startSize_ = box.size();
     motion_.start(box);
     usual_.start(0.9, 2);
     around_.start(0.3, 0);
     lookAround_(view, box);
-    lost_ = doubts_ = confirmed_ = learnt_ = sinceCheck_ = 0;
-    others_.clear();
+    lost_ = doubts_ = learnt_ = sinceCheck_ = 0;
+    steady_ = 1.0;
+    sure_ = motion_;
+    tracks_.clear();
+    rivalry_.clear();
     return started_ = true;
   }
 
@@ -153,41 +162,72 @@ class Guard::Impl {
   }
 
   void learn_(const Look& look, const cv::Rect2d& box) {
-    if (look.margin >= settings_.acceptNear) usual_.add(*look.likeness);
-    if (look.margin >= settings_.learnFrom && learnt_ < settings_.learnFrames && settings_.learnRate > 0.0) {
+    const std::optional<HalfColours> colours = coloursIn(look.view, look.view.toView(box), palette_);
+    if (look.margin >= settings_.usualFrom) usual_.add(*look.likeness);
+    if (colours && look.margin >= settings_.learnFrom && learnt_ < settings_.learnFrames && settings_.learnRate > 0.0) {
       ++learnt_;
-      const std::optional<HalfColours> colours = coloursIn(look.view, look.view.toView(box), palette_);
-      if (colours) model_.blend(*colours, static_cast<float>(std::max(settings_.learnRate, 1.0 / (learnt_ + 1))));
+      model_.learnMore(*colours, static_cast<float>(std::max(settings_.learnRate, 1.0 / (learnt_ + 1))));
     }
     lookAround_(look.view, box);
+    if (!colours || look.margin < settings_.sureFrom) {
+      motion_.stay(box);
+      sure_.miss();
+      return;
+    }
+    blend(recent_, *colours, static_cast<float>(settings_.recentRate));
     motion_.see(box);
-    size_ = box.size();
+    sure_ = motion_;
+    if ((box & cv::Rect2d(look.view.part)) == box) learnSize_(box.size());
+  }
+
+  /// A box that shrinks or grows slips off the target as a rule: its size is followed slowly, and not far.
+  void learnSize_(const cv::Size2d& seen) {
+    const auto follow = [](double size, double to, double start) {
+      return std::clamp(std::clamp(to, size / kResize, size * kResize), kSmallest * start, kBiggest * start);
+    };
+    size_.width = follow(size_.width, seen.width, startSize_.width);
+    size_.height = follow(size_.height, seen.height, startSize_.height);
   }
 
   Verdict follow_(const cv::Mat& frame, const Answer& answer, const Look& look) {
     const bool alike = look.likeness && look.margin >= settings_.doubtBelow;
-    if (answer.seen && alike) {
+    steady_ += settings_.driftRate * (std::min(1.0, look.margin) - steady_);
+    if (answer.seen && alike && steady_ >= settings_.driftBelow) {
       doubts_ = 0;
+      ++sinceCheck_;
       learn_(look, *answer.box);
-      lookForOthers_(frame, *answer.box);
+      if (look.margin >= settings_.sureFrom) lookForOthers_(frame, *answer.box);
       return verdict_(State::Agreed, answer.box, true, "the tracker's box shows the target", look);
     }
-    motion_.miss();
-    if (++doubts_ >= settings_.doubtFrames) {
-      lost_ = doubts_ - 1;
-      return search_(frame, answer, look);
+    sure_.miss();
+    if (++doubts_ < settings_.doubtFrames) {
+      return verdict_(State::Doubted, answer.box, false,
+                      answer.seen ? "the tracker's box looks little like the target" : "the tracker does not see it",
+                      look);
     }
-    return verdict_(State::Doubted, answer.box, false,
-                    answer.seen ? "the tracker's box looks little like the target" : "the tracker does not see it",
-                    look);
+    beginSearch_();
+    return search_(frame, answer, look);
+  }
+
+  /// Goes back to where the target was last surely seen, and on from there.
+  void beginSearch_() {
+    lost_ = std::max(1, std::min(sure_.lost(), kRolledBack) - 1);
+    if (sure_.lost() <= kRolledBack) {
+      motion_ = sure_;
+      return;
+    }
+    for (int i = 0; i < doubts_; ++i) motion_.miss();
   }
 
   /// What else looks like the target, every few frames.
   void lookForOthers_(const cv::Mat& frame, const cv::Rect2d& box) {
-    if (settings_.checkEvery <= 0 || ++sinceCheck_ < settings_.checkEvery) return;
+    if (settings_.checkEvery <= 0 || sinceCheck_ < settings_.checkEvery) return;
     const CodedView view =
         viewOf(frame, grownBy(box, settings_.othersWithin * diagonal(box)), workScale(size_), palette_);
-    others_.learn(alike_(findPlaces(view, size_, false, model_, palette_)), box, sinceCheck_);
+    const std::vector<Place> places = without_(alike_(findPlaces(view, size_, false, model_, palette_)), box, 0.3);
+    tracks_.update(places, sinceCheck_, true);
+    rivalry_.looked(view.part.area() / (diagonal(box) * diagonal(box)));
+    for (const Place& place : places) rivalry_.rival(marginOf_(place.likeness));
     sinceCheck_ = 0;
   }
 
@@ -198,71 +238,126 @@ class Guard::Impl {
     return places;
   }
 
-  Verdict search_(const cv::Mat& frame, const Answer& answer, const Look& look) {
-    motion_.miss();
-    ++lost_;
-    const double reach = std::min(6.0, 0.8 + 0.12 * lost_) * diagonal(motion_.box());
-    const bool near = answer.box && distance(*answer.box, motion_.box()) <= reach;
-    if (answer.seen && look.likeness && near && look.margin >= settings_.acceptNear) {
-      if (++regained_ >= settings_.confirmFrames) {
-        const Verdict back =
-            verdict_(State::Agreed, answer.box, true, "the tracker's box shows the target again", look);
-        lost_ = doubts_ = regained_ = confirmed_ = 0;
-        learn_(look, *answer.box);
-        return back;
-      }
-    } else {
-      regained_ = 0;
-    }
-    const std::optional<Place> found = bestPlace_(frame, reach);
-    if (!found) {
-      confirmed_ = 0;
-      return predicted_("lost: nothing near looks enough like the target", look);
-    }
-    const bool again = confirmed_ > 0 && distance(found->box, candidate_.box) < 0.35 * diagonal(found->box);
-    confirmed_ = again ? confirmed_ + 1 : 1;
-    candidate_ = *found;
-    if (confirmed_ < settings_.confirmFrames) return predicted_("lost: a find must hold for another frame", look);
-    return reacquire_(*found);
+  /// The places of which less than this share of the smaller one is common with the box.
+  static std::vector<Place> without_(std::vector<Place> places, const cv::Rect2d& box, double share) {
+    const auto same = [&](const Place& p) {
+      return (p.box & box).area() >= share * std::min(p.box.area(), box.area());
+    };
+    places.erase(std::remove_if(places.begin(), places.end(), same), places.end());
+    return places;
   }
 
-  std::optional<Place> bestPlace_(const cv::Mat& frame, double reach) {
-    const cv::Rect2d expected = motion_.box();
-    const cv::Point2d c = TargetMotion::centre(expected);
+  Verdict search_(const cv::Mat& frame, const Answer& answer, const Look& look) {
+    if (doubts_ > 0) {
+      doubts_ = 0;  // the frame in which the search begins was counted
+    } else {
+      motion_.miss();
+    }
+    ++lost_;
+    const std::vector<Place> places = placesIn_(frame, answer, look);
+    std::vector<double> own;
+    for (const Place& place : places) own.push_back(ownDensity(evidenceOf_(place)));
+    tracks_.update(places, sinceCheck_ + 1, false, own);
+    sinceCheck_ = 0;
+    double all = 1.0;  // of something else
+    double bestOdds = 0.0;
+    const PlaceTrack* best = nullptr;
+    for (PlaceTrack& track : tracks_.all()) {
+      if (track.other) continue;
+      if (track.age == 0) born_(track);
+      const double odds = oddsOf(evidenceOf_(track), rivalry_);
+      all += odds;
+      if (!track.found || odds <= bestOdds) continue;
+      bestOdds = odds;
+      best = &track;
+    }
+    if (best == nullptr) return predicted_("lost: nothing near looks enough like the target", look);
+    const double belief = bestOdds / all;
+    if (belief < settings_.believe) {
+      Verdict verdict = predicted_("lost: what is found may as well be somebody else", look);
+      verdict.belief = belief;
+      return verdict;
+    }
+    const int looks = belief >= settings_.sure ? settings_.sureFrames : settings_.confirmFrames;
+    if (best->looks < looks) return predicted_("lost: a find must hold for another frame", look);
+    if (answer.seen && answer.box && (cv::Rect2d(*answer.box) & best->box).area() > 0.6 * best->box.area()) {
+      return regained_(answer, look, best->box);
+    }
+    return reacquire_(*best, belief, look);
+  }
+
+  /// What looks like the target within reach, the tracker's own box among it.
+  std::vector<Place> placesIn_(const cv::Mat& frame, const Answer& answer, const Look& look) {
+    const double reach = std::min(6.0, 0.8 + 0.12 * lost_) * diagonal(motion_.box());
+    const cv::Point2d c = TargetMotion::centre(motion_.box());
     const cv::Rect part = cv::Rect2d(c.x - reach - size_.width / 2, c.y - reach - size_.height / 2,
                                      2 * reach + size_.width, 2 * reach + size_.height);
     const CodedView view = viewOf(frame, part, workScale(size_), palette_);
-    std::optional<Place> best;
-    double bestValue = 0.0;
-    const std::vector<Place> places = alike_(findPlaces(view, size_, lost_ > kResizedAfter, model_, palette_));
-    const std::vector<Place> nobodys =
-        settings_.checkEvery > 0 ? others_.follow(places, expected, sinceCheck_ + 1) : places;
-    sinceCheck_ = 0;
-    for (const Place& place : nobodys) {
-      const double far = distance(place.box, expected) / std::max(1.0, reach);
-      const double needed = settings_.acceptNear + (settings_.acceptFar - settings_.acceptNear) * std::min(1.0, far);
-      if (marginOf_(place.likeness) < needed) continue;
-      const double value = marginOf_(place.likeness) - needed + settings_.standOut * place.contrast;
-      if (best && value <= bestValue) continue;
-      bestValue = value;
-      best = place;
-    }
-    return best;
+    std::vector<Place> places = alike_(findPlaces(view, size_, lost_ > kResizedAfter, model_, palette_));
+    if (!answer.seen || !look.likeness || look.margin < settings_.doubtBelow) return places;
+    const cv::Rect2d box(*answer.box);
+    if (distance(box, motion_.box()) > reach) return places;
+    places = without_(std::move(places), box, 0.5);
+    Place own;
+    own.box = box;
+    own.likeness = *look.likeness;
+    own.look = coloursIn(look.view, look.view.toView(box), palette_).value_or(HalfColours());
+    places.push_back(own);
+    return places;
   }
 
-  Verdict reacquire_(const Place& place) {
-    motion_.see(place.box);
-    size_ = place.box.size();
-    Verdict verdict;
-    verdict.state = State::Reacquired;
-    verdict.box = wholePixels(place.box);
-    verdict.seen = verdict.restart = true;
-    verdict.reason = "found: looks like the target, twice at one place";
-    verdict.likeness = place.likeness;
-    verdict.usual = usual_.value();
-    verdict.around = around_.value();
-    verdict.framesLost = lost_;
-    lost_ = doubts_ = regained_ = confirmed_ = 0;
+  Evidence evidenceOf_(const Place& place) const {
+    Evidence evidence;
+    evidence.margin = marginOf_(place.likeness);
+    evidence.same = lookFactor(recent_, place.look);
+    evidence.distance = distance(place.box, motion_.box()) / diagonal(motion_.box());
+    evidence.lost = lost_;
+    return evidence;
+  }
+
+  Evidence evidenceOf_(const PlaceTrack& track) const {
+    Evidence evidence;
+    evidence.margin = marginOf_(track.likeness);
+    evidence.same = track.bornSame;
+    evidence.distance = track.bornFar;
+    evidence.lost = track.bornLost;
+    evidence.others = track.bornOthers;
+    evidence.speedKnown = track.looks >= settings_.confirmFrames;
+    evidence.speedDifference = cv::norm(track.velocity - motion_.velocity()) / diagonal(motion_.box());
+    return evidence;
+  }
+
+  void born_(PlaceTrack& track) const {
+    track.bornFar = distance(track.box, motion_.box()) / diagonal(motion_.box());
+    track.bornLost = lost_;
+    track.bornSame = lookFactor(recent_, track.look);
+    Place place;
+    place.box = track.box;
+    place.look = track.look;
+    track.bornOthers = tracks_.unfoundOthersAt(place);
+  }
+
+  /// The tracker itself is on the target again.
+  Verdict regained_(const Answer& answer, const Look& look, const cv::Rect2d& place) {
+    const Verdict verdict = verdict_(State::Agreed, answer.box, true, "the tracker's box shows the target again", look);
+    tracks_.targetIsIn(place);
+    lost_ = 0;
+    steady_ = 1.0;
+    learn_(look, *answer.box);
+    return verdict;
+  }
+
+  Verdict reacquire_(const PlaceTrack& track, double belief, const Look& look) {
+    const cv::Rect2d box = track.box;
+    Verdict verdict = verdict_(State::Reacquired, wholePixels(box), true, "found: likely the target", look);
+    verdict.restart = true;
+    verdict.likeness = track.likeness;
+    verdict.belief = belief;
+    motion_.see(box);
+    sure_ = motion_;
+    tracks_.targetIsIn(box);
+    lost_ = 0;
+    steady_ = 1.0;
     return verdict;
   }
 
@@ -300,17 +395,19 @@ class Guard::Impl {
   Palette palette_;
   ColourModel model_;
   TargetMotion motion_;
-  cv::Size2d size_;
+  cv::Size2d size_;  ///< To look for.
+  cv::Size2d startSize_;
   SlowMean usual_{0.02};
   SlowMean around_{0.05};
   int lost_ = 0;
   int learnt_ = 0;
   int sinceCheck_ = 0;
-  Lookalikes others_;
+  PlaceTracks tracks_;
+  Rivalry rivalry_;
+  TargetMotion sure_;     ///< As of when the target was last seen well.
+  HalfColours recent_{};  ///< What the target has looked like of late.
+  double steady_ = 1.0;
   int doubts_ = 0;
-  int regained_ = 0;
-  int confirmed_ = 0;
-  Place candidate_;
 };
 
 Guard::Guard(const Settings& settings) : impl_(std::make_unique<Impl>(settings)) {}

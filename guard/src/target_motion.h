@@ -24,6 +24,9 @@ class TargetMotion {
     damping_ = 1.0;
   }
 
+  /// The target is in this box, but how it moves is not to be learnt from that.
+  void stay(const cv::Rect2d& box) { box_ = box; }
+
   /// One frame without the target: on with its last speed, less every frame.
   void miss() {
     ++lost_;
@@ -31,8 +34,9 @@ class TargetMotion {
     box_ += velocity_ * damping_;
   }
 
-  const cv::Rect2d& box() const { return box_; }  ///< Full-frame pixels.
-  int lost() const { return lost_; }              ///< Frames since it was seen.
+  const cv::Rect2d& box() const { return box_; }             ///< Full-frame pixels.
+  const cv::Point2d& velocity() const { return velocity_; }  ///< Pixels a frame, when last seen.
+  int lost() const { return lost_; }                         ///< Frames since it was seen.
 
   static cv::Point2d centre(const cv::Rect2d& box) { return {box.x + box.width / 2, box.y + box.height / 2}; }
 

@@ -127,7 +127,9 @@ std::vector<RoughPlace> roughPlaces(const CodedView& view, const cv::Size2d& exp
 Place climbed(cv::Rect2d box, const CodedView& view, const RatioSums& sums, const ColourModel& model,
               const Palette& palette) {
   const auto placeAt = [&](const cv::Rect2d& at) {
-    return Place{at, model.likenessAt(view, at, palette).value_or(0.0), sums.contrastOf(at)};
+    const std::optional<HalfColours> look = coloursIn(view, at, palette);
+    if (!look) return Place{at, 0.0, {}, sums.contrastOf(at)};
+    return Place{at, model.likeness(*look), *look, sums.contrastOf(at)};
   };
   const auto worth = [](const Place& place) { return place.likeness + kStandOut * place.contrast; };
   const double dx = std::max(1.0, box.width / 8.0);

@@ -10,6 +10,7 @@ namespace csrt_guard {
 struct Place {
   cv::Rect2d box;         ///< Full-frame pixels.
   double likeness = 0.0;  ///< See ColourModel::likeness().
+  HalfColours look{};     ///< Its colours.
   double contrast = 0.0;  ///< How much more the target's its pixels are than those at its sides; about [-2, 2].
 };
 

@@ -1,6 +1,12 @@
 #include "base/worker_pool.h"
 
+#include <algorithm>
+
 namespace host {
+
+int usableThreads() {
+  return std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+}
 
 WorkerPool::WorkerPool(int threads) {
   for (int i = 1; i < threads; ++i) threads_.emplace_back([this] { serve_(); });

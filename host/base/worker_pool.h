@@ -11,6 +11,9 @@
 
 namespace host {
 
+/// Threads that this machine runs at a time, at least 1.
+int usableThreads();
+
 /// Runs work items of one batch on several threads. forEach() is for one caller at a time.
 class WorkerPool {
  public:

@@ -18,6 +18,7 @@
 #include "commands/evaluation_options.h"
 #include "commands/help_footer.h"
 #include "commands/plugin_choice.h"
+#include "commands/run_options.h"
 #include "config/config_text.h"
 #include "evaluation/evaluation_run.h"
 #include "evaluation/results.h"
@@ -34,7 +35,7 @@ struct EvaluateOptions {
   SequenceArguments sequences;
   ConfigOptions config;
   std::string reference;  ///< Empty: no reference; "opencv" or "plugin": whose parameters it has.
-  std::string pace = "fast";
+  std::string pace = kDefaultPace;
   std::string guard = "off";
   std::string shard = "1/1";
   std::string json;
@@ -47,12 +48,6 @@ struct EvaluateOptions {
 
 void checkOptions(const EvaluateOptions& options) {
   guardChoiceOf(options.guard);
-  if (options.threads < 1 || options.threads > 256) {
-    throw HostError(ExitCode::Usage, "--threads " + std::to_string(options.threads) + " is not between 1 and 256");
-  }
-  if (options.maxFrames < 0) {
-    throw HostError(ExitCode::Usage, "--max-frames " + std::to_string(options.maxFrames) + " is negative");
-  }
   if (!options.reference.empty() && options.reference != "opencv" && options.reference != "plugin") {
     throw HostError(ExitCode::Usage, "--reference '" + options.reference + "' is neither opencv nor plugin");
   }
@@ -120,6 +115,16 @@ long framesOf(const std::vector<FollowJob>& jobs) {
   return last - first + 1;
 }
 
+/// Hands frames on and neither begin nor end: one progress for all sequences.
+class FramesOnly : public RunObserver {
+ public:
+  explicit FramesOnly(RunObserver& to) : to_(to) {}
+  void frame(const SourceFrame& frame, const std::vector<CallRecord>& records) override { to_.frame(frame, records); }
+
+ private:
+  RunObserver& to_;
+};
+
 void run(const EvaluateOptions& options, const std::vector<Sequence>& sequences, const std::string& configText,
          PluginLibrary& library, EvaluationResult& all) {
   const Pace pace = paceOf(options.pace);
@@ -137,7 +142,8 @@ void run(const EvaluateOptions& options, const std::vector<Sequence>& sequences,
   if (!options.quiet) {
     follow.onNote = [](const std::string& note) { std::fprintf(stderr, "csrt-track: note: %s\n", note.c_str()); };
   }
-  if (!options.quiet) follow.onFrame = [&progress] { progress.frame({}, {}); };
+  FramesOnly frames(progress);
+  if (!options.quiet) follow.observers = {&frames};
   for (std::size_t i = 0; i < sequences.size() && interruptSignal() == 0; ++i) {
     collect(sequences[i], followAll(sequences[i].source, jobs[i], follow), !options.reference.empty(), all);
   }
@@ -219,17 +225,12 @@ void addEvaluateCommand(CLI::App& app, int& status) {
   command.add_flag("--reference{opencv}", options->reference,
                    "Run the bare cv::TrackerCSRT on the whole frame beside the plug-in, with OpenCV's own parameters; "
                    "--reference=plugin: with those of the configuration");
-  command.add_option("--guard", options->guard, kGuardHelp)->type_name("WHICH")->capture_default_str();
-  command
-      .add_option("--pace", options->pace,
-                  "fast: as fast as possible; source: at the clip's rate; video: as fast as possible, with the "
-                  "plug-in's clock following the clip, so that answers repeat exactly")
-      ->type_name("PACE")
-      ->capture_default_str();
-  command.add_option("--max-frames", options->maxFrames, "Use at most so many frames of each target")->type_name("N");
-  command.add_option("--threads", options->threads, "Targets worked on at a time; times then disturb one another")
+  addGuardOption(command, options->guard);
+  addPaceOption(command, options->pace);
+  command.add_option("--max-frames", options->maxFrames, "Use at most so many frames of each target; 0: all")
       ->type_name("N")
-      ->capture_default_str();
+      ->check(CLI::Range(0L, 1000000000L));
+  addThreadsOption(command, options->threads);
   command.add_option("--shard", options->shard, "Only the i-th of n parts; 'csrt-track merge' puts them together")
       ->type_name("I/N");
   command.add_option("--json", options->json, "Write the result as JSON; -: to standard output, without the table")

@@ -24,6 +24,9 @@ struct GridOptions {
 };
 
 int writeGrid(const GridOptions& options) {
+  if (options.source.source.empty() == options.source.pipeline.empty()) {
+    throw HostError(ExitCode::Usage, "one source is needed: SOURCE, or --gstreamer PIPELINE");
+  }
   checkPictureName(options.picture, "--out");
   FilePlan plan;
   plan.readsSource("the source", options.source.source);
@@ -51,8 +54,8 @@ void addGridCommand(CLI::App& app, int& status) {
   CLI::App& command =
       *app.add_subcommand("grid", "Write a frame with labelled lines, to read a box or a point off without a window");
   command.add_option("source", options->source.source, "As for 'track': a video, pictures, a camera, a live address")
-      ->required()
       ->type_name("SOURCE");
+  addReceiveOptions(command, options->source, options->live);
   command.add_option("--start", options->source.start, "The frame, counted from 0")->type_name("N");
   command.add_option("--out", options->picture, "The picture to write")->type_name("FILE")->capture_default_str();
   command.footer(helpFooter({"grid street.mp4 --out grid.png", "grid rtsp://127.0.0.1:8554/test",

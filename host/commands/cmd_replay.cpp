@@ -15,6 +15,7 @@
 #include "commands/commands.h"
 #include "commands/help_footer.h"
 #include "commands/plugin_choice.h"
+#include "commands/run_options.h"
 #include "input/file_plan.h"
 #include "plugin/plugin_library.h"
 #include "run/saved_run.h"
@@ -27,6 +28,7 @@ struct ReplayOptions {
   std::string folder;
   PluginChoice plugin;
   std::string records;
+  int threads = 1;
 };
 
 class RecordCollector : public RunObserver {
@@ -87,11 +89,12 @@ void checkFiles(const ReplayOptions& options) {
 int replay(const ReplayOptions& options) {
   checkFiles(options);
   SavedRun saved = readSavedRun(options.folder);
+  saved.run.threads = options.threads;
   PluginLibrary library(pluginOf(options, saved));
   std::optional<TextOutput> output;
   if (!options.records.empty()) output.emplace(options.records, "--records");
   RecordCollector collector;
-  runTrack(*saved.frames, library, std::move(saved.run), {&collector});
+  runTrack(*saved.frames, library, saved.run, {&collector});
   if (output) {
     for (const nlohmann::json& record : collector.all) output->writeLine(jsonText(record));
   }
@@ -112,6 +115,7 @@ void addReplayCommand(CLI::App& app, int& status) {
       *app.add_subcommand("replay", "Repeat a run that 'track --save-run' kept, and compare every record");
   command.add_option("folder", options->folder, "The folder that --save-run wrote")->required()->type_name("DIR");
   addPluginOptions(command, options->plugin);
+  addThreadsOption(command, options->threads);
   command.add_option("--records", options->records, "Write the replay's records, one JSON line per call")
       ->type_name("FILE");
   command.footer(helpFooter(

@@ -19,6 +19,7 @@
 #include "commands/help_footer.h"
 #include "commands/live_options.h"
 #include "commands/plugin_choice.h"
+#include "commands/run_options.h"
 #include "commands/serve_source.h"
 #include "config/config_text.h"
 #include "input/file_plan.h"
@@ -38,6 +39,7 @@ struct ServeOptions {
   std::string http;
   std::string httpTokenFile;
   std::vector<std::string> httpNames;
+  std::string httpSave;
   ConfigOptions config;
   PluginChoice plugin;
   std::string metadata;
@@ -46,6 +48,7 @@ struct ServeOptions {
   std::string guard = "off";
   std::string panFrame = "vehicle";
   std::string streamUri;
+  std::string clock = "machine";
   int threads = 1;
   int system = 1;
   double hfov = 60.0;
@@ -101,6 +104,7 @@ link::MavlinkOptions mavlinkOptions(const ServeOptions& options) {
   server.gimbal = !options.noGimbal;
   server.calibrate = options.calibrate;
   server.shownDelay_s = options.shownDelay_s;
+  server.clockFromLink = options.clock == "link";
   server.panFrame = options.panFrame == "earth" ? link::PanFrame::Earth : link::PanFrame::Vehicle;
   for (gimbal::AxisParams* axis : {&server.controller.pan, &server.controller.tilt}) {
     axis->max_rate_dps = options.maxRate;
@@ -126,7 +130,9 @@ void checkOptions(const ServeOptions& options) {
 struct ServedPage {
   ServedPage(const ServeOptions& options, const web::WebOptions& where, const std::string& configText,
              const std::string& schema)
-      : parts(configText, options.config.preset, schema), front(parts), server(where, parts) {
+      : parts(configText, options.config.preset, schema, options.httpSave, paceOf(options.pace)),
+        front(parts),
+        server(where, parts) {
     if (!options.quiet) std::fprintf(stderr, "csrt-track: open %s\n", server.url().c_str());
   }
   web::WebParts parts;
@@ -195,6 +201,9 @@ int serve(ServeOptions options) {
   if (!options.quiet) {
     std::fprintf(stderr, "csrt-track: served %ld frames, %ld were passed over\n", result.frames, result.dropped);
     if (mavlink && !mavlink->problem().empty()) std::fprintf(stderr, "csrt-track: %s\n", mavlink->problem().c_str());
+    if (mavlink && !mavlink->delaySentence().empty()) {
+      std::fprintf(stderr, "csrt-track: %s\n", mavlink->delaySentence().c_str());
+    }
     for (const std::string& fault : result.sourceFaults)
       std::fprintf(stderr, "csrt-track: source: %s\n", fault.c_str());
   }
@@ -217,30 +226,17 @@ void addSourceOptions(CLI::App& command, ServeOptions& options) {
       .add_option("--metadata", options.metadata,
                   "What the camera said per frame, or, of a live source, a growing file of it by time")
       ->type_name("FILE");
-  command
-      .add_option("--pace", options.pace,
-                  "source: recorded frames at their rate, the newest first; video: every frame as fast as possible, "
-                  "the plug-in's clock follows the clip; fast: the same with the machine's clock")
-      ->type_name("PACE")
-      ->capture_default_str();
+  addPaceOption(command, options.pace);
   command.add_option("--video-delay", options.videoDelay_s, "From a frame's capture until it arrives here, seconds")
       ->check(CLI::Range(0.0, 5.0))
       ->capture_default_str();
 }
 
 void addTrackerOptions(CLI::App& command, ServeOptions& options) {
-  command.add_option("--preset", options.config.preset, "A shipped configuration")->type_name("NAME");
-  command.add_option("--config", options.config.file, "Configuration file (JSON), over it")->type_name("FILE");
-  command.add_option("--set", options.config.sets, "One configuration value, over both; may be repeated")
-      ->type_name("GROUP.KEY=VALUE")
-      ->take_all()
-      ->allow_extra_args(false);
-  command.add_option("--guard", options.guard, kGuardHelp)->type_name("WHICH")->capture_default_str();
+  addConfigOptions(command, options.config);
+  addGuardOption(command, options.guard);
   addPluginOptions(command, options.plugin);
-  command.add_option("--threads", options.threads, "Threads that work on the targets")
-      ->check(CLI::Range(1, 256))
-      ->type_name("N")
-      ->capture_default_str();
+  addThreadsOption(command, options.threads);
 }
 
 void addHttpOptions(CLI::App& command, ServeOptions& options) {
@@ -258,6 +254,8 @@ void addHttpOptions(CLI::App& command, ServeOptions& options) {
       ->take_all()
       ->allow_extra_args(false)
       ->type_name("NAME");
+  command.add_option("--http-save", options.httpSave, "Folder for runs that are saved from the page, for 'replay'")
+      ->type_name("FOLDER");
 }
 
 void addGimbalOptions(CLI::App& command, ServeOptions& options) {
@@ -306,6 +304,11 @@ void addServeCommand(CLI::App& app, int& status) {
       ->check(CLI::Range(1, 255))
       ->capture_default_str();
   command.add_option("--stream-uri", options->streamUri, "Where the ground station finds the video")->type_name("URI");
+  command
+      .add_option("--clock", options->clock,
+                  "machine; or link: time stands still between TIMESYNC messages, for 'simulate --lock-step'")
+      ->check(CLI::IsMember({"machine", "link"}))
+      ->capture_default_str();
   command.add_option("--hfov", options->hfov, "Horizontal field of view, degrees")
       ->check(CLI::Range(1.0, 180.0))
       ->capture_default_str();

@@ -1,5 +1,6 @@
 // csrt-track simulate: a gimbal camera in a drawn scene that the plug-in points, arms and follows with.
 #include <CLI/CLI.hpp>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -7,7 +8,6 @@
 #include <optional>
 #include <string>
 #include <utility>
-#include <variant>
 #include <vector>
 
 #include "base/host_error.h"
@@ -17,11 +17,13 @@
 #include "commands/commands.h"
 #include "commands/help_footer.h"
 #include "commands/plugin_choice.h"
+#include "commands/run_options.h"
 #include "commands/stream_outputs.h"
 #include "config/config_text.h"
 #include "input/file_plan.h"
 #include "picture/picture_output.h"
 #include "plugin/plugin_library.h"
+#include "run/log_lines.h"
 #include "simulator/scenario_reader.h"
 #include "simulator/shipped_scenarios.h"
 #include "simulator/simulated_flight.h"
@@ -31,31 +33,6 @@
 
 namespace host {
 namespace {
-
-/// The plain video with what the camera said inside, as MPEG-TS.
-class KlvClip : public sim::SimulationObserver {
- public:
-  explicit KlvClip(std::string path) : path_(std::move(path)) {}
-  void begin(const sim::Scenario& scenario, const sim::Panorama& /*panorama*/) override {
-    file_.emplace(path_, scenario.frame, scenario.fps);
-  }
-  void frame(const sim::SimulatedFrame& frame) override {
-    const auto value = [&frame](const std::string& key) -> std::optional<double> {
-      const auto found = frame.metadata.find(key);
-      const double* const number = found == frame.metadata.end() ? nullptr : std::get_if<double>(&found->second);
-      return number == nullptr ? std::nullopt : std::optional<double>(*number);
-    };
-    const double time = frame.record.time_s;
-    file_->write(frame.bgr, value, static_cast<std::uint64_t>(time * 1e6), time);
-  }
-  void end() override {
-    if (file_) file_->close();
-  }
-
- private:
-  std::string path_;
-  std::optional<KlvFile> file_;
-};
 
 struct SimulateOptions {
   std::string scenario = "off-centre";
@@ -68,22 +45,17 @@ struct SimulateOptions {
   std::string clip;
   std::string clipMetadata;
   PluginChoice plugin;
-  std::string clock = "simulated";
+  std::string pace = kDefaultPace;
   std::string guard = "off";
   std::string print;
   std::vector<std::string> mavlink;
   std::string videoPipe;
+  std::string platform;
   bool noMark = false;
+  bool lockStep = false;
   bool list = false;
   bool debug = false;
   bool quiet = false;
-};
-
-class LogToStderr : public sim::SimulationObserver {
- public:
-  void frame(const sim::SimulatedFrame& frame) override {
-    for (const std::string& line : frame.record.log) std::fprintf(stderr, "%s\n", line.c_str());
-  }
 };
 
 int listScenarios() {
@@ -121,9 +93,6 @@ void checkOptions(const SimulateOptions& options) {
   if (options.seed && *options.seed < 0) {
     throw HostError(ExitCode::Usage, "--seed " + std::to_string(*options.seed) + " is negative");
   }
-  if (options.clock != "simulated" && options.clock != "machine") {
-    throw HostError(ExitCode::Usage, "--clock '" + options.clock + "' is neither 'simulated' nor 'machine'");
-  }
   if (!options.video.empty()) checkVideoName(options.video, "--video");
   if (!options.clip.empty()) checkVideoName(options.clip, "--clip");
   if (!options.sheet.empty()) checkPictureName(options.sheet, "--sheet");
@@ -160,11 +129,27 @@ void checkFiles(const SimulateOptions& options) {
   plan.check();
 }
 
-/// In real time over MAVLink, with the tracker in another process.
+std::optional<sim::PlatformPlace> platformOf(const std::string& text) {
+  if (text.empty()) return std::nullopt;
+  sim::PlatformPlace place;
+  int used = 0;
+  const int read = std::sscanf(text.c_str(), "%lf,%lf,%lf,%lf,%lf%n", &place.lat_deg, &place.lon_deg, &place.alt_m,
+                               &place.height_m, &place.heading_deg, &used);
+  const bool whole = read == 5 && static_cast<std::size_t>(used) == text.size();
+  if (!whole || !(std::fabs(place.lat_deg) <= 90 && std::fabs(place.lon_deg) <= 180 && place.height_m > 0)) {
+    throw HostError(ExitCode::Usage, "--platform '" + text +
+                                         "' is not LAT,LON,ALTITUDE,HEIGHT,HEADING, such as "
+                                         "47.4,8.5,520,100,90");
+  }
+  return place;
+}
+
+/// Over MAVLink, with the tracker in another process.
 int flyScenario(const SimulateOptions& options) {
   const sim::Scenario scenario = scenarioOf(options);
   const sim::FlightResult result =
-      sim::fly(scenario, {options.mavlink, options.videoPipe, options.records, !options.noMark});
+      sim::fly(scenario, {options.mavlink, options.videoPipe, options.records, !options.noMark, options.lockStep,
+                          platformOf(options.platform)});
   if (!options.summary.empty()) TextOutput(options.summary, "--summary").writeLine(jsonText(sim::toJson(result), 2));
   if (!options.quiet && !result.turned_s) {
     printResult(options, "the gimbal was never ordered to turn\n");
@@ -191,25 +176,25 @@ int simulate(const SimulateOptions& options) {
   PluginLibrary library(pathOf(options.plugin));
   checkSets(options.config.sets, library.create()->getConfigList());
 
-  sim::SimulationSummary summary;
-  sim::SimulationPictures pictures(options.video, options.sheet);
+  sim::SimulatedCamera camera(scenario);
+  sim::SimulationTally tally(camera);
+  sim::SimulationPictures pictures(camera, options.video, options.sheet);
   const bool inStream = std::filesystem::path(options.clip).extension() == ".ts";
   sim::SimulationClip clip(inStream ? "" : options.clip, options.clipMetadata);
-  KlvClip klvClip(options.clip);
+  KlvOutput klvClip(options.clip);
   std::optional<WholeText> summaryFile;
   if (!options.summary.empty()) summaryFile.emplace(options.summary, "--summary");
   std::optional<sim::SimulationRecords> records;
-  LogToStderr log;
-  std::vector<sim::SimulationObserver*> observers = {&summary};
-  if (!options.records.empty()) observers.push_back(&records.emplace(options.records));
+  LogLines log(false);
+  std::vector<RunObserver*> observers = {&tally};
+  if (!options.records.empty()) observers.push_back(&records.emplace(camera, options.records));
   if (!options.video.empty() || !options.sheet.empty()) observers.push_back(&pictures);
   if (!options.clip.empty() || !options.clipMetadata.empty()) observers.push_back(&clip);
   if (inStream) observers.push_back(&klvClip);
   if (options.debug) observers.push_back(&log);
-  const bool started =
-      sim::simulate(scenario, library, {options.clock == "simulated", guardChoiceOf(options.guard)}, observers);
+  const bool started = sim::simulate(camera, library, {paceOf(options.pace), guardChoiceOf(options.guard)}, observers);
 
-  const sim::SimulationTotals totals = summary.totals();
+  const sim::SimulationTotals totals = tally.totals();
   const std::vector<sim::Check> checks = sim::judge(totals, scenario.expect);
   nlohmann::ordered_json json = sim::toJson(scenario, totals, checks);
   std::string text = sim::textOf(scenario, totals, checks);
@@ -251,21 +236,11 @@ void addSimulateCommand(CLI::App& app, int& status) {
       ->type_name("NAME");
   command.add_option("--seed", options->seed, "Draws another scene and other noise than the scenario says")
       ->type_name("N");
-  command.add_option("--preset", options->config.preset, "A shipped configuration, over the scenario's own")
-      ->type_name("NAME");
-  command.add_option("--config", options->config.file, "Configuration file (JSON), over both")->type_name("FILE");
-  command.add_option("--set", options->config.sets, "One configuration value, over all of these; may be repeated")
-      ->type_name("GROUP.KEY=VALUE")
-      ->take_all()
-      ->allow_extra_args(false);
+  addConfigOptions(command, options->config, "the scenario's own");
   addOutputs(command, *options);
   addPluginOptions(command, options->plugin);
-  command.add_option("--guard", options->guard, kGuardHelp)->type_name("WHICH")->capture_default_str();
-  command
-      .add_option("--clock", options->clock,
-                  "What the plug-in's rules in seconds go by: simulated (the scene's time) or machine")
-      ->type_name("WHICH")
-      ->capture_default_str();
+  addGuardOption(command, options->guard);
+  addPaceAndClockOptions(command, options->pace);
   command
       .add_option("--mavlink", options->mavlink,
                   "In real time, without a plug-in: the gimbal obeys what comes over this line, see 'serve --help'; "
@@ -275,6 +250,11 @@ void addSimulateCommand(CLI::App& app, int& status) {
       ->type_name("LINE");
   command.add_option("--video-pipe", options->videoPipe, "With --mavlink: a named pipe for the video (YUV4MPEG2)")
       ->type_name("FILE");
+  command.add_flag("--lock-step", options->lockStep,
+                   "With --mavlink: in simulated time instead, which waits for the tracker; that one needs "
+                   "'serve --clock link --pace video'");
+  command.add_option("--platform", options->platform, "With --mavlink: where the vehicle is, in degrees and metres")
+      ->type_name("LAT,LON,ALTITUDE,HEIGHT,HEADING");
   command.add_flag("--no-mark", options->noMark, "With --mavlink: a ground station marks the target");
   command.add_flag("--debug", options->debug, "Show the plug-in's log lines on standard error");
   command.add_flag("--quiet", options->quiet, "No summary for people");

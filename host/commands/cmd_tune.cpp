@@ -9,17 +9,18 @@
 #include <opencv2/core.hpp>
 #include <string>
 #include <system_error>
-#include <thread>
 #include <vector>
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
 #include "base/json_text.h"
 #include "base/text_output.h"
+#include "base/worker_pool.h"
 #include "commands/commands.h"
 #include "commands/evaluation_options.h"
 #include "commands/help_footer.h"
 #include "commands/plugin_choice.h"
+#include "commands/run_options.h"
 #include "config/config_text.h"
 #include "evaluation/tune_scoring.h"
 #include "evaluation/tuning_result.h"
@@ -46,7 +47,7 @@ struct TuneOptions {
   std::string shard = "1/1";
   std::string out;
   PluginChoice plugin;
-  int threads = 0;
+  int threads = usableThreads();
   bool quiet = false;
 };
 
@@ -54,18 +55,6 @@ void checkOptions(const TuneOptions& options) {
   guardChoiceOf(options.guard);
   checkGoal(options.goal);
   if (!(options.budget_min > 0)) throw HostError(ExitCode::Usage, "--budget is not a time above 0 minutes");
-  if (options.brackets < 0) throw HostError(ExitCode::Usage, "--brackets is negative");
-  if (options.candidates < 1 || options.candidates > 1000) {
-    throw HostError(ExitCode::Usage,
-                    "--candidates " + std::to_string(options.candidates) + " is not between 1 and 1000");
-  }
-  if (options.threads < 0 || options.threads > 256) {
-    throw HostError(ExitCode::Usage, "--threads " + std::to_string(options.threads) + " is not between 1 and 256");
-  }
-}
-
-int threadsOf(const TuneOptions& options) {
-  return options.threads > 0 ? options.threads : std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
 }
 
 Json namesOf(const std::vector<Sequence>& sequences) {
@@ -195,7 +184,7 @@ double defaultCost(PluginLibrary& library, const TuneSplit& split, const TuneOpt
   TuneGoal costAlone;
   costAlone.guard = guardChoiceOf(options.guard);
   const std::vector<TrialScore> score = scoreConfigs(library, partFor(split.training, defaultRungs().front()),
-                                                     costAlone, threadsOf(options), {nlohmann::json::object()});
+                                                     costAlone, options.threads, {nlohmann::json::object()});
   return score.empty() ? 0 : score.front().cpu_ms;
 }
 
@@ -255,7 +244,7 @@ int tune(const TuneOptions& options) {
   TuneGoal goal = options.goal;
   goal.guard = guardChoiceOf(options.guard);
   goal.defaultCpu_ms = defaultCost(library, split, options, log.known());
-  const int threads = threadsOf(options);
+  const int threads = options.threads;
   std::vector<Trial> shown = log.known();
   TuneHooks hooks;
   hooks.batch = static_cast<std::size_t>(std::max(1, threads / 4));
@@ -299,9 +288,10 @@ void addTuneCommand(CLI::App& app, int& status) {
                   "Targets to judge the result on, comma-separated; default: every second, by marks")
       ->type_name("NAME")
       ->delimiter(',');
-  command.add_option("--guard", options->guard, kGuardHelp)->type_name("WHICH")->capture_default_str();
+  addGuardOption(command, options->guard);
   command.add_option("--goal", options->goal.name, "What to maximise: success, on-target or both")
       ->type_name("GOAL")
+      ->check(CLI::IsMember({"success", "on-target", "both"}))
       ->capture_default_str();
   command
       .add_option("--max-cost", options->goal.maxCost,
@@ -311,13 +301,15 @@ void addTuneCommand(CLI::App& app, int& status) {
       ->type_name("N")
       ->capture_default_str();
   command.add_option("--brackets", options->brackets, "End after so many rounds, whatever the time; 0: no limit")
-      ->type_name("N");
+      ->type_name("N")
+      ->check(CLI::Range(0L, 1000000000L));
   command.add_option("--candidates", options->candidates, "Configurations a round begins with")
       ->type_name("N")
+      ->check(CLI::Range(1, 1000))
       ->capture_default_str();
   command.add_option("--shard", options->shard, "Only the i-th of n parts; 'csrt-track merge' puts them together")
       ->type_name("I/N");
-  command.add_option("--threads", options->threads, "Threads; default: all cores")->type_name("N");
+  addThreadsOption(command, options->threads, "all cores");
   addPluginOptions(command, options->plugin);
   command.add_flag("--quiet", options->quiet, "No progress, no report on standard output");
   command.footer(helpFooter({"tune clip.avi --truth clip.csv --goal both --budget 60 --out search"}, runExits()));

@@ -24,14 +24,7 @@ void SequenceArguments::addTo(CLI::App& command) {
       ->type_name("FILE")
       ->take_all()
       ->allow_extra_args(false);
-  command.add_option("--format", format, "Format of the truth: auto, otb, got10k, vot, mot or csv")
-      ->type_name("FORMAT")
-      ->capture_default_str();
-  command
-      .add_option("--first-number", firstNumber,
-                  "The number that a table of several targets gives to the first frame of its clip")
-      ->type_name("N")
-      ->capture_default_str();
+  addTruthFormatOptions(command, format, firstNumber);
   command.add_option("--targets", only, "Use only these targets; comma-separated")->type_name("NAME")->delimiter(',');
   command
       .add_option("--fps", fps, "Frames per second, instead of the time stamps of the source; default for pictures: 25")
@@ -69,14 +62,16 @@ SequenceOptions SequenceArguments::read() const {
   return options;
 }
 
-void addConfigOptions(CLI::App& command, ConfigOptions& config) {
-  command.add_option("--preset", config.preset, "A configuration that comes with the program; see 'config preset'")
-      ->type_name("NAME");
-  command.add_option("--config", config.file, "Configuration file (JSON), over the preset")->type_name("FILE");
-  command.add_option("--set", config.sets, "One configuration value, over preset and file; may be repeated")
-      ->type_name("GROUP.KEY=VALUE")
-      ->take_all()
-      ->allow_extra_args(false);
+void addTruthFormatOptions(CLI::App& command, std::string& format, long& firstNumber) {
+  command.add_option("--format", format, "Format of the truth: auto, otb, got10k, vot, mot or csv")
+      ->type_name("FORMAT")
+      ->check(CLI::IsMember({"auto", "otb", "got10k", "vot", "mot", "csv"}))
+      ->capture_default_str();
+  command
+      .add_option("--first-number", firstNumber,
+                  "The number that a table of several targets gives to the first frame of its clip")
+      ->type_name("N")
+      ->capture_default_str();
 }
 
 }  // namespace host

@@ -4,7 +4,6 @@
 #include <string>
 #include <vector>
 
-#include "config/config_text.h"
 #include "evaluation/sequence.h"
 
 namespace CLI {
@@ -32,7 +31,7 @@ struct SequenceArguments {
   SequenceOptions read() const;
 };
 
-/// --preset, --config, --set.
-void addConfigOptions(CLI::App& command, ConfigOptions& config);
+/// --format and --first-number: how a truth is written. The variables must outlive the command.
+void addTruthFormatOptions(CLI::App& command, std::string& format, long& firstNumber);
 
 }  // namespace host

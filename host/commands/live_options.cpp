@@ -9,7 +9,7 @@
 
 namespace host {
 
-void addLiveOptions(CLI::App& command, SourceOptions& source, LiveTrackOptions& live) {
+void addReceiveOptions(CLI::App& command, SourceOptions& source, LiveTrackOptions& live) {
   command
       .add_option("--gstreamer", source.pipeline,
                   "A GStreamer pipeline in place of SOURCE; it ends in '! appsink name=out'")
@@ -22,6 +22,10 @@ void addLiveOptions(CLI::App& command, SourceOptions& source, LiveTrackOptions& 
       ->type_name("S")
       ->check(CLI::Range(0.5, 3600.0))
       ->capture_default_str();
+}
+
+void addLiveOptions(CLI::App& command, SourceOptions& source, LiveTrackOptions& live) {
+  addReceiveOptions(command, source, live);
   command
       .add_option("--give-up", live.giveUpS,
                   "Live source: end the run after so many seconds without a frame; default: wait for ever")

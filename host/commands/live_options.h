@@ -15,6 +15,7 @@ class App;
 
 namespace host {
 
+/// What only a live run has: where it sends, keeps and steers.
 struct LiveTrackOptions {
   std::string transport = "tcp";  ///< RTSP: "tcp" or "udp".
   double connectS = 10.0;         ///< Longest wait for the first frame.
@@ -23,6 +24,10 @@ struct LiveTrackOptions {
   bool keepsPast = false;         ///< The last second is kept also without --control.
 };
 
+/// How a live source is received: --gstreamer, --rtsp-transport, --connect-timeout.
+void addReceiveOptions(CLI::App& command, SourceOptions& source, LiveTrackOptions& live);
+
+/// The same, and what a run needs beside it: --give-up, --control.
 void addLiveOptions(CLI::App& command, SourceOptions& source, LiveTrackOptions& live);
 
 /// Whether the source that is named is a live one: an address, a device, a pipeline, standard input.

@@ -12,6 +12,7 @@
 
 namespace host {
 
+/// A source opened for `serve`.
 struct ServedSource {
   std::unique_ptr<FrameSource> frames;
   PastFrames past;  ///< Of `frames`, which must outlive it.

@@ -17,16 +17,15 @@ namespace {
 constexpr double kRadiansPerDegree = 3.14159265358979323846 / 180.0;
 
 using Keys = ocula::OculaPicture::BaseMetadata::Keys;
-using Metadata = ocula::OculaPicture::BaseMetadata;
 
 /// The value of a key, of a live frame or of a recorded one.
-std::optional<double> valueOf(const SourceFrame& frame, const Metadata& metadata, const std::string& key) {
+std::optional<double> valueOf(const SourceFrame& frame, const std::string& key) {
   if (frame.live) {
     const auto found = frame.live->camera.find(key);
     return found == frame.live->camera.end() ? std::nullopt : std::optional<double>(found->second);
   }
-  const auto found = metadata.find(key);
-  if (found == metadata.end()) return std::nullopt;
+  const auto found = frame.metadata.find(key);
+  if (found == frame.metadata.end()) return std::nullopt;
   const double* const number = std::get_if<double>(&found->second);
   return number == nullptr ? std::nullopt : std::optional<double>(*number);
 }
@@ -109,9 +108,8 @@ void KlvOutput::begin(const RunInfo& info) {
 void KlvOutput::frame(const SourceFrame& frame, const std::vector<CallRecord>& /*records*/) {
   // A live frame's time is the machine's; a recorded one counts from 1970, so that the same run gives the same bytes.
   const std::uint64_t time = frame.live ? unixMicros() : static_cast<std::uint64_t>(frame.time_s * 1e6);
-  const Metadata& metadata = metadata_.of(frame.index);
   file_->write(
-      frame.bgr, [&](const std::string& key) { return valueOf(frame, metadata, key); }, time, frame.time_s);
+      frame.bgr, [&](const std::string& key) { return valueOf(frame, key); }, time, frame.time_s);
 }
 
 void KlvOutput::end() {

@@ -11,7 +11,6 @@
 #include "live/receiver.h"
 #include "picture/annotate.h"
 #include "run/run_observer.h"
-#include "run/track_run.h"
 
 namespace host {
 
@@ -43,8 +42,7 @@ class KlvFile {
 /// Writes the plain video and what was known of the camera's direction as MPEG-TS with KLV.
 class KlvOutput : public RunObserver {
  public:
-  /// @param metadata  of a recorded source; a live one brings its own
-  explicit KlvOutput(std::string path, const MetadataTable& metadata) : path_(std::move(path)), metadata_(metadata) {}
+  explicit KlvOutput(std::string path) : path_(std::move(path)) {}
   /// @throws HostError (Usage) where the file cannot be made or nothing here writes it
   void begin(const RunInfo& info) override;
   void frame(const SourceFrame& frame, const std::vector<CallRecord>& records) override;
@@ -52,7 +50,6 @@ class KlvOutput : public RunObserver {
 
  private:
   std::string path_;
-  const MetadataTable& metadata_;
   std::optional<KlvFile> file_;
 };
 

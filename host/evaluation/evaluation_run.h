@@ -10,6 +10,7 @@
 #include "evaluation/metrics.h"
 #include "evaluation/sequence.h"
 #include "input/pace.h"
+#include "run/run_observer.h"
 
 namespace host {
 
@@ -29,7 +30,7 @@ struct FollowOptions {
   int threads = 1;
   Pace pace = Pace::Fast;
   std::function<void(const std::string&)> onNote;  ///< Told what a person should know of the source; may be empty.
-  std::function<void()> onFrame;  ///< Called after each frame of the source, on the caller's thread; may be empty.
+  std::vector<RunObserver*> observers;             ///< Told of the run of the source, beside the judges.
 };
 
 /// The first and the last frame, counted from 0, that a job needs.

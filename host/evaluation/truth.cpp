@@ -1,13 +1,13 @@
 #include "evaluation/truth.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <cstddef>
 #include <map>
 
 #include "base/host_error.h"
 #include "base/text_file.h"
+#include "base/text_parts.h"
 #include "evaluation/truth_format.h"
 #include "evaluation/truth_rows.h"
 
@@ -79,12 +79,6 @@ struct CsvColumns {
   std::size_t count = 6;       ///< Values that a row must at least have.
   std::string named = "frame,id,x,y,w,h";
 };
-
-std::string lowered(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
 
 CsvColumns columnsOf(const Row& heading, const std::string& path) {
   std::map<std::string, std::size_t> found;

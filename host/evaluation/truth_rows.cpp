@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <charconv>
 #include <cmath>
 #include <cstddef>
@@ -10,6 +9,7 @@
 #include <sstream>
 
 #include "base/host_error.h"
+#include "base/text_parts.h"
 
 namespace host {
 namespace {
@@ -18,12 +18,6 @@ constexpr const char* kSeparators = ",; \t";
 
 constexpr std::array<const char*, 14> kColumnNames = {"frame", "id",  "target", "name", "x",     "left", "bb_left",
                                                       "y",     "top", "bb_top", "w",    "width", "h",    "height"};
-
-std::string lowered(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-  return text;
-}
 
 std::vector<std::string> fieldsOf(const std::string& line) {
   std::vector<std::string> fields;

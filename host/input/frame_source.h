@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "ocula/ocula_picture.h"
+
 namespace host {
 
 /// Which source, and which part of it.
@@ -29,14 +31,15 @@ struct LiveFacts {
 
 /// One decoded frame and its place in the source.
 struct SourceFrame {
-  long index = 0;                 ///< Counted from 0 at the source's own beginning.
-  double time_s = 0.0;            ///< Seconds since the source's first frame: its time stamp, else index / fps; of a
-                                  ///< camera the clock's.
-  cv::Mat bgr;                    ///< 8-bit BGR; owned by the caller, never overwritten by a later read.
-  std::string file;               ///< Of a sequence of pictures: the picture's name, without its folder. Else empty.
-  std::string note;               ///< What was the matter with this frame, such as "damaged"; empty: nothing.
-  std::optional<LiveFacts> live;  ///< Of live sources alone.
-  bool noSignal = false;          ///< Of live sources: no frame came for a second or more; there is no picture.
+  long index = 0;       ///< Counted from 0 at the source's own beginning.
+  double time_s = 0.0;  ///< Seconds since the source's first frame: its time stamp, else index / fps; of a
+                        ///< camera the clock's.
+  cv::Mat bgr;          ///< 8-bit BGR; owned by the caller, never overwritten by a later read.
+  std::string file;     ///< Of a sequence of pictures: the picture's name, without its folder. Else empty.
+  std::string note;     ///< What was the matter with this frame, such as "damaged"; empty: nothing.
+  ocula::OculaPicture::BaseMetadata metadata;  ///< What the camera said about the frame; of live ones see `live`.
+  std::optional<LiveFacts> live;               ///< Of live sources alone.
+  bool noSignal = false;  ///< Of live sources: no frame came for a second or more; there is no picture.
 };
 
 /// Delivers frames in order. Not thread-safe.

@@ -1,6 +1,5 @@
 #include "input/metadata_file.h"
 
-#include <cctype>
 #include <cmath>
 #include <cstdint>
 #include <limits>
@@ -14,6 +13,7 @@
 #include "base/host_error.h"
 #include "base/json_text.h"
 #include "base/text_file.h"
+#include "base/text_parts.h"
 #include "input/metadata_keys.h"
 
 namespace host {
@@ -91,32 +91,9 @@ struct Row {
   }
 };
 
-std::string trimmed(const std::string& text) {
-  std::size_t begin = 0;
-  std::size_t end = text.size();
-  while (begin < end && std::isspace(static_cast<unsigned char>(text[begin])) != 0) ++begin;
-  while (end > begin && std::isspace(static_cast<unsigned char>(text[end - 1])) != 0) --end;
-  return text.substr(begin, end - begin);
-}
-
-/// The cells of one line; a cell in double quotes may hold commas, and "" stands for one quote.
-std::vector<std::string> splitCsv(const std::string& line) {
-  std::vector<std::string> cells(1);
-  bool quoted = false;
-  for (std::size_t i = 0; i < line.size(); ++i) {
-    const char c = line[i];
-    if (c == '"' && quoted && i + 1 < line.size() && line[i + 1] == '"') {
-      cells.back() += line[++i];
-    } else if (c == '"') {
-      quoted = !quoted;
-    } else if (c == ',' && !quoted) {
-      cells.emplace_back();
-    } else {
-      cells.back() += c;
-    }
-  }
-  if (quoted) throw RowError("a quoted text does not end");
-  for (std::string& cell : cells) cell = trimmed(cell);
+std::vector<std::string> cellsOf(const std::string& line) {
+  std::vector<std::string> cells;
+  if (!trySplitCsv(line, cells)) throw RowError("a quoted text does not end");
   return cells;
 }
 
@@ -175,7 +152,7 @@ class RowReader {
  private:
   void readHeading_(const std::string& line) {
     std::set<std::string> seen;
-    for (const std::string& column : splitCsv(line)) {
+    for (const std::string& column : cellsOf(line)) {
       if (column != "frame") keyOf(column);
       if (!seen.insert(column).second) throw RowError("the column '" + column + "' is there twice");
       columns_.push_back(column);
@@ -184,7 +161,7 @@ class RowReader {
   }
 
   void readCsv_(const std::string& line, Row& row) const {
-    const std::vector<std::string> cells = splitCsv(line);
+    const std::vector<std::string> cells = cellsOf(line);
     if (cells.size() != columns_.size()) {
       throw RowError(std::to_string(cells.size()) + " values for " + std::to_string(columns_.size()) + " columns");
     }

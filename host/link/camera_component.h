@@ -32,6 +32,7 @@ struct CameraDescription {
 
 /// A ground station's wish. Coordinates are shares of the frame's width and height, [0, 1].
 struct TrackRequest {
+  /// What the ground station wants.
   enum class Kind { Point, Rectangle, Stop };
   Kind kind = Kind::Stop;
   cv::Point2d point;
@@ -40,6 +41,7 @@ struct TrackRequest {
 
 /// How tracking goes, for status messages.
 struct TrackingReport {
+  /// What the camera reports of its target.
   enum class State {
     Idle,      ///< Nothing is tracked.
     Active,    ///< The target is seen, or the camera is still being pointed at it.

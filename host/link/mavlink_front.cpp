@@ -9,21 +9,18 @@
 #include <map>
 
 #include "ocula/ocula_picture.h"
+#include "run/delay_observer.h"
 
 namespace host::link {
 namespace {
 
 constexpr double kOrder_s = 0.04;  // between two orders to the gimbal
 constexpr double kRest_s = 1.0;    // for so long zero rates are repeated
-constexpr double kEstimate_s = 0.4;
-constexpr double kDelayMatters_s = 0.02;
 constexpr double kRemembered_s = 3.0;
 constexpr int kSmallest = 4;
 
-gimbal::PanTilt offOf(const cv::Rect& box, cv::Size frame, const CameraDescription& camera) {
-  const double x = (box.x + 0.5 * box.width) / frame.width;
-  const double y = (box.y + 0.5 * box.height) / frame.height;
-  return {(x - 0.5) * camera.hfov_deg, (0.5 - y) * camera.vfov_deg};
+gimbal::PanTilt offOf(const cv::Rect& box, const CameraDescription& camera) {
+  return offFromMiddle(box, camera.frame, camera.hfov_deg, camera.vfov_deg);
 }
 
 /// A box in shares of the frame.
@@ -93,7 +90,7 @@ MavlinkFront::MavlinkFront(const MavlinkOptions& options)
       camera_(options.camera, monotonic()),
       gimbal_(camera_, options.panFrame),
       controller_(options.controller),
-      delayApplied_s_(options.controller.stale_s) {
+      delay_(options.controller.stale_s) {
   for (const std::string& line : options.lines) lines_.push_back(openTransport(line));
   if (options.calibrate) calibration_.emplace(0.0);
   thread_ = std::thread([this] { serve_(); });
@@ -109,26 +106,63 @@ std::string MavlinkFront::problem() const {
   return problem_.empty() ? controller_.problem() : problem_;
 }
 
+std::string MavlinkFront::delaySentence() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return delay_.sentence();
+}
+
 void MavlinkFront::serve_() {
   while (!stop_) {
     {
       const std::lock_guard<std::mutex> lock(mutex_);
-      const double now_s = monotonic();
-      std::vector<mavlink::Frame> frames;
-      for (const auto& line : lines_) line->receive(frames);
-      for (const mavlink::Frame& frame : frames) hear_(frame, now_s);
-      if (options_.gimbal) gimbal_.tick(now_s);
-      steer_(now_s);
-      camera_.tick(now_s);
-      sendAll_();
+      if (options_.clockFromLink) {
+        passOnRequest_();
+      } else {
+        for (const auto& line : lines_) line->receive(aside_);
+        pass_();
+      }
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(4));
+    std::this_thread::sleep_for(std::chrono::milliseconds(options_.clockFromLink ? 1 : 4));
   }
   const std::lock_guard<std::mutex> lock(mutex_);
   for (int i = 0; i < 3 && gimbal_.controls(); ++i) {  // nobody will stop it afterwards, and one may get lost
     gimbal_.turn({0.0, 0.0});
     sendAll_();
     std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+}
+
+/// Hears what has come, and says and orders what is due.
+void MavlinkFront::pass_() {
+  const double now_s = now_();
+  for (const mavlink::Frame& frame : std::exchange(aside_, {})) hear_(frame, now_s);
+  if (options_.gimbal) gimbal_.tick(now_s);
+  steer_(now_s);
+  camera_.tick(now_s);
+  sendAll_();
+}
+
+void MavlinkFront::passOnRequest_() {
+  std::vector<mavlink::Frame> frames;
+  for (const auto& line : lines_) line->receive(frames);
+  if (!asked_) {
+    linkTime_s_ = monotonic();
+    pass_();
+  }
+  for (mavlink::Frame& frame : frames) {
+    mavlink::Timesync request;
+    if (!mavlink::tryRead(frame, request)) {
+      aside_.push_back(std::move(frame));
+      continue;
+    }
+    if (request.tc1 != 0) continue;
+    asked_ = true;
+    linkTime_s_ = std::max(linkTime_s_, 1e-9 * static_cast<double>(request.ts1));
+    pass_();
+    mavlink::Timesync answer = request;
+    answer.tc1 = turnOver_ns_;
+    camera_.send(answer);
+    sendAll_();
   }
 }
 
@@ -174,17 +208,12 @@ void MavlinkFront::steer_(double now_s) {
 }
 
 void MavlinkFront::estimateDelay_(double now_s) {
-  if (!options_.findDelay || now_s < nextEstimate_s_) return;
-  nextEstimate_s_ = now_s + kEstimate_s;
-  const std::optional<double> found_s = delay_.stale_s();
-  // Twice the same, or it is not believed.
-  const bool sure = found_s && delayFound_s_ && std::fabs(*found_s - *delayFound_s_) < kDelayMatters_s;
-  delayFound_s_ = found_s;
-  if (!sure || std::fabs(*found_s - delayApplied_s_) <= kDelayMatters_s) return;
-  delayApplied_s_ = *found_s;
+  const std::optional<double> found_s = options_.findDelay ? delay_.news(now_s) : std::nullopt;
+  if (!found_s) return;
   controller_.setStale(*found_s);
-  std::fprintf(stderr, "csrt-track: the gimbal's angles come %.0f ms %s than the pictures they belong to; made good\n",
-               std::fabs(1000 * *found_s), *found_s > 0 ? "later" : "earlier");
+  const std::string said = delay_.sentence();
+  std::fprintf(stderr, "csrt-track: %s; made good\n",
+               said.empty() ? "the camera's angles belong to the picture again" : said.c_str());
 }
 
 void MavlinkFront::calibrate_(double now_s) {
@@ -225,7 +254,7 @@ void MavlinkFront::endCalibration_(double now_s) {
   params.tilt.delay_s = result.tilt.delay_s;
   params.tilt.lag_s = result.tilt.lag_s;
   params.tilt.gain = result.tilt.gain;
-  params.stale_s = delayApplied_s_;
+  params.stale_s = delay_.applied_s();
   controller_ = gimbal::Controller(params);
 }
 
@@ -247,7 +276,7 @@ void MavlinkFront::describe(SourceFrame& frame) {
   camera.hfov_deg = said.emplace(Keys::kHfovDeg, camera.hfov_deg).first->second;
   camera.vfov_deg = said.emplace(Keys::kVfovDeg, camera.vfov_deg).first->second;
   camera_.describe(camera);
-  if (const auto angles = angles_.at(frame.live->capturedAt + delayApplied_s_)) {
+  if (const auto angles = angles_.at(frame.live->capturedAt + delay_.applied_s())) {
     said[Keys::kPanDeg] = gimbal::wrapped(angles->pan);
     said[Keys::kTiltDeg] = angles->tilt;
   }
@@ -261,7 +290,7 @@ std::vector<FrontCommand> MavlinkFront::takeCommands() {
   while (const std::optional<TrackRequest> request = camera_.takeRequest()) {  // the newest counts
     FrontCommand command = commandOf(*request, frame);
     command.target = followed_;
-    command.frame = shownFrame_(monotonic());
+    command.frame = shownFrame_(now_());
     TrackingReport report;
     if (command.kind == FrontCommand::Kind::Box) {
       report = {TrackingReport::State::Active,
@@ -271,9 +300,10 @@ std::vector<FrontCommand> MavlinkFront::takeCommands() {
     }
     // Said before the tracker is built, which takes its time. After a stop the gimbal stays ours: it comes to rest, and
     // is told so more than once.
-    camera_.report(report, monotonic());
+    camera_.report(report, now_());
     commands = {std::move(command)};
   }
+  if (!shown_.empty()) turnOver_ns_ = std::max<std::int64_t>(1, std::llround(1e9 * shown_.back().first));
   return commands;
 }
 
@@ -292,7 +322,7 @@ void MavlinkFront::stopped(const std::string& target) {
   const std::lock_guard<std::mutex> lock(mutex_);
   pointing_.reset();
   controller_.restart();
-  camera_.report({}, monotonic());
+  camera_.report({}, now_());
   camera_.reportGround(std::nullopt);
 }
 
@@ -303,27 +333,34 @@ void MavlinkFront::newTarget_() {
   if (!options_.gimbal) return;
   if (gimbal_.takenAway()) gimbal_.release();
   saidTaken_ = false;
-  gimbal_.want(monotonic());
+  gimbal_.want(now_());
 }
 
-std::optional<gimbal::GroundPoint> MavlinkFront::groundOf_(const gimbal::PanTilt& direction) const {
+/// @param why  set where nothing is answered
+std::optional<gimbal::GroundPoint> MavlinkFront::groundOf_(const std::optional<gimbal::PanTilt>& direction,
+                                                           std::string& why) const {
   constexpr std::uint16_t kUnknownHeading = 65535;
-  if (!options_.camera.knowsGround || !position_ ||
-      (options_.panFrame == PanFrame::Vehicle && position_->hdg == kUnknownHeading))
-    return std::nullopt;
+  const bool onVehicle = options_.panFrame == PanFrame::Vehicle;
+  if (!direction) why = "the gimbal's angles are not known";
+  if (!position_) why = "the vehicle has not said where it is";
+  if (position_ && onVehicle && position_->hdg == kUnknownHeading) why = "the vehicle's heading is not known";
+  if (!why.empty()) return std::nullopt;
   gimbal::Platform platform;
   platform.lat_deg = position_->lat * 1e-7;
   platform.lon_deg = position_->lon * 1e-7;
   platform.alt_m = position_->alt * 1e-3;
   platform.ground_m = (position_->alt - position_->relative_alt) * 1e-3;
   platform.errors = options_.platformErrors;
-  const double heading = options_.panFrame == PanFrame::Vehicle ? position_->hdg * 0.01 : 0.0;
+  const double heading = onVehicle ? position_->hdg * 0.01 : 0.0;
   // The gimbal says its tilt against the horizon, whatever the vehicle's attitude is.
-  return gimbal::groundPoint(platform, {std::fmod(heading + direction.pan + 720.0, 360.0), direction.tilt});
+  const auto point =
+      gimbal::groundPoint(platform, {std::fmod(heading + direction->pan + 720.0, 360.0), direction->tilt});
+  if (!point) why = "the line of sight is not surely below the horizon";
+  return point;
 }
 
 void MavlinkFront::judged(const SourceFrame& frame, std::vector<CallRecord>& records) {
-  if (frame.live) {
+  if (frame.live && (shown_.empty() || frame.index > shown_.back().second)) {
     shown_.emplace_back(frame.live->capturedAt, frame.index);
     while (shown_.front().first < frame.live->capturedAt - kRemembered_s) shown_.pop_front();
   }
@@ -338,7 +375,7 @@ void MavlinkFront::judged(const SourceFrame& frame, std::vector<CallRecord>& rec
 
 void MavlinkFront::conclude_(CallRecord& record, const SourceFrame& frame) {
   const cv::Size size = camera_.description().frame;
-  camera_.report(reportOf(record, size), monotonic());
+  camera_.report(reportOf(record, size), now_());
   if (record.isInit) newTarget_();
   if (record.isInit && record.pointTo) {
     pointing_ = gimbal::PanTilt{record.pointTo->pan_deg, record.pointTo->tilt_deg};
@@ -350,27 +387,37 @@ void MavlinkFront::conclude_(CallRecord& record, const SourceFrame& frame) {
       record.isInit ? record.started : record.state != TrackState::Lost && record.state != TrackState::Inactive;
   if (!tracking) controller_.restart();
   if (record.isInit && !record.started) followed_.clear();
-  record.anglesStaleMs = delayFound_s_ ? std::optional<double>(1000.0 * *delayFound_s_) : std::nullopt;
+  if (delay_.found_s()) record.anglesStaleMs = 1000.0 * *delay_.found_s();
   record.gimbal->state = gimbalState_();
 }
 
 /// Controller, delay and place learn where the target was seen; the record learns where the gimbal looked.
 void MavlinkFront::follow_(CallRecord& record, double captured_s) {
-  const std::optional<gimbal::PanTilt> angles = angles_.at(captured_s + delayApplied_s_);
+  const std::optional<gimbal::PanTilt> angles = angles_.at(captured_s + delay_.applied_s());
   if (angles) record.gimbal->pan_deg = gimbal::wrapped(angles->pan);
   if (angles) record.gimbal->tilt_deg = angles->tilt;
   std::optional<GroundReport> report;
   if (isSeen(record)) {
-    const gimbal::PanTilt off = offOf(*record.box, camera_.description().frame, camera_.description());
+    const gimbal::PanTilt off = offOf(*record.box, camera_.description());
     controller_.seen(captured_s, off);
     delay_.seen(captured_s, off);
     if (calibration_) calibration_->seen(captured_s, off);
-    if (const auto ground = angles ? groundOf_({angles->pan + off.pan, angles->tilt + off.tilt}) : std::nullopt) {
-      record.ground = GroundNote{ground->lat_deg,          ground->lon_deg,       ground->alt_m,
-                                 ground->distance_m,       ground->error.major_m, ground->error.minor_m,
-                                 ground->error.azimuth_deg};
-      report = GroundReport{ground->lat_deg,    ground->lon_deg, ground->alt_m,
-                            ground->distance_m, ground->sigma_m, options_.platformErrors.height_m};
+    if (options_.camera.knowsGround) {
+      const auto direction =
+          angles ? std::optional<gimbal::PanTilt>({angles->pan + off.pan, angles->tilt + off.tilt}) : std::nullopt;
+      record.ground.emplace();
+      if (const auto ground = groundOf_(direction, record.ground->unknown)) {
+        *record.ground = {ground->lat_deg,
+                          ground->lon_deg,
+                          ground->alt_m,
+                          ground->distance_m,
+                          ground->error.major_m,
+                          ground->error.minor_m,
+                          ground->error.azimuth_deg,
+                          ""};
+        report = GroundReport{ground->lat_deg,    ground->lon_deg, ground->alt_m,
+                              ground->distance_m, ground->sigma_m, options_.platformErrors.height_m};
+      }
     }
   }
   camera_.reportGround(report);

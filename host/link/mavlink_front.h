@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <deque>
 #include <memory>
 #include <mutex>
@@ -14,7 +15,7 @@
 
 #include "gimbal/calibration.h"
 #include "gimbal/controller.h"
-#include "gimbal/delay_estimator.h"
+#include "gimbal/delay_watch.h"
 #include "gimbal/geolocation.h"
 #include "link/camera_component.h"
 #include "link/gimbal_client.h"
@@ -23,20 +24,27 @@
 
 namespace host::link {
 
+/// How the ground station is reached, and what the gimbal can do.
 struct MavlinkOptions {
   std::vector<std::string> lines;  ///< Addresses for openTransport(), at least one.
   CameraDescription camera;        ///< vfov_deg 0: as with square pixels.
   bool gimbal = true;              ///< Turn the gimbal when one is found.
   PanFrame panFrame = PanFrame::Vehicle;
   gimbal::ControllerParams controller;
-  bool calibrate = false;     ///< Try the gimbal first, and do not turn it when it does not fit.
-  bool findDelay = true;      ///< Make good what the delay estimator finds.
-  double shownDelay_s = 0.0;  ///< How old a picture is when a person at the ground station sees it, at least.
+  bool calibrate = false;      ///< Try the gimbal first, and do not turn it when it does not fit.
+  bool findDelay = true;       ///< Make good what the delay estimator finds.
+  double shownDelay_s = 0.0;   ///< How old a picture is when a person at the ground station sees it, at least.
+  bool clockFromLink = false;  ///< Time stands still between TIMESYNC requests of the other side, for simulators.
   gimbal::PlatformErrors platformErrors;
 };
 
 /// Follows the first target of the run, whoever started it. The lines are served by a thread of its own, from the
-/// construction on; all else is called by the run's thread. Times are monotonic(), seconds.
+/// construction on; all else is called by the run's thread. Times are monotonic(), seconds, or those of the link.
+///
+/// With clockFromLink what comes is put aside until a TIMESYNC with tc1 = 0 comes; then it is heard at the time ts1
+/// (nanoseconds), everything that is due is said, and last the answer: ts1 again, and in tc1 when the newest frame was
+/// taken whose turn is over, in nanoseconds, at least 1. So a simulator can wait for us, on a machine of any speed.
+/// Until the first request the machine's clock counts.
 class MavlinkFront : public Front {
  public:
   /// @throws HostError (Usage, Source)
@@ -55,11 +63,17 @@ class MavlinkFront : public Front {
   /// Any thread.
   std::string problem() const;
 
+  /// What the delay estimator has to say; empty: nothing. Any thread.
+  std::string delaySentence() const;
+
   /// Seconds of the machine's clock that only goes forwards.
   static double monotonic();
 
  private:
   void serve_();
+  void pass_();
+  void passOnRequest_();
+  double now_() const { return options_.clockFromLink ? linkTime_s_ : monotonic(); }
   void hear_(const mavlink::Frame& frame, double now_s);
   void sendAll_();
   void steer_(double now_s);
@@ -70,7 +84,7 @@ class MavlinkFront : public Front {
   void conclude_(CallRecord& record, const SourceFrame& frame);
   void follow_(CallRecord& record, double captured_s);
   std::string gimbalState_() const;
-  std::optional<gimbal::GroundPoint> groundOf_(const gimbal::PanTilt& direction) const;
+  std::optional<gimbal::GroundPoint> groundOf_(const std::optional<gimbal::PanTilt>& direction, std::string& why) const;
   std::optional<long> shownFrame_(double now_s) const;
 
   MavlinkOptions options_;
@@ -82,12 +96,13 @@ class MavlinkFront : public Front {
   GimbalClient gimbal_;
   std::vector<std::unique_ptr<Transport>> lines_;
   gimbal::Controller controller_;
-  gimbal::DelayEstimator delay_;
+  gimbal::DelayWatch delay_;
   std::optional<gimbal::Calibration> calibration_;
   AngleHistory angles_;
-  std::optional<double> delayFound_s_;
-  double delayApplied_s_ = 0.0;
-  double nextEstimate_s_ = 0.0;
+  double linkTime_s_ = 0.0;
+  bool asked_ = false;  // the other side has given the time
+  std::int64_t turnOver_ns_ = 1;
+  std::vector<mavlink::Frame> aside_;
   double nextOrder_s_ = 0.0;
   double restUntil_s_ = 0.0;  // zero rates are repeated, as one may get lost
   std::optional<gimbal::PanTilt> pointing_;

@@ -5,6 +5,7 @@
 
 namespace live {
 
+/// What stands before "://", or what the source is without it.
 enum class AddressKind {
   None,     ///< Not a live source: a file, a folder, a pattern, a camera's number.
   Rtsp,     ///< rtsp://, rtsps://

@@ -54,6 +54,7 @@ LineOfSight lineOfSight(double heading, double pitch, double roll, double azimut
 /// attitude was ever given: from then on a packet without it has no pan and tilt, rather than some of another meaning.
 class CameraValuesReader {
  public:
+  /// What a packet says, by metadata key; without what it does not say. Pure.
   CameraValues valuesOf(const klv::CameraState& state);
 
  private:

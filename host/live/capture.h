@@ -25,6 +25,7 @@ struct Clocks {
   std::function<double()> steady;    ///< Seconds; never goes back.
   std::function<double()> unixTime;  ///< Seconds since 1970.
 };
+/// The clocks of this machine.
 Clocks machineClocks();
 
 /// What the capture has seen so far. A copy; from any thread.
@@ -51,6 +52,7 @@ class CaptureLoop {
  public:
   using Open = std::function<std::unique_ptr<Receiver>()>;
 
+  /// How a source is captured.
   struct Options {
     bool reconnects = true;  ///< Else the first end or failure is final.
     double stalledS = 5.0;   ///< Without a picture for so long a connection is given up.
@@ -62,8 +64,11 @@ class CaptureLoop {
   /// Opens, or receives once, at most `waitS`. @return the pause to make before the next step, seconds
   double step(double waitS);
 
+  /// Where the newest frame lies. Any thread.
   NewestSlot<LiveFrame>& slot() { return slot_; }
+  /// The frames of the last second. Any thread.
   FrameRing& past() { return past_; }
+  /// What has been counted so far. Any thread.
   CaptureReport report() const;
   /// Closes the connection and the slot. No step after this.
   void finish();

@@ -28,6 +28,7 @@ class FrameRing {
   static constexpr double kSeconds = 1.0;
   static constexpr std::size_t kBytes = std::size_t{256} << 20;
 
+  /// Keeps the frame, which shares its pixels, and drops what is too old or too much. Any thread.
   void add(const LiveFrame& frame);
 
   /// The frame of that number; nothing where it is no longer, or not yet, here.

@@ -14,6 +14,7 @@
 
 namespace live {
 
+/// How a live source is opened and what it may use.
 struct LiveOptions {
   bool overUdp = false;         ///< RTSP: media over UDP.
   double connectLimitS = 10.0;  ///< Longest wait for the first frame.

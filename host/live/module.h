@@ -8,6 +8,7 @@
 
 namespace live {
 
+/// An optional part of the program, where it lies and whether it can be used.
 struct FoundModule {
   std::string path;
   Module* module = nullptr;  ///< Null: it cannot be used, and `fault` says why.

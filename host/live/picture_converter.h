@@ -14,6 +14,7 @@ struct SwsContext;
 
 namespace live {
 
+/// Makes 8-bit BGR of a decoder's pictures; keeps its memory from picture to picture. Not thread-safe.
 class PictureConverter {
  public:
   PictureConverter() = default;

@@ -18,6 +18,7 @@
 
 namespace live {
 
+/// How fast a file is played.
 enum class Playing {
   AtItsRate,  ///< At the source's rate; who works slowly gets the newest frame and passes the others over.
   AsItComes,  ///< The source waits for its frames by itself, as a camera or a pipe does; else as AtItsRate.

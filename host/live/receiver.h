@@ -35,7 +35,9 @@ struct ReceivedPacket {
   double streamS = kUnknown;
 };
 
+/// What came of one wait.
 struct Received {
+  /// What happened.
   enum class Event {
     Nothing,  ///< Neither picture nor end within the wait; packets may be there.
     Picture,
@@ -58,6 +60,7 @@ class Receiver {
   virtual long damaged() const = 0;         ///< Packets or pictures so far that could not be decoded or were lost.
 };
 
+/// Which source to open, and how.
 struct ReceiverRequest {
   Address address;
   bool overUdp = false;                     ///< RTSP: media over UDP rather than inside the RTSP connection.
@@ -74,6 +77,7 @@ class Sender {
   virtual std::string fault() const = 0;
 };
 
+/// Where the drawn picture is sent, and how.
 struct SenderRequest {
   std::string address;  ///< rtsp://127.0.0.1:8554/track or udp://host:port; or the path of a .ts file.
   int width = 0;

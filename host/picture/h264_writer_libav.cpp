@@ -6,9 +6,9 @@ extern "C" {
 }
 
 #include <algorithm>
-#include <thread>
 #include <utility>
 
+#include "base/worker_pool.h"
 #include "picture/h264_writer.h"
 
 namespace host {
@@ -54,7 +54,7 @@ std::unique_ptr<AVCodecContext, FreeCodec> openCodec(cv::Size size, double fps, 
   codec->pix_fmt = AV_PIX_FMT_YUV420P;
   codec->framerate = av_d2q(fps, kLargestRate);
   codec->time_base = av_inv_q(codec->framerate);
-  codec->thread_count = std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, kMostThreads);
+  codec->thread_count = std::min(usableThreads(), kMostThreads);
   if (headerInFile) codec->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
   // Few frames are held back, and threads share one frame: at 1920 x 1080 80 MB instead of 450, whatever the number of
   // processors. The quality asked for is that of the encoder's defaults. Its own messages are for nobody here.

@@ -42,6 +42,7 @@ Json toJson(const GuardNote& note) {
   if (verdict.likeness) json["likeness"] = roundedTo(*verdict.likeness, 3);
   if (verdict.usual) json["usual"] = roundedTo(*verdict.usual, 3);
   if (verdict.around) json["around"] = roundedTo(*verdict.around, 3);
+  if (verdict.belief) json["belief"] = roundedTo(*verdict.belief, 3);
   json["frames_lost"] = verdict.framesLost;
   Json tracker = {{"state", note.trackerState}, {"seen", note.trackerSeen}};
   if (note.trackerBox) tracker["box"] = toJson(*note.trackerBox);
@@ -68,6 +69,7 @@ Json toJson(const GimbalNote& note) {
 }
 
 Json toJson(const GroundNote& note) {
+  if (!note.unknown.empty()) return {{"unknown", note.unknown}};
   return {{"lat_deg", roundedTo(note.lat_deg, 7)},
           {"lon_deg", roundedTo(note.lon_deg, 7)},
           {"alt_m", roundedTo(note.alt_m, 1)},

@@ -33,6 +33,7 @@ struct GroundNote {
   double major_m = 0.0;      ///< Longer half axis, metres.
   double minor_m = 0.0;      ///< Shorter half axis, metres.
   double azimuth_deg = 0.0;  ///< Of the longer one, from north over east.
+  std::string unknown;       ///< Why the place is not known; all else is 0 then. Empty: it is known.
 };
 
 /// The facts about one call, and which call it was.
@@ -58,7 +59,7 @@ struct CallRecord : CallFacts {
   std::optional<GuardNote> guard;       ///< What the guard made of it, and the plug-in's own answer; empty: no guard.
   std::optional<GimbalNote> gimbal;     ///< Of a served target that a gimbal follows.
   std::optional<double> anglesStaleMs;  ///< How much older than the pictures the camera's angles are found to be.
-  std::optional<GroundNote> ground;     ///< Where the target is, when that was asked for and is known.
+  std::optional<GroundNote> ground;     ///< Where the target is, when that was asked for.
   std::vector<std::string> log;         ///< The plug-in's log lines of this call, to be shown; not part of the JSON.
 };
 

@@ -64,6 +64,8 @@ std::string TargetSession::timedCall_(CallRecord& record, Call call) const {
 
 std::vector<std::string> TargetSession::configure(const std::string& json) {
   if (json.empty()) return {};
+  configured_.erase(std::remove(configured_.begin(), configured_.end(), json), configured_.end());
+  configured_.push_back(json);
   LogCapture capture;
   plugin_->setConfig(json);
   plugin_->enableDebug(true);  // the text may have switched it off, and the states are read from the lines
@@ -138,12 +140,21 @@ void TargetSession::watch_(CallRecord& record, CallFacts& facts, const Frame& fr
   record.guard = note;
 }
 
+/// init() that does not point the camera first: the target is in this frame, whatever is configured.
+std::vector<AlgoOutput> TargetSession::initWithoutPointing_(const Frame& frame, const BBox& box, bool& started) {
+  if (!configured_.empty()) plugin_->setConfig(R"({"preposition":{"enabled":false}})");
+  std::vector<AlgoOutput> outputs = plugin_->init({frame}, box, &started);
+  for (const std::string& json : configured_) plugin_->setConfig(json);  // as it was
+  plugin_->enableDebug(true);
+  return outputs;
+}
+
 /// Starts the plug-in over on the facts' box.
 void TargetSession::startOver_(CallRecord& record, CallFacts& facts, const Frame& frame) {
   CallRecord start = begin_({record.frame, record.time_s}, true);
   const cv::Rect& box = *facts.box;
   const std::string thrown = timedCall_(start, [&] {
-    return plugin_->init({frame}, BBox{box.x, box.y, box.width, box.height}, &start.started);
+    return initWithoutPointing_(frame, BBox{box.x, box.y, box.width, box.height}, start.started);
   });
   record.update_ms += start.update_ms;
   record.log.insert(record.log.end(), start.log.begin(), start.log.end());

@@ -46,8 +46,8 @@ class TargetSession {
   void keepPace(Pace pace) { pace_ = pace; }
 
   /// From the next init() on, a guard watches: records then hold what it reports, in `guard` also what the plug-in
-  /// said, and the plug-in is started over where the guard finds the target. While the camera is pointed the guard
-  /// waits.
+  /// said, and the plug-in is started over where the guard finds the target, without pointing the camera again. While
+  /// the camera is pointed the guard waits.
   void guardWith(GuardChoice choice);
 
   /// The target's name, and the object that follows it.
@@ -59,13 +59,15 @@ class TargetSession {
   std::string timedCall_(CallRecord& record, Call call) const;
   CallRecord begin_(const FramePlace& place, bool isInit) const;
   void watch_(CallRecord& record, CallFacts& facts, const Frame& frame);
+  std::vector<AlgoOutput> initWithoutPointing_(const Frame& frame, const BBox& box, bool& started);
   void startOver_(CallRecord& record, CallFacts& facts, const Frame& frame);
   void take_(CallRecord& record, const CallFacts& facts);
 
   std::shared_ptr<IAlgoPlugin> plugin_;
   std::string name_;
   std::string engine_;
-  std::optional<FramePlace> seen_;  // where the target was last seen
+  std::vector<std::string> configured_;  // in the order in which they count
+  std::optional<FramePlace> seen_;       // where the target was last seen
   long callsSinceSeen_ = 0;
   TrackState lastState_ = TrackState::Inactive;
   std::optional<cv::Rect> lastBox_;

@@ -40,6 +40,7 @@ std::vector<FrontCommand> ControlFront::takeCommands() {
   start.answer = [this](const FrontAnswer& answer) {
     CallRecord record = answer.record.value_or(CallRecord());
     if (!answer.record) record.reason = answer.why;
+    steering_.haveCaughtUp(answer.caughtUp);
     steering_.restarted(record);
   };
   return {start};

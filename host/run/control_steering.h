@@ -13,7 +13,7 @@
 #include "run/control_channel.h"
 #include "run/frame_rate.h"
 #include "run/place_text.h"
-#include "run/track_run.h"
+#include "run/run_steering.h"
 
 namespace host {
 
@@ -49,6 +49,8 @@ class ControlSteering : public RunSteering {
   Steering after(const SourceFrame& frame, const std::vector<CallRecord>& records) override;
   void restarted(const CallRecord& record) override;
   bool startsWithout() const override { return true; }
+  /// For the answer to a restart: how many frames somebody else has caught up with.
+  void haveCaughtUp(std::size_t count) { caughtUp_ = count; }
 
  private:
   using Json = nlohmann::ordered_json;

@@ -9,7 +9,7 @@
 
 #include "input/frame_source.h"
 #include "plugin/call_record.h"
-#include "run/track_run.h"
+#include "run/run_steering.h"
 
 namespace host {
 

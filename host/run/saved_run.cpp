@@ -14,6 +14,7 @@
 #include "base/json_text.h"
 #include "base/pending_file.h"
 #include "input/picture_file.h"
+#include "run/live_facts.h"
 
 namespace host {
 namespace {
@@ -165,7 +166,10 @@ void RunSaver::frame(const SourceFrame& frame, const std::vector<CallRecord>& re
   nlohmann::ordered_json place = {{"frame", frame.index}, {"time_s", frame.time_s}};
   if (!frame.file.empty()) place["file"] = frame.file;
   if (!frame.note.empty()) place["source_note"] = frame.note;
-  const auto& metadata = run_.metadata.of(frame.index);
+  auto metadata = frame.metadata;
+  if (frame.live) {
+    for (auto& [key, value] : metadataOf(*frame.live)) metadata[key] = value;
+  }
   if (!metadata.empty()) place["metadata"] = toJson(metadata);
   frames_->writeLine(jsonText(place));
   for (const CallRecord& record : records) records_->writeLine(jsonText(host::toJson(record)));

@@ -21,7 +21,7 @@ class RunSaver : public RunObserver {
  public:
   /// @param folder  is made; must be empty or not there. @throws HostError (Usage) when it cannot be made, is not
   ///                empty, or is being written by another process
-  /// @param run     must outlive this; its configuration, targets, pace and metadata are kept
+  /// @param run     must outlive this; its configuration, targets and pace are kept
   RunSaver(const std::string& folder, const TrackRun& run);
   /// A run in which no target was ever followed is no run to hand over: the folder is then left as it was found.
   ~RunSaver() override;

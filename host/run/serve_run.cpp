@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cstddef>
-#include <cstdio>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <utility>
@@ -11,10 +10,10 @@
 #include "base/host_error.h"
 #include "base/interrupt.h"
 #include "base/masked_address.h"
-#include "base/worker_pool.h"
 #include "picture/box_proposal.h"
-#include "plugin/target_session.h"
-#include "run/live_facts.h"
+#include "run/log_lines.h"
+#include "run/plugin_session.h"
+#include "run/run_loop.h"
 
 namespace host {
 namespace {
@@ -30,32 +29,23 @@ double now() {
 /// The targets that are followed, in the order in which they were started.
 class ServedTargets {
  public:
-  ServedTargets(PluginLibrary& library, const ServeRun& run) : library_(library), run_(run), pool_(run.threads) {}
+  ServedTargets(PluginLibrary& library, const ServeRun& run) : library_(library), run_(run) {}
 
-  std::vector<CallRecord> update(const SourceFrame& frame) {
-    const Picture picture = pictureOf_(frame);
-    std::vector<CallRecord> records(sessions_.size());
-    pool_.forEach(sessions_.size(), [&](std::size_t i) { records[i] = updateOf_(*sessions_[i], picture, frame); });
-    return records;
+  std::vector<RunSession*> all() const {
+    std::vector<RunSession*> sessions;
+    for (const auto& session : sessions_) sessions.push_back(session.get());
+    return sessions;
   }
 
-  /// Only one of them. @param name  of a target that is followed
-  CallRecord update(const SourceFrame& frame, const std::string& name) {
-    return updateOf_(**find_(name), pictureOf_(frame), frame);
-  }
-
-  std::vector<CallRecord> silent(const SourceFrame& frame) const {
-    std::vector<CallRecord> records;
-    for (const auto& session : sessions_) records.push_back(session->silent({frame.index, frame.time_s}));
-    return records;
-  }
+  /// Only one of them, outside the turns of the run. @param name  of a target that is followed
+  CallRecord update(const SourceFrame& frame, const std::string& name) { return stepOn(**find_(name), frame); }
 
   /// Starts a target, or starts it over. One that the plug-in refuses is followed no longer.
   CallRecord start(const std::string& name, const SourceFrame& frame, const BBox& box) {
     auto session = find_(name);
     if (session == sessions_.end()) session = add_(name.empty() ? kFirstTarget : name);
-    CallRecord record = (*session)->init(pictureOf_(frame), {frame.index, frame.time_s}, box);
-    addLiveFacts(record, frame);
+    (*session)->startOn(box);
+    CallRecord record = stepOn(**session, frame);
     if (!record.started) sessions_.erase(session);
     return record;
   }
@@ -74,14 +64,13 @@ class ServedTargets {
   /// From now on, for those that are followed and those that start later.
   void configure(const std::string& text) {
     changes_.merge_patch(nlohmann::json::parse(text));
-    for (const auto& session : sessions_) configure_(*session, text);
+    for (const auto& session : sessions_) session->configure(text);
   }
 
   bool hasRoomFor(const std::string& name) { return sessions_.size() < kMostTargets || find_(name) != sessions_.end(); }
 
  private:
-  using Picture = std::shared_ptr<ocula::OculaPicture>;
-  using Sessions = std::vector<std::unique_ptr<TargetSession>>;
+  using Sessions = std::vector<std::unique_ptr<PluginSession>>;
 
   /// The named one; without a name the first.
   Sessions::iterator find_(const std::string& name) {
@@ -89,35 +78,10 @@ class ServedTargets {
                         [&name](const auto& session) { return name.empty() || session->name() == name; });
   }
 
-  Picture pictureOf_(const SourceFrame& frame) const {
-    MetadataTable::Metadata metadata = run_.metadata.of(frame.index);
-    if (frame.live) {
-      for (auto& [key, value] : metadataOf(*frame.live)) metadata[key] = value;
-    }
-    return std::make_shared<ocula::OculaPicture>(frame.bgr, metadata);
-  }
-
-  static CallRecord updateOf_(TargetSession& session, const Picture& picture, const SourceFrame& frame) {
-    CallRecord record = session.update(picture, {frame.index, frame.time_s});
-    addLiveFacts(record, frame);
-    record.file = frame.file;
-    record.sourceNote = frame.note;
-    return record;
-  }
-
-  void configure_(TargetSession& session, const std::string& text) const {
-    for (const std::string& line : session.configure(text)) {
-      if (run_.logToStderr) std::fprintf(stderr, "%s: %s\n", session.name().c_str(), line.c_str());
-    }
-  }
-
   Sessions::iterator add_(const std::string& name) {
-    auto session = std::make_unique<TargetSession>(library_.create(), name, library_.engine());
-    session->keepPace(run_.pace);
-    session->guardWith(run_.guard);
-    configure_(*session, run_.configText);
-    if (!changes_.empty()) configure_(*session, changes_.dump());
-    sessions_.push_back(std::move(session));
+    const PluginWork work{run_.configText, run_.pace, run_.guard, run_.logToStderr};
+    sessions_.push_back(std::make_unique<PluginSession>(library_, work, name));
+    if (!changes_.empty()) sessions_.back()->configure(changes_.dump());
     return std::prev(sessions_.end());
   }
 
@@ -125,106 +89,59 @@ class ServedTargets {
   const ServeRun& run_;
   nlohmann::json changes_ = nlohmann::json::object();  // of the configuration, since the beginning
   Sessions sessions_;
-  WorkerPool pool_;
 };
 
-class ServeLoop {
+/// Obeys the fronts.
+class ServeDirector : public RunDirector {
  public:
-  ServeLoop(FrameSource& source, const PastFrames& past, PluginLibrary& library, const ServeRun& run,
-            const std::vector<RunObserver*>& observers, const std::vector<Front*>& fronts)
-      : source_(source),
-        past_(past),
-        library_(library),
-        run_(run),
-        told_(observers),
-        fronts_(fronts),
-        targets_(library, run) {
-    told_.insert(told_.end(), fronts.begin(), fronts.end());
-  }
-  ~ServeLoop() {
-    while (begun_ > 0) {
-      try {
-        told_[--begun_]->end();
-      } catch (const std::exception& e) {
-        std::fprintf(stderr, "csrt-track: %s\n", e.what());
-      }
-    }
-  }
-  ServeLoop(const ServeLoop&) = delete;
-  ServeLoop& operator=(const ServeLoop&) = delete;
+  ServeDirector(const PastFrames& past, PluginLibrary& library, const ServeRun& run, const std::vector<Front*>& fronts)
+      : past_(past), library_(library), run_(run), fronts_(fronts), targets_(library, run) {}
 
-  ServeResult run() {
-    SourceFrame frame;
-    if (!source_.read(frame)) {
-      if (interruptSignal() == 0) throw HostError(ExitCode::Source, "'" + run_.sourceName + "' has no frame");
-      result_.interrupted = true;
-      return result_;
-    }
-    begin_(frame);
-    do {
-      turn_(frame);
-    } while (!ended_ && interruptSignal() == 0 && source_.read(frame));
-    result_.interrupted = interruptSignal() != 0;
-    result_.sourceFaults = source_.faults();
-    while (begun_ > 0) told_[--begun_]->end();
-    return result_;
-  }
-
- private:
-  void begin_(const SourceFrame& first) {
-    RunInfo info;
+  void begin(const SourceFrame& /*first*/, RunInfo& info) override {
     info.source = withPasswordsMasked(run_.sourceName);
-    info.frameSize = first.bgr.size();
-    info.fps = source_.fps();
-    info.firstFrame = first.index;
-    info.expectedFrames = source_.expected();
     info.configText = run_.configText;
     info.pluginPath = library_.path();
     info.engine = library_.engine();
-    for (RunObserver* observer : told_) {
-      observer->begin(info);
-      ++begun_;
-    }
   }
 
-  /// One frame, or one moment without; then what the fronts ask for.
-  void turn_(SourceFrame& frame) {
-    if (frame.noSignal) {
-      std::vector<CallRecord> records = targets_.silent(frame);
-      finish_(frame, records);
-      for (RunObserver* observer : told_) observer->noSignal(records);
-      for (Front* front : fronts_) front->silence(frame, records);
-    } else {
-      ++result_.frames;
+  std::vector<RunSession*> sessions(SourceFrame& frame) override {
+    if (!frame.noSignal) {
       describe_(frame);
-      if (frame.live) result_.dropped += frame.live->dropped;
-      std::vector<CallRecord> records = targets_.update(frame);
-      if (!records.empty()) update_s_ = records.front().update_ms / 1000.0;
-      finish_(frame, records);
-      for (RunObserver* observer : told_) observer->frame(frame, records);
+      dropped_ += frame.live->dropped;
+    }
+    return targets_.all();
+  }
+
+  void answered(const SourceFrame& frame, std::vector<CallRecord>& records) override {
+    if (!frame.noSignal && !records.empty()) update_s_ = records.front().update_ms / 1000.0;
+    judged_(frame, records);
+  }
+
+  bool goesOn(const SourceFrame& frame, const std::vector<CallRecord>& records, RunObserver& told) override {
+    for (Front* front : fronts_) {
+      if (frame.noSignal) front->silence(frame, records);
     }
     for (Front* front : fronts_) {
-      for (const FrontCommand& command : front->takeCommands()) obey_(command, frame);
+      for (const FrontCommand& command : front->takeCommands()) obey_(command, frame, told);
     }
+    return !ended_;
   }
 
+  long dropped() const { return dropped_; }
+
+ private:
   void describe_(SourceFrame& frame) {
+    frame.metadata = run_.metadata.of(frame.index);
     if (!frame.live) frame.live = LiveFacts{now(), false, 0, {}};
     if (!frame.live->senderClock) frame.live->capturedAt -= run_.videoDelay_s;
     for (Front* front : fronts_) front->describe(frame);
   }
 
-  void finish_(const SourceFrame& frame, std::vector<CallRecord>& records) {
-    if (run_.logToStderr) {
-      for (const CallRecord& record : records) {
-        for (const std::string& line : record.log)
-          std::fprintf(stderr, "%s: %s\n", record.target.c_str(), line.c_str());
-      }
-    }
+  void judged_(const SourceFrame& frame, std::vector<CallRecord>& records) {
     for (Front* front : fronts_) front->judged(frame, records);
   }
 
-  void obey_(const FrontCommand& command, const SourceFrame& frame) {
+  void obey_(const FrontCommand& command, const SourceFrame& frame, RunObserver& told) {
     FrontAnswer answer;
     switch (command.kind) {
       case FrontCommand::Kind::End:
@@ -239,7 +156,7 @@ class ServeLoop {
         break;
       case FrontCommand::Kind::Box:
       case FrontCommand::Kind::Point:
-        answer.done = tryStart_(command, frame, answer);
+        answer.done = tryStart_(command, frame, answer, told);
         break;
     }
     if (command.answer) command.answer(answer);
@@ -276,7 +193,7 @@ class ServeLoop {
     return true;
   }
 
-  bool tryStart_(const FrontCommand& command, const SourceFrame& frame, FrontAnswer& answer) {
+  bool tryStart_(const FrontCommand& command, const SourceFrame& frame, FrontAnswer& answer, RunObserver& told) {
     if (!targets_.hasRoomFor(command.target)) {
       answer.why = "more than " + std::to_string(kMostTargets) + " targets are not followed";
       return false;
@@ -289,8 +206,8 @@ class ServeLoop {
       box = {proposed.x, proposed.y, proposed.width, proposed.height};
     }
     std::vector<CallRecord> records = {targets_.start(command.target, on, box)};
-    finish_(on, records);
-    for (RunObserver* observer : told_) observer->restarted(records.front());
+    judged_(on, records);
+    told.restarted(records.front());
     answer.record = records.front();
     if (answer.record->started && on.index != frame.index) {
       answer.caughtUp = catchUp_(answer.record->target, on.index, frame.index);
@@ -313,29 +230,38 @@ class ServeLoop {
     for (const std::size_t place : places) {
       describe_(later[place]);
       std::vector<CallRecord> records = {targets_.update(later[place], target)};
-      finish_(later[place], records);
+      if (run_.logToStderr) showLogLines(records.front().log, records.front().target);
+      judged_(later[place], records);
     }
     return places.size();
   }
 
-  FrameSource& source_;
   const PastFrames& past_;
   PluginLibrary& library_;
   const ServeRun& run_;
-  std::vector<RunObserver*> told_;  // observers, then fronts
   const std::vector<Front*>& fronts_;
-  std::size_t begun_ = 0;
   ServedTargets targets_;
   double update_s_ = kUsualUpdate_s;
+  long dropped_ = 0;
   bool ended_ = false;
-  ServeResult result_;
 };
 
 }  // namespace
 
 ServeResult runServe(FrameSource& source, const PastFrames& past, PluginLibrary& library, const ServeRun& run,
                      const std::vector<RunObserver*>& observers, const std::vector<Front*>& fronts) {
-  return ServeLoop(source, past, library, run, observers, fronts).run();
+  ServeDirector director(past, library, run, fronts);
+  LogLines log;
+  std::vector<RunObserver*> told;
+  if (run.logToStderr) told.push_back(&log);
+  told.insert(told.end(), observers.begin(), observers.end());
+  told.insert(told.end(), fronts.begin(), fronts.end());
+  const RunResult loop = runLoop({source, director, told, Pace::Fast, run.threads, {}});  // the source has its own pace
+  const bool interrupted = interruptSignal() != 0;
+  if (loop.frames == 0 && !interrupted) {
+    throw HostError(ExitCode::Source, "'" + run.sourceName + "' has no frame");
+  }
+  return {loop.frames, director.dropped(), interrupted, loop.sourceFaults};
 }
 
 }  // namespace host

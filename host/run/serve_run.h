@@ -15,6 +15,7 @@
 
 namespace host {
 
+/// One run of `serve`: its source, its targets, and who may command it.
 struct ServeRun {
   std::string sourceName;                ///< As the user named it.
   std::string configText;                ///< For setConfig(); empty: nothing is passed.
@@ -32,6 +33,7 @@ struct PastFrames {
   CatchUpRule catchUp = nullptr;  ///< Null: with all.
 };
 
+/// What came of it.
 struct ServeResult {
   long frames = 0;   ///< Judged, or shown while nothing was tracked.
   long dropped = 0;  ///< Passed over, as the tracker was slower than they came.

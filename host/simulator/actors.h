@@ -18,6 +18,7 @@ struct Waypoint {
 /// One thing in the scene: how it looks and where it goes.
 struct Actor {
   std::string look = "car";    ///< car, person, drone, wall
+  bool likeTarget = false;     ///< Painted exactly as the target is; else in colours of its own.
   cv::Size2d size{3.0, 1.5};   ///< Degrees, > 0.
   std::vector<Waypoint> path;  ///< At least one; times grow.
   double from_s = 0.0;         ///< There from this time on ...

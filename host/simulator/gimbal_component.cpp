@@ -64,6 +64,18 @@ void GimbalComponent::say(const Angles& angles, double now_s) {
   send_(message);
 }
 
+void GimbalComponent::sayPlace(double lat_deg, double lon_deg, double alt_m, double height_m, double heading_deg,
+                               double now_s) {
+  mavlink::GlobalPositionInt message;
+  message.time_boot_ms = milliseconds(now_s);
+  message.lat = static_cast<std::int32_t>(std::lround(1e7 * lat_deg));
+  message.lon = static_cast<std::int32_t>(std::lround(1e7 * lon_deg));
+  message.alt = static_cast<std::int32_t>(std::lround(1e3 * alt_m));
+  message.relative_alt = static_cast<std::int32_t>(std::lround(1e3 * height_m));
+  message.hdg = static_cast<std::uint16_t>(std::lround(100 * std::fmod(heading_deg + 360.0, 360.0)) % 36000);
+  send_(message);
+}
+
 void GimbalComponent::receive(const mavlink::Frame& frame, double now_s) {
   now_s_ = now_s;
   mavlink::CommandLong command;

@@ -24,6 +24,9 @@ class GimbalComponent {
   /// A reading of the encoders goes out now.
   void say(const Angles& angles, double now_s);
 
+  /// Where the vehicle is goes out now. Degrees; metres; the heading from north.
+  void sayPlace(double lat_deg, double lon_deg, double alt_m, double height_m, double heading_deg, double now_s);
+
   /// The oldest order that nobody has taken, only of the component in control.
   std::optional<GimbalOrder> takeOrder();
   std::vector<mavlink::Frame> takeOutgoing();

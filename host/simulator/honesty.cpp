@@ -176,7 +176,7 @@ Honesty judgeHonesty(const std::vector<HonestyFrame>& frames, long firstFrame) {
   return honesty;
 }
 
-void HonestyWatch::begin(const Scenario& scenario, const Panorama& /*panorama*/) {
+void HonestyWatch::begin(const Scenario& scenario) {
   rule_ = ruleOf(scenario);
   size_ = scenario.frame;
 }

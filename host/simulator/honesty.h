@@ -6,7 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "simulator/simulation.h"
+#include "simulator/scenario.h"
+#include "simulator/simulated_frame.h"
 
 namespace host::sim {
 
@@ -76,10 +77,10 @@ struct PointingRule {
 };
 
 /// Collects a run's frames.
-class HonestyWatch : public SimulationObserver {
+class HonestyWatch {
  public:
-  void begin(const Scenario& scenario, const Panorama& panorama) override;
-  void frame(const SimulatedFrame& frame) override;
+  void begin(const Scenario& scenario);
+  void frame(const SimulatedFrame& frame);
 
   /// The judgement of the frames collected so far.
   Honesty honesty() const;

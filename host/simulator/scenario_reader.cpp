@@ -103,6 +103,7 @@ std::vector<Waypoint> pathOf(CheckedObject& actor) {
 Actor actorOf(CheckedObject object) {
   Actor actor;
   object.read("look", {"car", "person", "drone", "wall"}, actor.look);
+  object.read("like_target", actor.likeTarget);
   object.read("size_deg", {0.05, 180.0}, actor.size.width, actor.size.height);
   actor.path = pathOf(object);
   object.read("from_s", kSeconds, actor.from_s);

@@ -9,11 +9,13 @@
 #include <chrono>
 #include <cmath>
 #include <condition_variable>
+#include <cstdint>
 #include <cstring>
 #include <deque>
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include "base/host_error.h"
 #include "base/interrupt.h"
@@ -29,6 +31,10 @@ namespace {
 
 constexpr double kReading_s = 0.02;
 constexpr double kMarkAgain_s = 0.5;
+constexpr double kPlace_s = 0.2;
+constexpr double kStep_s = 0.02;      // of simulated time
+constexpr double kPatience_s = 60.0;  // of the machine's: a tracker that does not answer
+constexpr double kAskAgain_s = 0.2;
 constexpr double kSettling_s = 3.0;
 constexpr std::size_t kMostWaiting = 8;  // frames
 constexpr std::uint8_t kOperatorSystem = 255;
@@ -184,6 +190,11 @@ class Flight {
 
   FlightResult run() {
     begin_s_ = monotonic();
+    if (options_.lockStep) {
+      stepThrough_();
+      conclude_();
+      return result_;
+    }
     for (long i = 0; i < scenario_.frames() && interruptSignal() == 0; ++i) {
       const double due_s = static_cast<double>(i) / scenario_.fps;
       while (now_() < due_s) {
@@ -201,6 +212,7 @@ class Flight {
  private:
   struct Sent {
     double at_s;
+    double captured_s;
     std::vector<std::uint8_t> bytes;
     cv::Rect2d box;
   };
@@ -209,7 +221,71 @@ class Flight {
     Angles angles;
   };
 
-  double now_() const { return monotonic() - begin_s_; }
+  double now_() const { return options_.lockStep ? simulated_s_ : monotonic() - begin_s_; }
+
+  /// The world moves on only when the tracker has done its part. Its clock follows ours.
+  void stepThrough_() {
+    meet_();
+    begin_s_ = monotonic();  // not before the time that the tracker has seen already
+    for (long i = 0; i < scenario_.frames() && interruptSignal() == 0; ++i) {
+      const double due_s = static_cast<double>(i) / scenario_.fps;
+      while (simulated_s_ < due_s && interruptSignal() == 0) {
+        simulated_s_ = std::min(due_s, simulated_s_ + kStep_s);
+        pass_();
+        meet_();
+      }
+      take_();
+    }
+  }
+
+  /// Waits until the tracker has heard all that was sent, at our time, and is done with the last frame that went out.
+  void meet_() {
+    const auto nanoseconds = [this](double t_s) { return std::llround(1e9 * (begin_s_ + t_s)); };
+    const double giveUp_s = monotonic() + kPatience_s;
+    mavlink::Timesync request;
+    // Every request is another one, so that a late answer to the one before is not taken for this one's.
+    request.ts1 = asked_ns_ = std::max<std::int64_t>(nanoseconds(simulated_s_), asked_ns_ + 1);
+    for (double ask_s = 0.0; interruptSignal() == 0;) {
+      const double now_s = monotonic();
+      if (now_s > giveUp_s) throw HostError(ExitCode::Source, "--lock-step: the tracker does not answer to TIMESYNC");
+      if (now_s >= ask_s) {
+        ask_s = now_s + kAskAgain_s;
+        mavlink::Frame frame = mavlink::toFrame(request);
+        frame.system = kOperatorSystem;
+        frame.component = kOperatorComponent;
+        send_(frame);
+      }
+      std::vector<mavlink::Frame> frames;
+      for (const auto& line : lines_) line->receive(frames);
+      bool met = false;
+      bool behind = false;
+      for (const mavlink::Frame& frame : frames) {
+        mavlink::Timesync answer;
+        if (!mavlink::tryRead(frame, answer)) {
+          inbox_.push_back(frame);
+        } else if (answer.ts1 == request.ts1 && answer.tc1 != 0) {
+          const bool done = !wentOut_s_ || answer.tc1 >= nanoseconds(*wentOut_s_) - 1000;
+          met = met || done;
+          behind = behind || !done;
+        }
+      }
+      if (met) return;
+      if (behind) ask_s = 0.0;  // it is at work: ask again at once
+      std::this_thread::sleep_for(std::chrono::microseconds(500));
+    }
+  }
+
+  void send_(const mavlink::Frame& frame) {
+    const std::vector<std::uint8_t> bytes = mavlink::encodeFrame(frame);
+    for (const auto& line : lines_) line->send(bytes);
+  }
+
+  void sayPlace_(double t_s) {
+    if (!options_.platform || t_s < nextPlace_s_) return;
+    nextPlace_s_ = t_s + kPlace_s;
+    component_.sayPlace(options_.platform->lat_deg, options_.platform->lon_deg, options_.platform->alt_m,
+                        options_.platform->height_m, options_.platform->heading_deg, t_s);
+  }
 
   /// Lets the world go on until now.
   void pass_() {
@@ -230,12 +306,17 @@ class Flight {
     for (; !underWay_.empty() && underWay_.front().at_s <= t_s; underWay_.pop_front()) {
       video_.write(std::move(underWay_.front().bytes));
       shown_ = underWay_.front().box;
+      if (options_.lockStep && !options_.video.empty()) {
+        wentOut_s_ = underWay_.front().captured_s;
+        meet_();
+      }
     }
+    sayPlace_(t_s);
     talk_(t_s);
   }
 
   void talk_(double t_s) {
-    std::vector<mavlink::Frame> frames;
+    std::vector<mavlink::Frame> frames = std::exchange(inbox_, {});
     for (const auto& line : lines_) line->receive(frames);
     for (const mavlink::Frame& frame : frames) {
       component_.receive(frame, t_s);
@@ -255,10 +336,7 @@ class Flight {
       if (const auto mark = marker_.mark(underWay_.empty() ? *shown_ : underWay_.front().box, t_s))
         outgoing.push_back(*mark);
     }
-    for (const mavlink::Frame& frame : outgoing) {
-      const std::vector<std::uint8_t> bytes = mavlink::encodeFrame(frame);
-      for (const auto& line : lines_) line->send(bytes);
-    }
+    for (const mavlink::Frame& frame : outgoing) send_(frame);
   }
 
   void take_() {
@@ -270,7 +348,7 @@ class Flight {
     const Truth truth = stage_.truth(view, t_s);
     const cv::Mat picture = stage_.see(view, t_s);
     const cv::Size frame = scenario_.frame;
-    underWay_.push_back({t_s + scenario_.camera.video_delay_s, y4mFrame(picture, t_s + begin_s_),
+    underWay_.push_back({t_s + scenario_.camera.video_delay_s, t_s, y4mFrame(picture, t_s + begin_s_),
                          cv::Rect2d(truth.box.x / frame.width, truth.box.y / frame.height,
                                     truth.box.width / frame.width, truth.box.height / frame.height)});
     ++result_.frames;
@@ -325,6 +403,11 @@ class Flight {
   double begin_s_ = 0.0;
   double advanced_s_ = 0.0;
   double nextReading_s_ = 0.0;
+  double nextPlace_s_ = 0.0;
+  double simulated_s_ = 0.0;
+  std::int64_t asked_ns_ = 0;
+  std::optional<double> wentOut_s_;  // when the last frame that has gone out was taken
+  std::vector<mavlink::Frame> inbox_;
   FlightResult result_;
 };
 

@@ -12,11 +12,22 @@
 namespace host::sim {
 
 /// Where a flight's video, messages and truth go.
+/// Where the vehicle with the camera stands. Degrees; metres.
+struct PlatformPlace {
+  double lat_deg = 0.0;
+  double lon_deg = 0.0;
+  double alt_m = 0.0;        ///< Above sea level.
+  double height_m = 0.0;     ///< Above the ground.
+  double heading_deg = 0.0;  ///< Of its nose, where pan is 0, from north.
+};
+
 struct FlightOptions {
   std::vector<std::string> lines;  ///< Addresses for link::openTransport(), at least one.
   std::string video;               ///< A named pipe or file for the uncompressed video; empty: none.
   std::string records;             ///< One JSON line per frame with the truth; empty: none, "-": standard output.
   bool marks = true;               ///< The operator marks the target; else a real ground station does.
+  bool lockStep = false;           ///< Simulated time, handed to the tracker with TIMESYNC; it must take it from there.
+  std::optional<PlatformPlace> platform;  ///< Where the camera is said to be; nothing: that is not said.
 };
 
 /// What came of it. Errors are of the picture's middle from the target, degrees.
@@ -37,7 +48,8 @@ struct FlightResult {
 /// The summary that `simulate --mavlink` writes. Pure.
 nlohmann::ordered_json toJson(const FlightResult& result);
 
-/// Runs the scenario once, at the pace of the machine's clock, or until a signal asks to stop.
+/// Runs the scenario once, at the pace of the machine's clock or in lock step with the tracker, or until a signal asks
+/// to stop.
 /// @throws HostError (Usage, Source, Output)
 FlightResult fly(const Scenario& scenario, const FlightOptions& options);
 

@@ -1,63 +1,43 @@
-// A simulated run: the scene is seen through the camera, the plug-in sees the pictures, the host moves the camera.
+// A simulated run: the scene is seen through the camera, the plug-in sees the pictures, its answers move the camera.
 #pragma once
 
-#include <opencv2/core.hpp>
-#include <optional>
+#include <string>
 #include <vector>
 
-#include "ocula/ocula_picture.h"
-#include "plugin/call_record.h"
+#include "input/pace.h"
+#include "plugin/guard_choice.h"
 #include "plugin/plugin_library.h"
-#include "simulator/panorama.h"
-#include "simulator/scenario.h"
-#include "simulator/stage.h"
+#include "run/run_observer.h"
+#include "simulator/simulated_camera.h"
 
 namespace host::sim {
 
-/// What the host is doing with the camera.
-enum class HostPhase {
-  Pointing,  ///< The gimbal goes to the angles the plug-in asked for.
-  Following  ///< The gimbal is turned so that the box stays in the middle.
-};
-
-const char* name(HostPhase phase);
-
-/// The camera on one frame.
-struct CameraState {
-  View view;                              ///< What is really seen.
-  Angles gimbal;                          ///< What the encoders read.
-  HostPhase phase = HostPhase::Pointing;  ///< After the plug-in's answer.
-  std::optional<Angles> asked;            ///< The plug-in's "gimbal_preposition.v1".
-};
-
-/// All about one frame.
-struct SimulatedFrame {
-  cv::Mat bgr;                                 ///< 8-bit BGR.
-  ocula::OculaPicture::BaseMetadata metadata;  ///< As the plug-in got it, faults included.
-  CallRecord record;                           ///< What the plug-in answered.
-  Truth truth;                                 ///< What it should have.
-  CameraState camera;                          ///< When the frame was taken.
-};
-
-/// All calls come from one thread, begin() first, end() always last.
-class SimulationObserver {
+/// An observer of a simulated run that also wants to know how the scene really was.
+class SimulationObserver : public RunObserver {
  public:
-  virtual ~SimulationObserver() = default;
-  virtual void begin(const Scenario& /*scenario*/, const Panorama& /*panorama*/) {}
-  virtual void frame(const SimulatedFrame& frame) = 0;
-  virtual void end() {}
+  /// @param camera  the run's source; must outlive this
+  explicit SimulationObserver(const SimulatedCamera& camera) : camera_(camera) {}
+  void frame(const SourceFrame& /*frame*/, const std::vector<CallRecord>& /*records*/) final { seen(camera_.now()); }
+
+ protected:
+  virtual void seen(const SimulatedFrame& frame) = 0;
+  const SimulatedCamera& camera() const { return camera_; }
+
+ private:
+  const SimulatedCamera& camera_;
 };
 
 /// How to run a scenario.
 struct SimulationOptions {
-  bool frameTime = true;  ///< The plug-in's clock follows the simulated time; false: it follows the machine's.
+  Pace pace = Pace::Video;               ///< Which time the plug-in sees; Pace::Source: the scene takes its own time.
   GuardChoice guard = GuardChoice::Off;  ///< Who watches the plug-in's answers.
 };
 
-/// Runs the scenario to its end, or until a signal asks to stop. The same scenario gives the same frames.
+/// Runs the camera's scenario to its end, or until a signal asks to stop.
+/// @param camera  a fresh one
 /// @return false when the plug-in refused the target
-/// @throws HostError (Plugin, Usage) and what observers throw
-bool simulate(const Scenario& scenario, PluginLibrary& library, const SimulationOptions& options,
-              const std::vector<SimulationObserver*>& observers);
+/// @throws HostError (Plugin, Usage) and what observers throw; observers that began are always ended
+bool simulate(SimulatedCamera& camera, PluginLibrary& library, const SimulationOptions& options,
+              const std::vector<RunObserver*>& observers);
 
 }  // namespace host::sim

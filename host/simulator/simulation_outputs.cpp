@@ -39,8 +39,8 @@ Json toJson(const ocula::OculaPicture::BaseMetadata& metadata) {
 }
 
 /// Only what can be read back with its type: a spoilt value is left out, as if the camera had said nothing.
-Json recordable(const SimulatedFrame& frame) {
-  Json json = {{"frame", frame.record.frame}};
+Json recordable(const SourceFrame& frame) {
+  Json json = {{"frame", frame.index}};
   const Json all = toJson(frame.metadata);
   for (const auto& [key, value] : all.items()) {
     const bool isDouble = std::holds_alternative<double>(frame.metadata.at(key));
@@ -72,17 +72,19 @@ Json toJson(const SimulatedFrame& frame) {
   return json;
 }
 
-SimulationPictures::SimulationPictures(const std::string& video, const std::string& sheet) {
+SimulationPictures::SimulationPictures(const SimulatedCamera& camera, const std::string& video,
+                                       const std::string& sheet)
+    : SimulationObserver(camera) {
   if (!video.empty()) videoFile_.emplace(video, "--video");
   if (!sheet.empty()) sheet_.emplace(sheet, "--sheet");
 }
 
-void SimulationPictures::begin(const Scenario& scenario, const Panorama& panorama) {
-  annotator_.begin(scenario, panorama);
-  if (videoFile_) video_.emplace(*videoFile_, annotator_.size(), scenario.fps);
+void SimulationPictures::begin(const RunInfo& info) {
+  annotator_.begin(camera().scenario(), camera().panorama());
+  if (videoFile_) video_.emplace(*videoFile_, annotator_.size(), info.fps);
 }
 
-void SimulationPictures::frame(const SimulatedFrame& frame) {
+void SimulationPictures::seen(const SimulatedFrame& frame) {
   last_ = annotator_.draw(frame);
   if (video_) video_->write(last_);
   if (sheet_) keepMoment_(frame, last_);
@@ -120,11 +122,11 @@ SimulationClip::SimulationClip(const std::string& video, const std::string& meta
   if (!metadata.empty()) metadata_.emplace(metadata, "--clip-metadata");
 }
 
-void SimulationClip::begin(const Scenario& scenario, const Panorama& /*panorama*/) {
-  if (videoFile_) video_.emplace(*videoFile_, scenario.frame, scenario.fps);
+void SimulationClip::begin(const RunInfo& info) {
+  if (videoFile_) video_.emplace(*videoFile_, info.frameSize, info.fps);
 }
 
-void SimulationClip::frame(const SimulatedFrame& frame) {
+void SimulationClip::frame(const SourceFrame& frame, const std::vector<CallRecord>& /*records*/) {
   if (video_) video_->write(frame.bgr);
   if (metadata_) metadata_->writeLine(jsonText(recordable(frame)));
 }

@@ -12,6 +12,7 @@
 #include "picture/annotate.h"
 #include "picture/picture_output.h"
 #include "simulator/simulation.h"
+#include "simulator/simulation_summary.h"
 
 namespace host::sim {
 
@@ -21,11 +22,26 @@ nlohmann::ordered_json toJson(const SimulatedFrame& frame);
 /// One JSON line per call.
 class SimulationRecords : public SimulationObserver {
  public:
-  explicit SimulationRecords(const std::string& path) : output_(path, "--records") {}
-  void frame(const SimulatedFrame& frame) override { output_.writeLine(jsonText(toJson(frame))); }
+  SimulationRecords(const SimulatedCamera& camera, const std::string& path)
+      : SimulationObserver(camera), output_(path, "--records") {}
 
  private:
+  void seen(const SimulatedFrame& frame) override { output_.writeLine(jsonText(toJson(frame))); }
+
   TextOutput output_;
+};
+
+/// Adds the run up.
+class SimulationTally : public SimulationObserver {
+ public:
+  using SimulationObserver::SimulationObserver;
+  void begin(const RunInfo& /*info*/) override { summary_.begin(camera().scenario()); }
+  SimulationTotals totals() const { return summary_.totals(); }
+
+ private:
+  void seen(const SimulatedFrame& frame) override { summary_.frame(frame); }
+
+  SimulationSummary summary_;
 };
 
 /// Draws the gimbal's view and below it the whole scene: the view's outline, the target, the angles asked for.
@@ -49,12 +65,12 @@ class SimulationAnnotator {
 class SimulationPictures : public SimulationObserver {
  public:
   /// @param video, sheet  paths; empty: not wanted. @throws HostError (Usage) when one cannot be written
-  SimulationPictures(const std::string& video, const std::string& sheet);
-  void begin(const Scenario& scenario, const Panorama& panorama) override;
-  void frame(const SimulatedFrame& frame) override;
+  SimulationPictures(const SimulatedCamera& camera, const std::string& video, const std::string& sheet);
+  void begin(const RunInfo& info) override;
   void end() override;
 
  private:
+  void seen(const SimulatedFrame& frame) override;
   void keepMoment_(const SimulatedFrame& frame, const cv::Mat& picture);
 
   std::optional<PendingFile> videoFile_;
@@ -68,12 +84,12 @@ class SimulationPictures : public SimulationObserver {
 };
 
 /// The plain video and its metadata, as `csrt-track track --metadata` reads them.
-class SimulationClip : public SimulationObserver {
+class SimulationClip : public RunObserver {
  public:
   /// @param video, metadata  paths; empty: not wanted. @throws HostError (Usage) when one cannot be written
   SimulationClip(const std::string& video, const std::string& metadata);
-  void begin(const Scenario& scenario, const Panorama& panorama) override;
-  void frame(const SimulatedFrame& frame) override;
+  void begin(const RunInfo& info) override;
+  void frame(const SourceFrame& frame, const std::vector<CallRecord>& records) override;
   void end() override;
 
  private:

@@ -20,9 +20,9 @@ Spread spreadOf(const std::vector<double>& values) {
 
 }  // namespace
 
-void SimulationSummary::begin(const Scenario& scenario, const Panorama& panorama) {
+void SimulationSummary::begin(const Scenario& scenario) {
   fps_ = scenario.fps;
-  honesty_.begin(scenario, panorama);
+  honesty_.begin(scenario);
 }
 
 void SimulationSummary::frame(const SimulatedFrame& frame) {

@@ -8,7 +8,8 @@
 #include <vector>
 
 #include "simulator/honesty.h"
-#include "simulator/simulation.h"
+#include "simulator/scenario.h"
+#include "simulator/simulated_frame.h"
 
 namespace host::sim {
 
@@ -56,10 +57,10 @@ struct Check {
 };
 
 /// Adds a run up and holds it against what its scenario expects.
-class SimulationSummary : public SimulationObserver {
+class SimulationSummary {
  public:
-  void begin(const Scenario& scenario, const Panorama& panorama) override;
-  void frame(const SimulatedFrame& frame) override;
+  void begin(const Scenario& scenario);
+  void frame(const SimulatedFrame& frame);
 
   /// Of the frames so far. Any number of times.
   SimulationTotals totals() const;

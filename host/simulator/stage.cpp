@@ -10,7 +10,9 @@ Stage::Stage(const Scenario& scenario)
       noise_(scenario.frame, scenario.camera.noise, scenario.seed) {
   int number = 0;
   const auto add = [&](const Actor& actor) {
-    actors_.emplace_back(&actor, makeSprite(actor.look, actor.size.width / actor.size.height, number++, scenario.seed));
+    const int paint = actor.likeTarget ? 0 : number;  // the target is the first
+    actors_.emplace_back(&actor, makeSprite(actor.look, actor.size.width / actor.size.height, paint, scenario.seed));
+    ++number;
   };
   add(scenario.target);  // painted in this order: what comes later hides what came before
   for (const Actor& decoy : scenario.decoys) add(decoy);

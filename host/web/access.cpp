@@ -137,8 +137,7 @@ bool Allowance::take(double now) {
 }
 
 Access::Access(const ListenAddress& address, std::string token, const std::vector<std::string>& names)
-    : loopback_(address.loopback), token_(std::move(token)) {
-  names_ = {"localhost", address.host};
+    : loopback_(address.loopback), token_(std::move(token)), names_{"localhost", address.host} {
   for (const std::string& name : names) names_.push_back(lower(name));
   if (!loopback_) {
     const std::string machine = machineName();

@@ -2,6 +2,9 @@
 #pragma once
 
 #include <httplib.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <condition_variable>
 #include <deque>
@@ -45,6 +48,8 @@ class ConnectionPool : public httplib::TaskQueue {
 
  private:
   void run_() {
+    // Tracking goes first where processors are few.
+    ::setpriority(PRIO_PROCESS, static_cast<id_t>(::syscall(SYS_gettid)), kLessUrgent);
     std::unique_lock<std::mutex> lock(mutex_);
     while (true) {
       came_.wait(lock, [this] { return ending_ || !waiting_.empty(); });
@@ -58,6 +63,8 @@ class ConnectionPool : public httplib::TaskQueue {
       freed_.notify_one();
     }
   }
+
+  static constexpr int kLessUrgent = 5;  // of nice()
 
   const std::size_t most_;
   std::mutex mutex_;

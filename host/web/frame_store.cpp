@@ -1,5 +1,6 @@
 #include "web/frame_store.h"
 
+#include <algorithm>
 #include <opencv2/imgcodecs.hpp>
 #include <vector>
 
@@ -12,11 +13,13 @@ std::size_t bytesOf(const cv::Mat& picture) {
 
 }  // namespace
 
-void FrameStore::add(long index, const cv::Mat& bgr, double now, std::string state) {
+void FrameStore::add(long index, const cv::Mat& bgr, double now, std::string state,
+                     const std::vector<CallRecord>& records) {
   auto kept = std::make_shared<Kept>();
   kept->index = index;
   kept->bgr = bgr;
   kept->at = now;
+  kept->records = std::make_shared<const std::vector<CallRecord>>(records);
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     frames_.push_back(std::move(kept));
@@ -66,6 +69,15 @@ std::shared_ptr<const std::string> FrameStore::encoded_(Kept& kept) {
     kept.jpeg = std::make_shared<const std::string>(bytes.begin(), bytes.end());
     const std::lock_guard<std::mutex> lock(mutex_);
     ++encodedCount_;
+    const auto later = std::find_if(watched_.rbegin(), watched_.rend(),
+                                    [&kept](const WatchedFrame& frame) { return frame.at <= kept.at; });
+    watched_.insert(later.base(), {kept.index, kept.at, kept.jpeg, kept.records});
+    watchedBytes_ += kept.jpeg->size();
+    while (watched_.back().at - watched_.front().at > kClipSeconds || watchedBytes_ > kClipBytes) {
+      watchedBytes_ -= watched_.front().jpeg->size();
+      watched_.pop_front();
+      if (watched_.empty()) break;
+    }
   });
   return kept.jpeg;
 }
@@ -91,6 +103,17 @@ std::shared_ptr<const std::string> FrameStore::jpeg(long index) {
     kept = find_Locked_(index);
   }
   return kept ? encoded_(*kept) : nullptr;
+}
+
+std::shared_ptr<const std::vector<CallRecord>> FrameStore::records(long index) const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  const std::shared_ptr<Kept> kept = find_Locked_(index);
+  return kept ? kept->records : nullptr;
+}
+
+std::vector<WatchedFrame> FrameStore::watched() const {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return {watched_.begin(), watched_.end()};
 }
 
 std::pair<long, long> FrameStore::range() const {

@@ -10,6 +10,9 @@
 #include <opencv2/core.hpp>
 #include <optional>
 #include <string>
+#include <vector>
+
+#include "web/clip.h"
 
 namespace host::web {
 
@@ -24,14 +27,17 @@ struct ShownFrame {
 /// same frame wait for it.
 class FrameStore {
  public:
-  static constexpr double kSeconds = 1.0;                        ///< Frames are kept for so long.
-  static constexpr std::size_t kBytes = std::size_t{256} << 20;  ///< And at most so many bytes of them.
-  static constexpr int kQuality = 80;                            ///< Of the JPEGs.
+  static constexpr double kSeconds = 1.0;                            ///< Frames are kept for so long.
+  static constexpr std::size_t kBytes = std::size_t{256} << 20;      ///< And at most so many bytes of them.
+  static constexpr double kClipSeconds = 60.0;                       ///< For so long what was encoded is kept,
+  static constexpr std::size_t kClipBytes = std::size_t{128} << 20;  ///< and so many bytes of it.
+  static constexpr int kQuality = 80;                                ///< Of the JPEGs.
 
   /// @param bgr    never written to from here on
   /// @param now    seconds of a clock that never goes back
-  /// @param state  JSON
-  void add(long index, const cv::Mat& bgr, double now, std::string state);
+  /// @param state    JSON
+  /// @param records  the frame's
+  void add(long index, const cv::Mat& bgr, double now, std::string state, const std::vector<CallRecord>& records = {});
 
   /// Something changed without a new frame, such as that none comes; waiting viewers are told at once.
   void tell(std::string state);
@@ -44,6 +50,10 @@ class FrameStore {
   cv::Mat picture(std::optional<long> index) const;
   /// The kept frame of that number encoded; null when it is not kept.
   std::shared_ptr<const std::string> jpeg(long index);
+  /// The records of a frame that is still kept; null when it is not.
+  std::shared_ptr<const std::vector<CallRecord>> records(long index) const;
+  /// What was encoded within the last minute, oldest first.
+  std::vector<WatchedFrame> watched() const;
   /// The numbers of the oldest and the newest frame that are kept; (0, -1): none.
   std::pair<long, long> range() const;
   /// What is known now, as JSON; empty before anything is.
@@ -58,6 +68,7 @@ class FrameStore {
     long index = 0;
     cv::Mat bgr;
     double at = 0.0;
+    std::shared_ptr<const std::vector<CallRecord>> records;
     std::once_flag once;
     std::shared_ptr<const std::string> jpeg;
   };
@@ -70,6 +81,8 @@ class FrameStore {
   std::size_t bytes_ = 0;
   std::string state_;
   long told_ = 0;
+  std::deque<WatchedFrame> watched_;
+  std::size_t watchedBytes_ = 0;
   long encodedCount_ = 0;
   bool closed_ = false;
 };

@@ -69,7 +69,7 @@ void Glance::take(const CallRecord& record, double now) {
     case TrackState::Inactive:
       break;
   }
-  if (now - searchedAt_ < kSearchShows_s) return become_(Standing::Searching, now);  // the guard looks for it
+  if (isSearch(record)) return become_(Standing::Searching, now);  // the guard looks for it
   if (record.isInit && !record.started) {
     why_ = explained(record.reason);
     refused_ = true;

@@ -54,12 +54,17 @@ bool RecordFeed::closed() const {
 
 void WebFront::begin(const RunInfo& info) {
   parts_.view.begin(info);
+  parts_.keeper.begin(info);
+}
+
+void WebFront::judged(const SourceFrame& frame, std::vector<CallRecord>& records) {
+  parts_.keeper.judged(frame, records);
 }
 
 void WebFront::frame(const SourceFrame& frame, const std::vector<CallRecord>& records) {
   const double now = secondsNow();
   parts_.view.frame(frame, records, now);
-  parts_.frames.add(frame.index, frame.bgr, now, asciiText(parts_.view.state(now)));
+  parts_.frames.add(frame.index, frame.bgr, now, asciiText(parts_.view.state(now)), records);
   feed_(records);
 }
 
@@ -84,6 +89,7 @@ void WebFront::stopped(const std::string& target) {
 
 void WebFront::end() {
   parts_.view.end();
+  parts_.keeper.finish("the run has ended");
   parts_.frames.tell(asciiText(parts_.view.state(secondsNow())));
   parts_.commands.close();
 }

@@ -11,6 +11,7 @@
 #include "web/command_queue.h"
 #include "web/config_book.h"
 #include "web/frame_store.h"
+#include "web/run_keeper.h"
 #include "web/run_view.h"
 
 namespace host::web {
@@ -39,13 +40,15 @@ class RecordFeed {
 
 /// What the server works on: everything in it may be used from any thread.
 struct WebParts {
-  WebParts(const std::string& configText, const std::string& preset, const std::string& schema)
-      : config(configText, preset, schema) {}
+  WebParts(const std::string& configText, const std::string& preset, const std::string& schema,
+           const std::string& saveFolder = {}, Pace pace = Pace::Source)
+      : config(configText, preset, schema), keeper(saveFolder, pace) {}
   FrameStore frames;
   RunView view;
   CommandQueue commands;
   RecordFeed records;
   ConfigBook config;
+  RunKeeper keeper;
 };
 
 /// The run's side.
@@ -54,6 +57,7 @@ class WebFront : public Front {
   explicit WebFront(WebParts& parts) : parts_(parts) {}
 
   void begin(const RunInfo& info) override;
+  void judged(const SourceFrame& frame, std::vector<CallRecord>& records) override;
   void frame(const SourceFrame& frame, const std::vector<CallRecord>& records) override;
   void noSignal(const std::vector<CallRecord>& records) override;
   void restarted(const CallRecord& record) override;

@@ -8,13 +8,16 @@
 #include <atomic>
 #include <chrono>
 #include <future>
+#include <opencv2/imgcodecs.hpp>
 #include <optional>
 #include <thread>
 
 #include "base/embedded.h"
 #include "base/host_error.h"
+#include "picture/annotate.h"
 #include "picture/box_proposal.h"
 #include "web/connection_pool.h"
+#include "web/connection_watch.h"
 #include "web/requests.h"
 #include "web/web_texts.h"
 
@@ -58,6 +61,7 @@ constexpr PageFile kPageFiles[] = {
     {"/overlay.mjs", "text/javascript; charset=utf-8", &kWebOverlay},
     {"/pick.mjs", "text/javascript; charset=utf-8", &kWebPick},
     {"/timeline.mjs", "text/javascript; charset=utf-8", &kWebTimeline},
+    {"/save.mjs", "text/javascript; charset=utf-8", &kWebSave},
     {"/settings.mjs", "text/javascript; charset=utf-8", &kWebSettings},
     {"/openapi.json", "application/json", &kWebOpenApi},
 };
@@ -124,7 +128,7 @@ class WebServer::Running {
     server_.set_error_handler([](const Request&, Response& response) {
       if (response.body.empty()) refuse(response, response.status, "this cannot be answered");
     });
-    server_.set_exception_handler([](const Request&, Response& response, std::exception_ptr thrown) {
+    server_.set_exception_handler([](const Request&, Response& response, const std::exception_ptr& thrown) {
       try {
         std::rethrow_exception(thrown);
       } catch (const BadRequest& e) {
@@ -133,6 +137,8 @@ class WebServer::Running {
         refuse(response, 500, "this went wrong here");
       }
     });
+    server_.set_logger(
+        [this](const Request& request, const Response&) { watch_.answered(request.remote_addr, request.remote_port); });
     addPage_();
     addPictures_();
     addApi_();
@@ -147,6 +153,7 @@ class WebServer::Running {
                       "--http " + addressText(options.address.host, options.address.port) +
                           ": cannot listen there; is the port taken, or the address not this machine's?");
     }
+    watch_.begin(port_);
     thread_ = std::thread([this] { server_.listen_after_bind(); });
   }
 
@@ -154,8 +161,10 @@ class WebServer::Running {
     parts_.frames.close();
     parts_.records.close();
     parts_.commands.close();
-    while (!server_.is_running()) std::this_thread::sleep_for(milliseconds(1));  // stop() before that is forgotten
+    // stop() before it runs would be forgotten; one that could not run has ended by itself.
+    for (int i = 0; i < 2000 && !server_.is_running(); ++i) std::this_thread::sleep_for(milliseconds(1));
     server_.stop();
+    watch_.end();  // who keeps a connection for later is not waited for
     thread_.join();
   }
   Running(const Running&) = delete;
@@ -180,6 +189,11 @@ class WebServer::Running {
 
   httplib::Server::HandlerResponse admit_(const Request& request, Response& response) {
     using Verdict = httplib::Server::HandlerResponse;
+    const bool stream = request.path == "/stream.mjpeg" || request.path == "/api/events" || request.path == "/api/clip";
+    if (!watch_.asked(request.remote_addr, request.remote_port, stream)) {
+      refuse(response, 400, "this was part of a request that was refused");
+      return Verdict::Handled;
+    }
     Asked asked;
     asked.peer = request.remote_addr;
     asked.method = request.method;
@@ -191,18 +205,27 @@ class WebServer::Running {
     if (verdict.status == 200) verdict = bodyVerdict_(request);
     if (verdict.status == 200) return Verdict::Unhandled;
     refuse(response, verdict.status, verdict.why);
+    // The body stays unread, and could itself look like a request, with whatever headers its sender likes.
+    if (hasBody_(request)) watch_.spoil(request.remote_addr, request.remote_port);
     if (verdict.status == 401) response.set_header("WWW-Authenticate", "Basic realm=\"csrt-track\", charset=\"UTF-8\"");
     if (verdict.status == 429 || verdict.status == 503) response.set_header("Retry-After", "1");
     return Verdict::Handled;
   }
 
+  static bool hasBody_(const Request& request) {
+    return request.has_header("Transfer-Encoding") ||
+           (request.has_header("Content-Length") && request.get_header_value("Content-Length") != "0") ||
+           (request.method != "GET" && request.method != "HEAD" && !request.has_header("Content-Length"));
+  }
+
   /// The library has no limit for a body whose length is not said, nor for what a packed one unpacks to.
   static AccessVerdict bodyVerdict_(const Request& request) {
+    const bool order = request.method != "GET" && request.method != "HEAD";
+    if (!order) return hasBody_(request) ? AccessVerdict{400, "a question has no body"} : AccessVerdict{};
+    if (request.method != "POST") return {405, "only GET, HEAD and POST are answered"};
     if (request.has_header("Transfer-Encoding") || request.has_header("Content-Encoding")) {
       return {415, "a body must be sent as it is, with its length"};
     }
-    const bool order = request.method != "GET" && request.method != "HEAD";
-    if (!order) return {};
     if (request.get_header_value_count("Content-Length") != 1) return {411, "the body's length is missing"};
     const std::string length = request.get_header_value("Content-Length");
     if (length.empty() || length.size() > 9 || length.find_first_not_of("0123456789") != std::string::npos) {
@@ -248,6 +271,10 @@ class WebServer::Running {
       response.set_content(parts_.view.metrics(secondsNow(), parts_.frames.encoded(), waiting_),
                            "text/plain; version=0.0.4; charset=utf-8");
     });
+    server_.Get("/api/still", [this](const Request& request, Response& response) { still_(request, response); });
+    server_.Get("/api/clip", [this](const Request&, Response& response) { clip_(response); });
+    server_.Get("/api/run", [this](const Request&, Response& response) { answer(response, parts_.keeper.json()); });
+    server_.Post("/api/run", [this](const Request& request, Response& response) { keepRun_(request, response); });
     server_.Post("/api/targets", [this](const Request& request, Response& response) {
       command_(startOf(objectOf(request.body)), response);
     });
@@ -310,6 +337,48 @@ class WebServer::Running {
           if (lines.empty()) text = ": nothing new\n\n";
           return sink.write(text.data(), text.size());
         });
+  }
+
+  static void attach(Response& response, const std::string& name) {
+    response.set_header("Content-Disposition", "attachment; filename=\"" + name + "\"");
+  }
+
+  void still_(const Request& request, Response& response) {
+    const Seat seat(saving_, 1);
+    if (!seat.got()) return refuse(response, 429, "another one is being saved");
+    const long newest = parts_.frames.range().second;
+    const long index =
+        request.has_param("frame") ? numberOf("frame", request.get_param_value("frame"), 0, kMostNumber) : newest;
+    const cv::Mat picture = parts_.frames.picture(index);
+    if (picture.empty()) return refuse(response, 409, "that frame is no longer kept, or there is none yet");
+    const auto records = parts_.frames.records(index);
+    const bool drawn = request.has_param("drawn") && request.get_param_value("drawn") == "1" && records;
+    std::vector<unsigned char> bytes;
+    cv::imencode(".png", drawn ? Annotator().draw(picture, *records) : picture, bytes);
+    attach(response, "csrt-frame-" + std::to_string(index) + ".png");
+    response.set_content(std::string(bytes.begin(), bytes.end()), "image/png");
+  }
+
+  void clip_(Response& response) {
+    const Seat seat(saving_, 1);
+    if (!seat.got()) return refuse(response, 429, "another one is being saved");
+    const std::vector<WatchedFrame> frames = parts_.frames.watched();
+    if (frames.empty()) return refuse(response, 409, "nobody has watched within the last minute");
+    attach(response,
+           "csrt-frames-" + std::to_string(frames.front().index) + "-" + std::to_string(frames.back().index) + ".mp4");
+    response.set_content(clipOf(frames), "video/mp4");
+  }
+
+  void keepRun_(const Request& request, Response& response) {
+    const nlohmann::json body = objectOf(request.body);
+    if (!body.contains("keep") || !body["keep"].is_boolean()) throw BadRequest(422, "'keep' must be true or false");
+    if (!parts_.keeper.canSave()) return refuse(response, 409, "no folder for runs was given (--http-save)");
+    if (!body["keep"].get<bool>()) {
+      parts_.keeper.finish("a person ended it");
+    } else if (!parts_.keeper.tryArm()) {
+      return refuse(response, 409, "a run is being saved already");
+    }
+    answer(response, parts_.keeper.json());
   }
 
   /// Asks the run. Nothing when it did not answer in time or is over; the refusal is then written.
@@ -388,6 +457,7 @@ class WebServer::Running {
       if (!given->done) return refuse(response, 409, given->why);
     }
     parts_.config.commit(change.text, preset);
+    if (!change.text.empty()) parts_.keeper.configured(parts_.config.download());
     parts_.view.configured();
     answer(response, {{"ok", true}, {"changed", change.text.empty() ? Json::object() : Json::parse(change.text)}});
   }
@@ -396,10 +466,12 @@ class WebServer::Running {
 
   WebParts& parts_;
   Access access_;
+  ConnectionWatch watch_;
   httplib::Server server_;
   int port_ = 0;
   std::atomic<int> waiting_{0};
   std::atomic<int> proposing_{0};
+  std::atomic<int> saving_{0};
   std::mutex configuring_;
   std::thread thread_;
 };

@@ -10,6 +10,7 @@
 
 namespace host::web {
 
+/// Where the page is served, and to whom.
 struct WebOptions {
   ListenAddress address;
   std::string token;               ///< Asked of everybody; empty: of nobody, which only loopback allows.

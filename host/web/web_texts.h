@@ -12,6 +12,7 @@ extern const char* const kWebGeometry;  ///< page/geometry.mjs
 extern const char* const kWebOverlay;   ///< page/overlay.mjs
 extern const char* const kWebPick;      ///< page/pick.mjs
 extern const char* const kWebTimeline;  ///< page/timeline.mjs
+extern const char* const kWebSave;      ///< page/save.mjs
 extern const char* const kWebSettings;  ///< page/settings.mjs
 extern const char* const kWebOpenApi;   ///< openapi.json
 

@@ -4,6 +4,7 @@
 #include <complex>
 #include <functional>
 #include <opencv2/core.hpp>
+#include <opencv2/imgproc.hpp>
 #include <vector>
 
 #include "correlation_filter.h"
@@ -77,6 +78,12 @@ struct Case {
   int rounds;
 };
 
+/// For messages: without it the test framework prints bytes, those between the members too.
+void PrintTo(const Case& c, std::ostream* out) {
+  *out << c.size << ", mask " << c.mask << (c.columnsFirst ? ", columns first, " : ", rows first, ") << c.rounds
+       << " rounds";
+}
+
 class FilterTest : public testing::TestWithParam<Case> {};
 
 TEST_P(FilterTest, AnswersAsThePublishedMethod) {
@@ -124,7 +131,57 @@ INSTANTIATE_TEST_SUITE_P(
                     Case{{50, 50}, {10, 20, 30, 8}, false, 4}, Case{{37, 41}, {0, 0, 37, 41}, true, 4},
                     Case{{37, 41}, {35, 0, 2, 41}, false, 4}, Case{{16, 30}, {5, 5, 1, 1}, true, 2},
                     Case{{21, 14}, {3, 4, 6, 5}, false, 0}, Case{{2, 2}, {0, 0, 1, 1}, true, 4},
-                    Case{{62, 62}, {20, 20, 21, 22}, true, 1}, Case{{22, 26}, {0, 0, 22, 26}, true, 4}));
+                    Case{{62, 62}, {20, 20, 21, 22}, true, 1}, Case{{22, 26}, {0, 0, 22, 26}, true, 4},
+                    // Lengths that are and are not multiples of four or two, with even and odd masks.
+                    Case{{80, 80}, {29, 29, 20, 20}, false, 4}, Case{{80, 77}, {28, 31, 21, 12}, true, 4},
+                    Case{{77, 80}, {1, 1, 70, 79}, false, 3}, Case{{46, 50}, {3, 0, 43, 50}, true, 4},
+                    Case{{4, 6}, {1, 1, 2, 3}, false, 4}, Case{{8, 2}, {0, 0, 8, 2}, true, 4},
+                    Case{{12, 9}, {11, 8, 1, 1}, false, 4}));
+
+/// Where the peak of an answer lies: its largest element, and a parabola through that and its neighbours in the row.
+double peakAlongRow(const cv::Mat& answer) {
+  cv::Mat plane;
+  answer.convertTo(plane, CV_64F);
+  cv::Point peak;
+  cv::minMaxLoc(plane, nullptr, nullptr, nullptr, &peak);
+  const auto value = [&](int x) { return plane.at<double>(peak.y, (x + plane.cols) % plane.cols); };
+  const double before = value(peak.x - 1), middle = value(peak.x), after = value(peak.x + 1);
+  return peak.x + 0.5 * (after - before) / (2 * middle - after - before);
+}
+
+// A box is whole pixels: it stays the same as long as its place is known well enough.
+TEST(Filter, PeaksWhereDoublesPutThePeak) {
+  constexpr double kElements = 2e-6;  // of a float's last digits, of 50 elements
+  for (const int n : {50, 77, 80})
+    for (const int seed : {1, 2, 3}) {
+      const cv::Size size(n, n);
+      const cv::Mat labels = gaussianLabels(1.f, size);
+      cv::Mat feature, seen, labels64, mask = cv::Mat::zeros(size, CV_32FC1);
+      mask(cv::Rect(n / 3, n / 3, n / 4, n / 4)) = 1.f;
+      cv::GaussianBlur(randomPlane(size, seed), feature, {}, 1.5);
+      const cv::Mat moved = (cv::Mat_<double>(2, 3) << 1, 0, 0.37, 0, 1, -0.2);
+      cv::warpAffine(feature, seen, moved, size);
+      CorrelationFilter::Settings settings;
+      settings.channels = 1;
+      settings.weighted = false;
+      const auto planes = [](const cv::Mat& plane) {
+        std::vector<float> out(plane.total() * kBlock, 0.f);
+        for (std::size_t i = 0; i < plane.total(); ++i) out[i * kBlock] = plane.ptr<float>()[i];
+        return out;
+      };
+      labels.convertTo(labels64, CV_64FC2);
+      const Plane h = filterOf(feature, labels64, mask, 4);
+      const cv::Mat expected =
+          inverse(each(forward(seen), h, h, [](Complex a, Complex b, Complex) { return a * std::conj(b); }));
+      for (const Kernels* set : {&baselineKernels(), &kernels()}) {
+        CorrelationFilter filter;
+        filter.setup(*set, labels, settings);
+        filter.learnFirst(planes(feature).data(), mask);
+        EXPECT_NEAR(peakAlongRow(filter.respond(planes(seen).data())), peakAlongRow(expected), kElements)
+            << set->name << ", " << n << " elements, seed " << seed;
+      }
+    }
+}
 
 TEST(Filter, IsZeroWithoutAMask) {
   CorrelationFilter filter;

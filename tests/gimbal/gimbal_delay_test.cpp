@@ -4,6 +4,7 @@
 #include <cmath>
 
 #include "gimbal/delay_estimator.h"
+#include "gimbal/delay_watch.h"
 #include "gimbal_plant.h"
 
 namespace gimbal {
@@ -97,6 +98,38 @@ TEST(GimbalDelay, StartsAnewOnAnotherTargetWithoutMeasuringAcross) {
     estimator.seen(t_s, {i % 40 < 20 ? 10.0 : -10.0, 0.0});
   }
   EXPECT_FALSE(estimator.stale_s());
+}
+
+TEST(GimbalDelay, IsSaidOnceItIsFoundTwice) {
+  Plant plant;
+  plant.stale_s = 0.12;
+  plant.target = [](double) { return PanTilt{20.0, -5.0}; };
+  ControllerParams params;
+  params.stale_s = plant.stale_s;
+  Controller controller(params);
+  DelayWatch watch;
+  connect(plant, controller);
+  int news = 0;
+  double last_s = 0.0;
+  plant.onAngles = [&](double t_s, const PanTilt& angles) {
+    controller.angles(t_s, angles);
+    watch.angles(t_s, angles);
+    if (const auto found = watch.news(t_s)) {
+      ++news;
+      last_s = *found;
+    }
+  };
+  plant.onSeen = [&](double t_s, const PanTilt& off) {
+    controller.seen(t_s, off);
+    watch.seen(t_s, off);
+  };
+  EXPECT_EQ(watch.sentence(), "");
+  plant.run(4.0);
+  EXPECT_EQ(news, 1);
+  EXPECT_NEAR(last_s, 0.12, 0.02);
+  EXPECT_EQ(watch.applied_s(), last_s);
+  EXPECT_EQ(watch.sentence().find("the camera's angles are 1"), 0u) << watch.sentence();
+  EXPECT_NE(watch.sentence().find(" ms behind the picture"), std::string::npos);
 }
 
 }  // namespace

@@ -124,6 +124,39 @@ TEST_F(GuardTest, DoesNotTakeALookalikeForTheTargetThatWasThereBefore) {
   for (int i = 0; i < 12; ++i) EXPECT_FALSE(judge({}).restart) << i;
 }
 
+TEST_F(GuardTest, WaitsWhereTwoMayBeTheTarget) {
+  visible = false;
+  for (int i = 0; i < 8; ++i) judge({});
+  const cv::Rect there = walk();
+  const int apart = 2 * kPerson.width;
+  otherClothes = kRedBlue;
+  visible = drawOther = true;
+  for (int i = 0; i < 12; ++i) {
+    person = there + cv::Point(-apart, 0);
+    other = there + cv::Point(apart, 0);
+    EXPECT_FALSE(judge({}).restart) << i;
+    EXPECT_EQ(verdict.state, State::Searching);
+    EXPECT_FALSE(verdict.seen);
+  }
+  EXPECT_LT(verdict.belief.value(), 0.75);
+}
+
+TEST_F(GuardTest, KeepsLookingForTheSizeThatTheTargetHad) {
+  for (int i = 1; i <= 10; ++i) {  // the tracker's box shrinks, and stays on the target
+    const cv::Rect box = walk();
+    const cv::Size small(box.width - i, box.height - 3 * i);
+    judge({cv::Rect(box.tl() + cv::Point(i / 2, 3 * i / 2), small), true});
+  }
+  EXPECT_GT(framesToRestart(10), 0) << verdict.reason;
+  EXPECT_GT(overlapOf(*verdict.box, person), 0.5);
+}
+
+TEST_F(GuardTest, SaysHowLikelyAFindIs) {
+  ASSERT_GT(framesToRestart(10), 0) << verdict.reason;
+  EXPECT_GE(verdict.belief.value(), 0.75);
+  EXPECT_LE(verdict.belief.value(), 1.0);
+}
+
 TEST_F(GuardTest, SaysTheSameEveryTime) {
   Guard again;
   GuardTest::person = personAt(200, 150);

@@ -2,11 +2,16 @@
 // coordinate differs. Exit status: 0 equal, 1 not equal, 2 the engine computes nothing itself or bad arguments.
 //
 // usage: engine_equality [--short] [--clip FILE] [--pictures FOLDER]... [--starts N] [--frames N] [--seed N]
+//                        [--answers FILE]
+//
+// --answers writes OpenCV's answers, a line each: two runs, one of them with OPENCV_CPU_DISABLE=AVX2 in the
+// environment, say how often OpenCV's tracker differs from itself on another processor.
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <fstream>
 #include <functional>
 #include <opencv2/core/utility.hpp>
 #include <opencv2/core/utils/logger.hpp>
@@ -28,6 +33,7 @@ struct Options {
   int starts = 220;
   int frames = 60;  ///< Of a run.
   std::uint64_t seed = 1;
+  std::string answers;  ///< File for OpenCV's answers; empty: none.
 };
 
 long numberOf(const char* text, const char* what) {
@@ -54,6 +60,8 @@ Options parse(int argc, char** argv) {
       options.material.clip = valueAfter(i);
     } else if (name == "--pictures") {
       options.material.pictures.emplace_back(valueAfter(i));
+    } else if (name == "--answers") {
+      options.answers = valueAfter(i);
     } else if (name == "--starts") {
       options.starts = static_cast<int>(numberOf(valueAfter(i), "--starts"));
     } else if (name == "--frames") {
@@ -131,6 +139,8 @@ int run(const Options& options) {
     std::fprintf(stderr, "engine_equality: nothing to compare: %s\n", usual.why.c_str());
     return 2;
   }
+  std::ofstream answers(options.answers, std::ios::binary);  // at once: a wrong name is found before the work
+  if (!options.answers.empty() && !answers) throw std::runtime_error("cannot write '" + options.answers + "'");
   const std::vector<Sequence> sequences = makeSequences(options.material);
   std::vector<Row> rows = rowsOf(sequences, options);
   std::printf("OpenCV %s, engine with %s\n", cv::getVersionString().c_str(), csrt_engine::instructionSet());
@@ -144,6 +154,8 @@ int run(const Options& options) {
     starts += row.starts.size();
   }
   print("all", starts, all);
+  answers << all.answers << std::flush;
+  if (!options.answers.empty() && !answers) throw std::runtime_error("cannot write '" + options.answers + "'");
   if (all.different == 0) {
     std::printf("equal: no coordinate differs on %ld frames\n", all.frames);
     return 0;

@@ -2,10 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iomanip>
 #include <opencv2/imgproc.hpp>
 #include <sstream>
 
 #include "csrt_engine/csrt_engine.h"
+#include "tracker.h"
 
 namespace equality {
 namespace {
@@ -48,8 +50,20 @@ std::string words(const Answer& answer) {
   return text.str();
 }
 
+/// What was rounded to the box: a difference that comes from last digits alone lies at a half.
+std::string beforeRounding(const cv::tracking::TrackerCSRT& engine) {
+  const auto* own = dynamic_cast<const csrt_engine::EngineTracker*>(&engine);
+  const cv::Rect2f box = own != nullptr ? own->unrounded() : cv::Rect2f();
+  if (box.empty()) return "";
+  std::ostringstream text;
+  text << std::fixed << std::setprecision(5) << ", before rounding " << box.width << " x " << box.height << " from ("
+       << box.x << ", " << box.y << ")";
+  return text.str();
+}
+
 void judge(const Answer& opencv, const Answer& engine, const Start& start, int frame, Comparison& all) {
   ++all.frames;
+  all.answers += words(opencv) + "\n";
   all.exceptions += opencv.thrown != 0 ? 1 : 0;
   all.lost += opencv.thrown == 0 && !opencv.found ? 1 : 0;
   if (opencv == engine) return;
@@ -102,6 +116,7 @@ void Comparison::add(const Comparison& other) {
   lost += other.lost;
   exceptions += other.exceptions;
   if (first.empty()) first = other.first;
+  answers += other.answers;
 }
 
 std::vector<Start> startsOn(const Sequence& sequence, int count, std::uint64_t seed) {
@@ -141,14 +156,19 @@ Comparison compare(const Start& start, int frames) {
     });
   };
   Comparison all;
+  const auto judged = [&](const Answer& a, const Answer& b, int frame) {
+    const bool isFirst = all.first.empty();
+    judge(a, b, start, frame, all);
+    if (isFirst && !all.first.empty()) all.first += beforeRounding(*engine);
+  };
   const Answer begun = begin(*opencv);
-  judge(begun, begin(*engine), start, 0, all);
+  judged(begun, begin(*engine), 0);
   const int last = std::min(static_cast<int>(start.sequence->frames.size()), start.first + frames);
   for (int i = start.first + 1; begun.thrown == 0 && i < last; ++i) {
     const cv::Mat& picture = start.sequence->frames[static_cast<std::size_t>(i)];
     const Answer a = answerOf([&](cv::Rect& box) { return opencv->update(picture, box); });
     const Answer b = answerOf([&](cv::Rect& box) { return engine->update(picture, box); });
-    judge(a, b, start, i - start.first, all);
+    judged(a, b, i - start.first);
     if (a.thrown != 0 || b.thrown != 0) break;
   }
   return all;

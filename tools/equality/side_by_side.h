@@ -25,6 +25,7 @@ struct Comparison {
   long lost = 0;        ///< On which OpenCV's tracker lost its target.
   long exceptions = 0;  ///< On which OpenCV's tracker threw.
   std::string first;    ///< The first difference in words; empty: none.
+  std::string answers;  ///< OpenCV's answers, a line each.
 
   void add(const Comparison& other);
 };

@@ -116,8 +116,8 @@ def stream_types(data):
     return [kind for kind, _, _ in streams_of(next(packet for packet in packets if pid_of(packet) == table))]
 
 
-# What a table says of a stream of synchronous KLV: its registration, the metadata descriptor (any application, format KLVA, service 0)
-# and the one on its buffers.
+# What a table says of a stream of synchronous KLV: its registration, the metadata descriptor (any application, format
+# KLVA, service 0) and the one on its buffers.
 SYNCHRONOUS_WORDS = bytes.fromhex("05044B4C5641" "26090100FF4B4C5641000F" "2709C00000C00000C00000")
 
 

@@ -20,8 +20,8 @@ def pan_at(number):
 class CameraChecks:
     def read_by_ffmpeg(self, path):
         """The packets in a file as ffmpeg hands them out, as bytes."""
-        return subprocess.run(["ffmpeg", "-nostdin", "-loglevel", "quiet", "-i", path, "-map", "0:d", "-c", "copy", "-f",
-                               "data", "-"], capture_output=True, check=False, timeout=30).stdout
+        return subprocess.run(["ffmpeg", "-nostdin", "-loglevel", "quiet", "-i", path, "-map", "0:d", "-c", "copy",
+                               "-f", "data", "-"], capture_output=True, check=False, timeout=30).stdout
 
     def read_by_gstreamer(self, path):
         """The same of GStreamer's tsdemux, which knows asynchronous packets alone in the version of Debian 12."""
@@ -78,8 +78,10 @@ class CameraChecks:
             packets = split_packets(by_ffmpeg)
             with open(table, encoding="utf-8") as rows:
                 wanted = [json.loads(row)["pan_deg"] % 360 for row in rows if row.strip()]
-            right = [abs((degrees_of(packet, 18) - pan + 180) % 360 - 180) < 1e-4 for packet, pan in zip(packets, wanted)]
-            self.judge("KLV of a simulated flight", by_ffmpeg == by_gst and len(packets) == len(wanted) > 10 and all(right),
+            right = [abs((degrees_of(packet, 18) - pan + 180) % 360 - 180) < 1e-4
+                     for packet, pan in zip(packets, wanted)]
+            self.judge("KLV of a simulated flight",
+                       by_ffmpeg == by_gst and len(packets) == len(wanted) > 10 and all(right),
                        f"{len(packets)} packets for {len(wanted)} frames, {len(by_ffmpeg)} bytes by ffmpeg, "
                        f"{len(by_gst)} by tsdemux {done.stderr.strip()}")
 
@@ -95,13 +97,14 @@ class CameraChecks:
             with open(changed, "rb") as file:
                 types = stream_types(file.read())
             by_ffmpeg = self.read_by_ffmpeg(changed)
+            count = len(split_packets(by_ffmpeg))
             self.judge("synchronous KLV is what others take it for",
-                       0x15 in types and 0x06 not in types and len(split_packets(by_ffmpeg)) == FRAMES,
-                       f"types {', '.join(hex(kind) for kind in types)}, {len(split_packets(by_ffmpeg))} packets {said}")
+                       0x15 in types and 0x06 not in types and count == FRAMES,
+                       f"types {', '.join(hex(kind) for kind in types)}, {count} packets {said}")
             for name, path in (("asynchronous", asynchronous), ("synchronous", changed)):
                 port = free_port(socket.SOCK_DGRAM)
-                with Sender("ffmpeg", "-nostdin", "-loglevel", "quiet", "-re", "-stream_loop", "3", "-i", path, "-map", "0",
-                            "-c", "copy", "-f", "mpegts", f"udp://127.0.0.1:{port}?pkt_size=1316", ready=False):
+                with Sender("ffmpeg", "-nostdin", "-loglevel", "quiet", "-re", "-stream_loop", "3", "-i", path, "-map",
+                            "0", "-c", "copy", "-f", "mpegts", f"udp://127.0.0.1:{port}?pkt_size=1316", ready=False):
                     lines, said = self.probe(f"udp://127.0.0.1:{port}", 3)
                 end = lines[-1] if lines else {}
                 self.judge(f"{name} KLV in a stream", end.get("packets", 0) > 5 and end.get("packets_refused") == 0 and
@@ -127,7 +130,8 @@ class CameraChecks:
         with open(path, "wb") as file:
             file.write(broken)
         with open(path, "rb") as file:
-            done = subprocess.run([self.probe_program, "-", "10"], stdin=file, capture_output=True, text=True, timeout=40)
+            done = subprocess.run([self.probe_program, "-", "10"], stdin=file, capture_output=True, text=True,
+                                  timeout=40)
         end = json.loads(done.stdout.splitlines()[-1]) if done.stdout else {}
         self.judge("KLV with a wrong checksum", end.get("packets_refused") == count // 5 and
                    end.get("packets") == count - count // 5,
@@ -152,10 +156,10 @@ class CameraChecks:
             thread.start()
             while not os.path.exists(path):
                 time.sleep(0.01)
-            process = subprocess.Popen([self.track_program, "track", f"rtsp://127.0.0.1:{port}/test", "--box", "560,160,48,64",
-                                        "--set", "preposition.enabled=true", "--metadata", path, "--records", "-",
-                                        "--frames", "100"], stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
-                                       stdin=subprocess.DEVNULL)
+            process = subprocess.Popen([self.track_program, "track", f"rtsp://127.0.0.1:{port}/test", "--box",
+                                        "560,160,48,64", "--set", "preposition.enabled=true", "--metadata", path,
+                                        "--records", "-", "--frames", "100"], stdout=subprocess.PIPE,
+                                       stderr=subprocess.PIPE, text=True, stdin=subprocess.DEVNULL)
             records = []
             try:
                 for line in process.stdout:
@@ -172,10 +176,12 @@ class CameraChecks:
                 process.wait(timeout=5)
                 process.stdout.close()
                 process.stderr.close()
-            asked = [out["value"] for out in records[0]["outputs"] if out["name"] == "gimbal_preposition.v1"] if records else []
+            first = records[0]["outputs"] if records else []
+            asked = [out["value"] for out in first if out["name"] == "gimbal_preposition.v1"]
             waited = [record["state"] for record in records[:20]].count("waiting")
             states = {record["state"] for record in records[40:]}
             pan = asked[0].get("target_pan_deg", 0) if asked else 0
             self.judge("a sidecar that grows", status == 0 and abs(pan - 29.75) < 0.2 and waited == 20 and
                        "waiting" not in states and states and "1 line of the metadata not understood" in said,
-                       f"asked for pan {pan:.2f}, waited {waited} of 20 frames, then {' '.join(sorted(states))}; {said[-60:]}")
+                       f"asked for pan {pan:.2f}, waited {waited} of 20 frames, then {' '.join(sorted(states))}; "
+                       f"{said[-60:]}")

@@ -50,9 +50,9 @@ def own_sender(kind, port, seconds, *more):
 
 def test_picture(seconds, codec, *more, size="640x360"):
     """A command of ffmpeg that sends a moving test picture at its own rate; where to comes behind it."""
-    encode = ["-c:v", "libx264", "-tune", "zerolatency", "-g", "25"] if codec == "h264" else ["-c:v", codec, "-q:v", "5"]
-    return ["ffmpeg", "-nostdin", "-loglevel", "quiet", "-re", "-f", "lavfi", "-i", f"testsrc2=size={size}:rate=25", "-t",
-            str(seconds), *encode, *more]
+    encode = ["libx264", "-tune", "zerolatency", "-g", "25"] if codec == "h264" else [codec, "-q:v", "5"]
+    return ["ffmpeg", "-nostdin", "-loglevel", "quiet", "-re", "-f", "lavfi", "-i", f"testsrc2=size={size}:rate=25",
+            "-t", str(seconds), "-c:v", *encode, *more]
 
 
 def wait_until_listening(port, limit=10.0):
@@ -76,8 +76,9 @@ def certificate(room):
 
 
 class HttpCamera:
-    """A camera that sends over HTTP: /cam has the stream of `command` (a process that writes it to its standard output),
-    everything else is not there. With `user` ("name:password") asks for it; with `tls` (certificate, key) over TLS."""
+    """A camera that sends over HTTP: /cam has the stream of `command` (a process that writes it to its standard
+    output), everything else is not there. With `user` ("name:password") asks for it; with `tls` (certificate, key) over
+    TLS."""
 
     def __init__(self, command, kind, user=None, tls=None):
         self.children = []

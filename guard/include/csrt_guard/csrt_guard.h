@@ -26,6 +26,7 @@ struct Answer {
   bool seen = false;            ///< The tracker claims to see the target, not only to predict it.
 };
 
+/// What the guard makes of the target.
 enum class State {
   Unguarded,  ///< Nothing can be judged (not started, no picture, a target like its surroundings): passed on as it is.
   Agreed,     ///< The tracker's box shows the target.
@@ -37,6 +38,7 @@ enum class State {
 /// "unguarded", "agreed", ...
 const char* name(State state);
 
+/// What it decided on one frame, and on what grounds.
 struct Verdict {
   State state = State::Unguarded;
   std::optional<cv::Rect> box;  ///< What to report, full-frame pixels; empty: nothing.
@@ -47,26 +49,34 @@ struct Verdict {
   std::optional<double> likeness;  ///< Of the box; empty where there was none to look at.
   std::optional<double> usual;     ///< What the target has on average.
   std::optional<double> around;    ///< What the places beside the target have on average.
+  std::optional<double> belief;    ///< Of a find: how likely it is the target rather than something else, [0, 1].
   int framesLost = 0;              ///< Frames since the guard last agreed.
 };
 
-/// Likeness is judged on a scale of the target's own: 0 is what its surroundings have, 1 what it usually has.
+/// Likeness is judged as a margin, on a scale of the target's own: 0 is what its surroundings have, 1 what it usually
+/// has. Rates are shares of what is new, a frame.
 struct Settings {
-  double doubtBelow = 0.5;    ///< Closer to the surroundings than to the target.
+  double doubtBelow = 0.5;    ///< Margin: closer to the surroundings than to the target.
   int doubtFrames = 3;        ///< So many doubtful frames in a row make a loss.
-  double acceptNear = 0.85;   ///< A find where the target is expected needs so much ...
-  double acceptFar = 0.95;    ///< ... and at the edge of the search so much.
-  double standOut = 0.25;     ///< Weight of a find's contrast with its sides when several are likely.
-  int confirmFrames = 2;      ///< Frames in a row in which a find must be at one place.
+  double driftRate = 0.15;    ///< Of a mean of the margin ...
+  double driftBelow = 0.6;    ///< ... which is doubtful as well when it falls below this.
+  double sureFrom = 0.8;      ///< A box of this margin says where the target goes and what it looks like of late.
+  double recentRate = 0.1;    ///< Of what it looks like of late.
+  double believe = 0.75;      ///< How likely a find must be the target, rather than anything else that is found.
+  int confirmFrames = 4;      ///< Frames in which it must be found ...
+  double sure = 0.95;         ///< ... and from this likelihood on ...
+  int sureFrames = 2;         ///< ... so many.
   int predictFrames = 10;     ///< A lost target is predicted for so many frames; then nothing is reported.
-  double learnFrom = 0.9;     ///< A box this much like the target teaches what it looks like now.
-  double learnRate = 0.02;    ///< Slowest share of a new picture; 0: only the first counts.
-  int learnFrames = 100;      ///< After so many pictures nothing is learnt any more.
+  double usualFrom = 0.85;    ///< A box of this margin teaches what likeness is usual ...
+  double learnFrom = 0.9;     ///< ... and one of this what the target looks like in the long run ...
+  double learnRate = 0.02;    ///< ... at least at this rate; 0: only the first picture counts ...
+  int learnFrames = 100;      ///< ... from so many pictures.
   int checkEvery = 3;         ///< Every so many frames what else looks like the target is remembered; 0: never.
   double othersWithin = 2.5;  ///< How far from the target that is looked for, in its diagonals.
   double minContrast = 0.08;  ///< Usual likeness less that of the surroundings from which the guard can judge.
 };
 
+/// Watches one target. Not thread-safe; one call per frame.
 class Guard {
  public:
   explicit Guard(const Settings& settings = Settings());

@@ -12,6 +12,7 @@ extern "C" {
 
 namespace live {
 
+/// Frees what libavformat and libavcodec hand out.
 struct AvFree {
   void operator()(AVCodecContext* context) const { avcodec_free_context(&context); }
   void operator()(AVFrame* frame) const { av_frame_free(&frame); }
@@ -21,6 +22,7 @@ struct AvFree {
 template <typename T>
 using AvOwned = std::unique_ptr<T, AvFree>;
 
+/// The library's words for an error. @param error  a negative AVERROR
 inline std::string avWords(int error) {
   char text[AV_ERROR_MAX_STRING_SIZE] = {};
   av_strerror(error, text, sizeof text);

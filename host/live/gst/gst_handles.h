@@ -7,6 +7,7 @@
 
 namespace live {
 
+/// Gives GStreamer's objects back.
 struct GstUnref {
   void operator()(void* object) const { gst_object_unref(object); }
   void operator()(GstSample* sample) const { gst_sample_unref(sample); }

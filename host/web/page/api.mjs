@@ -28,6 +28,14 @@ export async function order(path, what) {
   return body;
 }
 
+/// A file that the program makes: { blob, name }.
+export async function fetchFile(path) {
+  const response = await fetch(path, { cache: 'no-store' });
+  if (!response.ok) throw new Refusal(response.status, await bodyOf(response));
+  const name = /filename="([^"]+)"/.exec(response.headers.get('Content-Disposition') || '');
+  return { blob: await response.blob(), name: name ? name[1] : 'csrt-track' };
+}
+
 /// What a JPEG says about itself in the comment behind its first mark, as JSON; null where there is none.
 export function commentOf(bytes) {
   if (bytes.length < 6 || bytes[0] !== 0xFF || bytes[1] !== 0xD8 || bytes[2] !== 0xFF || bytes[3] !== 0xFE) return null;

@@ -2,6 +2,7 @@
 import { nextFrame, order } from './api.mjs';
 import { drawOverlay, looks, Trails } from './overlay.mjs';
 import { Picker } from './pick.mjs';
+import { Saving } from './save.mjs';
 import { Settings } from './settings.mjs';
 import { Timeline } from './timeline.mjs';
 
@@ -17,6 +18,7 @@ let lastWords = '';
 const trails = new Trails();
 const timeline = new Timeline();
 const settings = new Settings();
+new Saving();
 const shown = {};
 
 const picker = new Picker(byId('stage'), {
@@ -88,7 +90,7 @@ function stepBanner() {
   byId('rate').textContent = state.rate.toFixed(1) + ' /s';
   byId('score').textContent = target?.score === undefined ? '–' : target.score.toFixed(2);
   byId('number').textContent = state.frame < 0 ? '–' : state.frame;
-  banner.title = 'frame ' + state.frame;
+  banner.title = words;
 }
 
 function showBanner(standing, words, more) {

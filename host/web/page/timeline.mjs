@@ -17,12 +17,12 @@ const lanes = { id: 'lanes', beforeDatasetsDraw(chart) {
   ctx.rect(area.left, area.top, area.width, area.height);
   ctx.clip();
   for (const row of rows) {
-    const left = x.getPixelForValue(row.t), right = x.getPixelForValue(row.t + step);
+    const left = Math.floor(x.getPixelForValue(row.t)), right = Math.ceil(x.getPixelForValue(row.t + step));
     names.forEach((name, i) => {
       const target = row.targets[name];
       if (!target || target[0] === 'idle') return;
       ctx.fillStyle = strips[target[0]];
-      ctx.fillRect(left, area.top + i * height + 2, Math.max(right - left + .5, 1), height - 4);
+      ctx.fillRect(left, area.top + i * height + 2, right - left, height - 4);
     });
   }
   ctx.restore();
@@ -77,7 +77,7 @@ export class Timeline {
     const shown = this.rows.filter(row => this.now - row.t <= this.span + 1).map(row => ({ ...row, t: row.t - this.now }));
     const names = [...new Set(shown.flatMap(row => Object.keys(row.targets)))].sort();
     byId('noTargets').hidden = names.length > 0;
-    byId('strip').parentElement.hidden = !names.length;
+    byId('strip').parentElement.hidden = byId('stripKey').hidden = !names.length;
     byId('scores').parentElement.hidden = !names.length;
     byId('strip').parentElement.style.height = 46 + 22 * Math.max(names.length, 1) + 'px';
     if (names.length) {

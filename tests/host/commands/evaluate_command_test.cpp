@@ -64,7 +64,7 @@ TEST_F(ScriptedSequence, FiguresFollowFromTheScript) {
   EXPECT_EQ(f["losses"], 1);
   EXPECT_EQ(f["recoveries"], 0);
   EXPECT_EQ(f["updates"], 10);
-  EXPECT_EQ(json["run"]["pace"], "fast");
+  EXPECT_EQ(json["run"]["pace"], "video");
 }
 
 TEST_F(ScriptedSequence, BoxesWhileTheTargetIsAbsentAreCounted) {

@@ -5,6 +5,11 @@
 
 #include <cmath>
 #include <limits>
+#include <random>
+#include <utility>
+#include <vector>
+
+#include "simulator/gimbal_component.h"
 
 namespace host::link {
 namespace {
@@ -211,6 +216,85 @@ TEST_F(GimbalClientTest, ReadsItsOwnGimbalOnly) {
   EXPECT_TRUE(client.receive(frame, now_s));
   message.gimbal_device_id = 2;
   EXPECT_FALSE(client.receive(mavlink::toFrame(message), now_s));
+}
+
+/// A line that loses, copies and reorders.
+class BadLine {
+ public:
+  explicit BadLine(unsigned seed) : rng_(seed) {}
+  void put(std::vector<mavlink::Frame> frames, double now_s) {
+    for (mavlink::Frame& frame : frames) {
+      const int copies = happens_(0.1) ? 0 : happens_(0.1) ? 2 : 1;
+      for (int i = 0; i < copies; ++i) underWay_.emplace_back(now_s + (happens_(0.1) ? 0.15 : 0.01), frame);
+    }
+  }
+  std::vector<mavlink::Frame> take(double now_s) {
+    std::vector<mavlink::Frame> arrived;
+    std::vector<std::pair<double, mavlink::Frame>> later;
+    for (auto& one : underWay_) {
+      if (one.first > now_s) {
+        later.push_back(std::move(one));
+      } else {
+        arrived.push_back(std::move(one.second));
+      }
+    }
+    underWay_ = std::move(later);
+    return arrived;
+  }
+
+ private:
+  bool happens_(double share) { return std::uniform_real_distribution<>(0, 1)(rng_) < share; }
+  std::mt19937 rng_;
+  std::vector<std::pair<double, mavlink::Frame>> underWay_;
+};
+
+TEST(GimbalOverABadLine, IsTakenLostAndTakenBackWithoutAStuckState) {
+  for (unsigned seed = 1; seed <= 20; ++seed) {
+    CameraComponent camera({}, 0.0);
+    GimbalClient client(camera, PanFrame::Vehicle);
+    sim::GimbalComponent gimbal(1);
+    BadLine there(seed), back(seed + 1000);
+    std::optional<sim::GimbalOrder> order;
+    double now_s = 0.0;
+    const auto live = [&](double seconds, double rate_dps) {
+      for (const double end_s = now_s + seconds; now_s < end_s; now_s += 0.02) {
+        client.tick(now_s);
+        client.turn({rate_dps, 0.0});
+        there.put(camera.takeOutgoing(), now_s);
+        for (const mavlink::Frame& frame : there.take(now_s)) gimbal.receive(frame, now_s);
+        while (const auto next = gimbal.takeOrder()) order = next;
+        gimbal.tick(now_s);
+        back.put(gimbal.takeOutgoing(), now_s);
+        for (const mavlink::Frame& frame : back.take(now_s)) client.receive(frame, now_s);
+      }
+    };
+    live(8.0, 0.0);
+    ASSERT_TRUE(client.found()) << seed;
+    client.want(now_s);
+    live(8.0, 5.0);
+    ASSERT_TRUE(client.controls()) << seed;
+    ASSERT_TRUE(order);
+    EXPECT_NEAR(order->value.pan, 5.0, 1e-4) << seed;
+
+    mavlink::CommandLong theirs;
+    theirs.command = mavlink::kCmdDoGimbalManagerConfigure;
+    theirs.param1 = 255;
+    theirs.param2 = 190;
+    mavlink::Frame taken = mavlink::toFrame(theirs);
+    taken.system = 255;
+    taken.component = 190;
+    gimbal.receive(taken, now_s);
+    live(8.0, 5.0);
+    EXPECT_TRUE(client.takenAway()) << seed;
+
+    client.release();
+    client.want(now_s);
+    order.reset();
+    live(8.0, -3.0);
+    ASSERT_TRUE(client.controls()) << seed;
+    ASSERT_TRUE(order) << seed;
+    EXPECT_NEAR(order->value.pan, -3.0, 1e-4) << seed;
+  }
 }
 
 }  // namespace

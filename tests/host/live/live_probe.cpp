@@ -1,7 +1,8 @@
 // Receives a live source the way csrt-track does and reads the time drawn into its pictures by tools/live-sender.py:
 // what a picture's age really is, beside what is believed of it. One JSON line per frame taken.
-//   live_probe ADDRESS SECONDS [--work MS] [--udp] [--reconnect N]
-// --work: a tracker that takes so long. --reconnect N: closes and opens N times and says files open and memory.
+//   live_probe ADDRESS SECONDS [--work MS] [--udp] [--frames N] [--reconnect N]
+// --work: a tracker that takes so long. --frames: ends after so many. --reconnect N: closes and opens N times and says
+// files open and memory.
 #include <unistd.h>
 
 #include <chrono>
@@ -116,6 +117,7 @@ Wishes wishesOf(int argc, char** argv) {
   for (int i = 3; i < argc; ++i) {
     if (std::strcmp(argv[i], "--udp") == 0) wishes.live.overUdp = true;
     if (i + 1 < argc && std::strcmp(argv[i], "--work") == 0) wishes.workMs = std::atof(argv[++i]);
+    if (i + 1 < argc && std::strcmp(argv[i], "--frames") == 0) wishes.source.frames = std::atol(argv[++i]);
     if (i + 1 < argc && std::strcmp(argv[i], "--reconnect") == 0) wishes.reconnects = std::atol(argv[++i]);
   }
   return wishes;
@@ -125,7 +127,7 @@ Wishes wishesOf(int argc, char** argv) {
 
 int main(int argc, char** argv) {
   if (argc < 3) {
-    std::fprintf(stderr, "usage: live_probe ADDRESS SECONDS [--work MS] [--udp] [--reconnect N]\n");
+    std::fprintf(stderr, "usage: live_probe ADDRESS SECONDS [--work MS] [--udp] [--frames N] [--reconnect N]\n");
     return 2;
   }
   const Wishes wishes = wishesOf(argc, argv);

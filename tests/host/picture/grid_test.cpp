@@ -80,6 +80,9 @@ TEST(GridCommand, SaysInASentenceWhatIsWrong) {
   expectOneSentence(runProgram({"grid", clip, "--out", folder.file("no/such/grid.png")}), 2, "grid.png");
   expectOneSentence(runProgram({"grid", clip, "--start", "50", "--out", folder.file("grid.png")}), 3, "scene.avi");
   EXPECT_FALSE(fs::exists(folder.file("grid.png")));
+  expectOneSentence(runProgram({"grid"}), 2, "one source is needed");
+  expectOneSentence(runProgram({"grid", clip, "--gstreamer", "videotestsrc ! appsink name=out"}), 2,
+                    "one source is needed");
   expectOneSentence(runProgram({"grid", "/dev/video97", "--out", folder.file("grid.png")}), 3, "/dev/video97");
 }
 

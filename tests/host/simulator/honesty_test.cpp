@@ -128,9 +128,8 @@ class Watch : public testing::Test {
  protected:
   void begin(const std::string& config) {
     Scenario scenario;
-    scenario.scene.pixels_per_deg = 4;
     scenario.config = config;
-    watch_.begin(scenario, Panorama(scenario.scene, 1));
+    watch_.begin(scenario);
   }
 
   /// @param box  the target's true box; the frame has 640 x 360 pixels

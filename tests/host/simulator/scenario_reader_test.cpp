@@ -102,6 +102,14 @@ TEST(ScenarioReader, ReadsWhatIsLateAndWhoFollows) {
   EXPECT_NE(complaintAbout(with(R"("host": {"controller": "magic"})")).find("host.controller"), std::string::npos);
 }
 
+TEST(ScenarioReader, PaintsADecoyAsTheTargetOnlyWhereItSaysSo) {
+  const char* path = R"("path": [{"pan_deg": 5, "tilt_deg": -2}])";
+  const Scenario scenario = parseScenario(
+      with(std::string(R"("decoys": [{"like_target": true, )") + path + "}, {" + path + "}]"), "own.json");
+  EXPECT_TRUE(scenario.decoys.at(0).likeTarget);
+  EXPECT_FALSE(scenario.decoys.at(1).likeTarget);
+}
+
 TEST(ScenarioReader, NamesAKeyThatThereIsNot) {
   const std::string complaint = complaintAbout(with(R"("host": {"folow_me": true})"));
   EXPECT_EQ(complaint,

@@ -245,7 +245,7 @@ TEST(SimulationSummary, CountsArmingErrorsLossAndFalseBoxes) {
   Scenario scenario;
   scenario.fps = 10;
   SimulationSummary summary;
-  summary.begin(scenario, Panorama({"", 20, 4}, 1));
+  summary.begin(scenario);
   const cv::Rect right(100, 100, 40, 20);
   const cv::Rect wrong(300, 100, 40, 20);
   summary.frame(frameOf(0, TrackState::Waiting, std::nullopt, 1));

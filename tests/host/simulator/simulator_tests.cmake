@@ -2,6 +2,7 @@
 csrt_add_host_test(metadata_file_test)
 csrt_add_host_test(frame_clock_test)
 csrt_add_host_test(loop_trial_test)
+csrt_add_host_test(stale_angles_test)
 csrt_add_host_test(simulator_test)
 csrt_add_host_test(scenario_reader_test)
 csrt_add_host_test(simulate_command_test)

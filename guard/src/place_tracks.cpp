@@ -1,0 +1,130 @@
+#include "place_tracks.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include "target_motion.h"
+
+namespace csrt_guard {
+namespace {
+
+constexpr std::size_t kMost = 16;
+constexpr int kKeptUnseen = 40;         // frames at most ...
+constexpr int kKeptAtFirst = 3;         // ... and this many, with ...
+constexpr int kKeptPerLook = 2;         // ... so many more for every time that it was found
+constexpr double kStep = 0.3;           // diagonals that one may be from where it should be ...
+constexpr double kStepPerFrame = 0.04;  // ... and more for every frame that it was not seen
+constexpr double kUnlike = 1.5;         // diagonals that colours with nothing in common weigh
+constexpr double kDamping = 0.97;       // of the speed of one that is not seen, a frame
+constexpr double kFirstSpeed = 1.0;     // share of a new speed, the first time ...
+constexpr double kNextSpeed = 0.35;     // ... and later
+constexpr float kLookRate = 0.2F;
+constexpr int kLikenessOf = 6;  // looks
+
+constexpr double kSpread = 0.15;          // diagonals: where one is that was just seen ...
+constexpr double kSpreadPerFrame = 0.04;  // ... and more for every frame since
+constexpr double kSpreadMost = 1.5;
+constexpr double kMarginDensity = 4.0;  // of one whose margin is known to about 0.1
+constexpr double kSameUsually = 0.95;   // what looks of one person have in common
+constexpr double kLookWeight = 20.0;    // 0.05 less in common is e times less likely
+constexpr double kChanged = 0.02;       // share of those that turned round or came into another light
+constexpr double kOwnAtLeast = 0.33;    // of another's density: the target's, for a place to stay open
+constexpr double kTwoPi = 6.283185307179586;
+
+double distanceOf(const cv::Rect2d& a, const cv::Rect2d& b) {
+  return cv::norm(TargetMotion::centre(a) - TargetMotion::centre(b)) / std::max(1.0, std::hypot(b.width, b.height));
+}
+
+void take(PlaceTrack& track, const Place& place) {
+  const cv::Point2d off = TargetMotion::centre(place.box) - TargetMotion::centre(track.box);
+  track.velocity += off * ((track.looks < 2 ? kFirstSpeed : kNextSpeed) / std::max(1, track.unseen));
+  track.box = place.box;
+  ++track.looks;
+  track.likeness += (place.likeness - track.likeness) / std::min(track.looks, kLikenessOf);
+  blend(track.look, place.look, kLookRate);
+  track.unseen = 0;
+  track.found = true;
+}
+
+PlaceTrack trackFrom(const Place& place, bool other) {
+  PlaceTrack track;
+  track.box = place.box;
+  track.look = place.look;
+  track.likeness = place.likeness;
+  track.looks = 1;
+  track.other = other;
+  track.found = true;
+  return track;
+}
+
+}  // namespace
+
+double lookFactor(const HalfColours& a, const HalfColours& b) {
+  return kChanged + (1.0 - kChanged) * std::exp(-kLookWeight * (kSameUsually - sameness(a, b)));
+}
+
+double densityOf(const PlaceTrack& other, const Place& place) {
+  const double spread = std::min(kSpreadMost, kSpread + kSpreadPerFrame * other.unseen);
+  const double far = distanceOf(other.box, place.box) / spread;
+  return kMarginDensity * lookFactor(other.look, place.look) * std::exp(-0.5 * far * far) / (kTwoPi * spread * spread);
+}
+
+double PlaceTracks::unfoundOthersAt(const Place& place) const {
+  double sum = 0.0;
+  for (const PlaceTrack& track : all_) {
+    if (track.other && !track.found) sum += densityOf(track, place);
+  }
+  return sum;
+}
+
+void PlaceTracks::match_(const std::vector<Place>& places, const std::vector<double>& own, std::vector<bool>& taken) {
+  struct Pair {
+    double cost;
+    std::size_t track, place;
+  };
+  std::vector<Pair> pairs;
+  for (std::size_t i = 0; i < all_.size(); ++i) {
+    for (std::size_t j = 0; j < places.size(); ++j) {
+      const double far = distanceOf(all_[i].box, places[j].box);
+      if (far > kStep + kStepPerFrame * all_[i].unseen) continue;
+      if (all_[i].other && !own.empty() && own[j] > kOwnAtLeast * densityOf(all_[i], places[j])) continue;
+      pairs.push_back({far + kUnlike * (1.0 - sameness(all_[i].look, places[j].look)), i, j});
+    }
+  }
+  std::sort(pairs.begin(), pairs.end(), [](const Pair& a, const Pair& b) {
+    if (a.cost != b.cost) return a.cost < b.cost;
+    return a.track != b.track ? a.track < b.track : a.place < b.place;
+  });
+  for (const Pair& pair : pairs) {
+    if (all_[pair.track].found || taken[pair.place]) continue;
+    taken[pair.place] = true;
+    take(all_[pair.track], places[pair.place]);
+  }
+}
+
+void PlaceTracks::update(const std::vector<Place>& places, int frames, bool other, const std::vector<double>& own) {
+  for (PlaceTrack& track : all_) {
+    track.found = false;
+    track.unseen += frames;
+    track.age += frames;
+    track.box += track.velocity * static_cast<double>(frames);
+    if (track.unseen > frames) track.velocity *= std::pow(kDamping, frames);
+  }
+  std::vector<bool> taken(places.size(), false);
+  match_(places, own, taken);
+  const auto forgotten = [](const PlaceTrack& track) {
+    return track.unseen > std::min(kKeptUnseen, kKeptAtFirst + kKeptPerLook * track.looks);
+  };
+  all_.erase(std::remove_if(all_.begin(), all_.end(), forgotten), all_.end());
+  for (std::size_t j = 0; j < places.size() && all_.size() < kMost; ++j) {
+    if (!taken[j]) all_.push_back(trackFrom(places[j], other));
+  }
+}
+
+void PlaceTracks::targetIsIn(const cv::Rect2d& box) {
+  const auto gone = [&box](const PlaceTrack& track) { return track.unseen > kKeptAtFirst || track.box == box; };
+  all_.erase(std::remove_if(all_.begin(), all_.end(), gone), all_.end());
+  for (PlaceTrack& track : all_) track.other = true;
+}
+
+}  // namespace csrt_guard

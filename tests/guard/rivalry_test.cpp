@@ -1,0 +1,98 @@
+// What a find is worth, by what else is there: arithmetic, no pictures.
+#include "rivalry.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+
+using csrt_guard::Evidence;
+using csrt_guard::oddsOf;
+using csrt_guard::ownDensity;
+using csrt_guard::Rivalry;
+
+namespace {
+
+Evidence findAt(double distance, int lost, double margin = 1.0) {
+  Evidence find;
+  find.margin = margin;
+  find.distance = distance;
+  find.lost = lost;
+  return find;
+}
+
+/// Looked around so often, and each time saw so many that look so much like the target.
+Rivalry seen(int looks, int rivals, double margin) {
+  Rivalry rivalry;
+  for (int i = 0; i < looks; ++i) {
+    rivalry.looked(25.0);
+    for (int j = 0; j < rivals; ++j) rivalry.rival(margin);
+  }
+  return rivalry;
+}
+
+TEST(OddsOf, BelieveAFindWhereTheTargetShouldBe) {
+  EXPECT_GT(oddsOf(findAt(0.2, 3), Rivalry()), 10.0);
+}
+
+TEST(OddsOf, FallWithTheDistanceAndTheLikeness) {
+  EXPECT_LT(oddsOf(findAt(2.0, 3), Rivalry()), oddsOf(findAt(0.2, 3), Rivalry()));
+  EXPECT_LT(oddsOf(findAt(0.2, 3, 0.7), Rivalry()), oddsOf(findAt(0.2, 3), Rivalry()));
+}
+
+TEST(OddsOf, AFarFindIsLikelierTheLongerTheTargetWasAway) {
+  EXPECT_LT(oddsOf(findAt(3.0, 3), Rivalry()), oddsOf(findAt(3.0, 40), Rivalry()));
+}
+
+TEST(OddsOf, ManyWhoLookAlikeMakeAFarFindUnlikely) {
+  EXPECT_LT(oddsOf(findAt(2.0, 20), seen(30, 3, 1.0)), 0.5);
+  EXPECT_GT(oddsOf(findAt(2.0, 20), seen(30, 0, 1.0)), 3.0);
+}
+
+TEST(OddsOf, WhoLooksOtherwiseDoesNotMatter) {
+  EXPECT_GT(oddsOf(findAt(2.0, 20), seen(30, 3, 0.5)), 3.0);
+}
+
+TEST(OddsOf, SomebodyKnownThereIsTheLikelierOne) {
+  Evidence find = findAt(0.3, 5);
+  const double alone = oddsOf(find, Rivalry());
+  find.others = 20.0;
+  EXPECT_LT(oddsOf(find, Rivalry()), alone / 20.0);
+}
+
+TEST(OddsOf, OneWhoWalksAnotherWayIsLessLikely) {
+  Evidence find = findAt(0.5, 5);
+  find.speedKnown = true;
+  const double sameWay = oddsOf(find, Rivalry());
+  find.speedDifference = 0.3;
+  EXPECT_LT(oddsOf(find, Rivalry()), sameWay / 10.0);
+}
+
+TEST(OddsOf, StayNumbersForAnySpeedAndDistance) {
+  for (const double far : {0.0, 1e3, 1e9}) {
+    for (const double speed : {0.0, 1.0, 1e9}) {
+      Evidence find = findAt(far, 1000000);
+      find.speedKnown = true;
+      find.speedDifference = speed;
+      const double odds = oddsOf(find, seen(3, 2, 5.0));
+      EXPECT_TRUE(std::isfinite(odds)) << far << ' ' << speed;
+      EXPECT_GE(odds, 0.0);
+    }
+  }
+}
+
+TEST(RivalryDensity, IsThatOfWhatWasSeenAndForgetsSlowly) {
+  const Rivalry many = seen(200, 2, 0.9);
+  EXPECT_GT(many.density(0.9), 4.0 * many.density(0.6));
+  // All margins together: two in 25 square diagonals.
+  double sum = 0.0;
+  for (double margin = 0.45; margin < 1.1; margin += 0.01) sum += 0.01 * many.density(margin);
+  EXPECT_NEAR(sum, 2.0 / 25.0, 0.02);
+}
+
+TEST(RivalryDensity, IsThatOfTheStartAgainAfterClearing) {
+  Rivalry rivalry = seen(50, 4, 0.9);
+  rivalry.clear();
+  EXPECT_EQ(rivalry.density(0.9), Rivalry().density(0.9));
+}
+
+}  // namespace
