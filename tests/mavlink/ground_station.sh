@@ -19,7 +19,7 @@ finish() {
 }
 trap finish EXIT
 "$program" draw-scene "$room/scene.avi" --frames 1500 >/dev/null
-clock=link
+clock="link"
 [ "$pace" = real-time ] && clock=machine
 
 # serve PORT: the camera, for at most four minutes.
