@@ -157,7 +157,7 @@ def svg(points, cores):
     colours = {"opencv": "#b3541e", "fast": "#1e6fb3"}
     drawn = [p for p in points if p["engine"] in colours]
     most = max(p["streams"] for p in drawn)
-    width, height, left, top, right, bottom = 640, 360, 64, 44, 20, 52
+    width, height, left, top, right, bottom = 640, 390, 64, 84, 20, 52
     ceiling = max(max(p["age_p95_ms"] for p in drawn) * 1.1, 100.0)
 
     def x(streams):
@@ -194,9 +194,9 @@ def svg(points, cores):
         if room <= most + 0.5:
             parts.append(f'<line x1="{x(room):.1f}" x2="{x(room):.1f}" y1="{top}" y2="{height - bottom}" '
                          f'stroke="{colour}" stroke-dasharray="2 3"/>')
-        parts.append(f'<text x="{left + 10}" y="{top + 6 + 16 * row}" fill="{colour}">{engine}: by processor time '
+        parts.append(f'<text x="{left + 10}" y="{36 + 16 * row}" fill="{colour}">{engine}: by processor time '
                      f'{room:.1f} streams</text>')
-    parts.append(f'<text x="{left + 10}" y="{top + 38}" fill="#555">whole line: 95 of 100 below it; broken: half; filled '
+    parts.append(f'<text x="{left + 10}" y="68" fill="#555">whole line: 95 of 100 below it; broken: half; filled '
                  'points: held</text></svg>')
     return "\n".join(parts) + "\n"
 
