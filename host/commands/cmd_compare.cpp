@@ -98,6 +98,10 @@ std::vector<std::string> mergeResults(const MergeOptions& options, const std::ve
   writeIfNamed(options.json, "--json", jsonText(toJson(all)));
   writeIfNamed(options.html, "--html", htmlOf(all));
   if (options.json != "-") std::fputs(tableOf(all).c_str(), stdout);
+  for (const std::string& makers : differingMakers(all)) {
+    std::fprintf(stderr, "csrt-track: note: the parts were not made alike, and may not fit together; %s\n",
+                 makers.c_str());
+  }
   for (std::string& sentence : sentencesOf(missingShardsOf(all))) missing.push_back(std::move(sentence));
   return missing;
 }

@@ -229,6 +229,15 @@ void checkOneDivision(const std::vector<EvaluationResult>& parts, const std::vec
   }
 }
 
+std::vector<std::string> differingMakers(const EvaluationResult& result) {
+  std::vector<std::string> differing;
+  for (const char* key : {"program", "opencv"}) {
+    const std::string* makers = factOf(result.facts, key);
+    if (makers != nullptr && partsOf(*makers).size() > 1) differing.push_back(std::string(key) + ": " + *makers);
+  }
+  return differing;
+}
+
 std::vector<std::string> missingShardsOf(const EvaluationResult& result) {
   const std::string* joined = factOf(result.facts, "shard");
   return joined == nullptr ? std::vector<std::string>() : missingShards(partsOf(*joined));

@@ -64,6 +64,10 @@ nlohmann::ordered_json toJson(const EvaluationResult& result);
 /// Reads a text that toJson() made; `path` only names it. @throws HostError (Usage) saying what is wrong with it
 EvaluationResult evaluationFromJson(const std::string& text, const std::string& path);
 
+/// What the parts of a merged result were made with where that differs and answers may differ with it, such as
+/// "program: csrt-track 1.0.0; csrt-track 0.9.0"; empty: nothing. Pure.
+std::vector<std::string> differingMakers(const EvaluationResult& result);
+
 /// The shards that a merged result lacks, such as "2/3"; empty: none. Pure.
 std::vector<std::string> missingShardsOf(const EvaluationResult& result);
 

@@ -109,6 +109,7 @@ TEST_F(ScriptedSequence, ShardsMergeToTheWhole) {
   writeText(folder_.file("2.json"), with({"--shard", "2/2"}).dump());
   const ProgramResult merged = runProgram({"merge", folder_.file("1.json"), folder_.file("2.json"), "--json", "-"});
   ASSERT_EQ(merged.status, 0) << merged.err;
+  EXPECT_EQ(merged.err, "");
   Json all = Json::parse(merged.out)["overall"]["plugin"];
   Json whole = with({})["overall"]["plugin"];
   for (const char* time : {"wall_ms_median", "wall_ms_p95", "cpu_ms_median", "cpu_ms_p95"}) {
@@ -118,6 +119,14 @@ TEST_F(ScriptedSequence, ShardsMergeToTheWhole) {
   EXPECT_EQ(all, whole);
   EXPECT_EQ(whole["targets"], 3);
   expectOneSentence(runProgram({"merge", folder_.file("1.json"), folder_.file("1.json")}), 2, "1.json");
+  Json other = Json::parse(textOf(folder_.file("2.json")));
+  other["run"]["program"] = "csrt-track 0.0.9";
+  writeText(folder_.file("other.json"), other.dump());
+  const ProgramResult mixed = runProgram({"merge", folder_.file("1.json"), folder_.file("other.json")});
+  EXPECT_EQ(mixed.status, 0) << "nothing is missing";
+  EXPECT_EQ(linesOf(mixed.err).size(), 1U) << mixed.err;
+  EXPECT_NE(mixed.err.find("note: the parts were not made alike"), std::string::npos) << mixed.err;
+  EXPECT_NE(mixed.err.find("; csrt-track 0.0.9"), std::string::npos) << mixed.err;
 }
 
 TEST_F(ScriptedSequence, AMergeOfIncompleteShardsSaysWhatIsMissing) {
