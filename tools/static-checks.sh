@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Reads the code without running it: layout (clang-format), which room includes which (rooms), mistakes (clang-tidy,
-# cppcheck), shell scripts (shellcheck); and compiles the CUDA source against OpenCV's real headers. Any finding is an
-# error.
+# Reads the code without running it: layout (clang-format), which room includes which and how many declarations say what
+# they are (rooms), mistakes (clang-tidy, cppcheck), shell scripts (shellcheck); and compiles the CUDA source against
+# OpenCV's real headers. Any finding is an error.
 #
 # usage: tools/static-checks.sh [format] [rooms] [tidy] [tidy-plugin] [cppcheck] [shell] [cuda]   default: all
 # tidy takes about 40 minutes of processor time, most of it in the headers of the host program's libraries;
@@ -18,7 +18,7 @@ check_format() {
 }
 
 check_rooms() {
-  tools/check-rooms.py
+  tools/check-rooms.py && tools/count-documented.py --check
 }
 
 # The plug-in, its library and its host program; tests are left to the compilers' warnings and the sanitizers.

@@ -18,32 +18,32 @@ namespace host {
 
 /// As the command line names them; a path or text that is empty was not given.
 struct TrackOptions {
-  SourceOptions source;
-  LiveTrackOptions live;
-  std::vector<std::string> boxes;  ///< For parseTargetOptions(), as the next.
-  std::vector<std::string> points;
-  ConfigOptions config;
-  std::string metadata;
-  std::string records;
-  std::string video;
-  std::string still;
-  PluginChoice plugin;
-  std::string pace = kDefaultPace;
-  std::string guard = "off";
-  std::string report;
-  std::string truth;
-  std::string truthFormat = "auto";
-  long firstNumber = 1;
-  std::string saveRun;
-  std::string klvOut;
-  std::string stream;
-  std::string recordDir;
-  std::string recordQuota = "10G";
-  int threads = 1;
-  bool debug = false;
-  bool quiet = false;
-  bool show = false;
-  bool strict = false;
+  SourceOptions source;              ///< The source, and which part of it.
+  LiveTrackOptions live;             ///< What only live sources have.
+  std::vector<std::string> boxes;    ///< For parseTargetOptions(), as the next.
+  std::vector<std::string> points;   ///< --point, as it was written; instead of a box.
+  ConfigOptions config;              ///< --preset, --config, --set.
+  std::string metadata;              ///< --metadata; empty: none.
+  std::string records;               ///< --records; "-": standard output; empty: none.
+  std::string video;                 ///< --video; empty: none.
+  std::string still;                 ///< --still; empty: none.
+  PluginChoice plugin;               ///< --plugin, --engine.
+  std::string pace = kDefaultPace;   ///< --pace; a word for paceOf().
+  std::string guard = "off";         ///< --guard; a word for guardChoiceOf().
+  std::string report;                ///< --report; empty: none.
+  std::string truth;                 ///< --truth; empty: none.
+  std::string truthFormat = "auto";  ///< --format; a word for truthFormatOf().
+  long firstNumber = 1;              ///< --first-number; see TruthOptions.
+  std::string saveRun;               ///< --save-run, a folder; empty: none.
+  std::string klvOut;                ///< --klv-out; empty: none.
+  std::string stream;                ///< --stream, an address; empty: none.
+  std::string recordDir;             ///< --record-dir, a folder; empty: none.
+  std::string recordQuota = "10G";   ///< --record-quota, as it was written.
+  int threads = 1;                   ///< --threads; targets worked on at a time.
+  bool debug = false;                ///< --debug: the plug-in's own log is shown.
+  bool quiet = false;                ///< --quiet: no progress and no summary.
+  bool show = false;                 ///< --show: a window.
+  bool strict = false;               ///< --strict: faults of the source make the run fail.
 };
 
 /// Adds all of them to the command; `options` must outlive it.

@@ -16,18 +16,18 @@ namespace host {
 
 /// One target under one tracker.
 struct FollowJob {
-  TruthTarget truth;
+  TruthTarget truth;   ///< Where the target really is.
   long maxFrames = 0;  ///< Frames after the start that are used; 0: up to the last mark.
   std::function<std::unique_ptr<Follower>()> makeFollower;
 };
 
 struct FollowResult {
-  TargetSamples samples;
+  TargetSamples samples;  ///< Every judged frame and the time of every update.
   bool complete = false;  ///< All marks of the job were reached; else the source ended or a signal came.
 };
 
 struct FollowOptions {
-  int threads = 1;
+  int threads = 1;  ///< Jobs worked on at a time; times then disturb one another.
   Pace pace = Pace::Fast;
   std::function<void(const std::string&)> onNote;  ///< Told what a person should know of the source; may be empty.
   std::vector<RunObserver*> observers;             ///< Told of the run of the source, beside the judges.

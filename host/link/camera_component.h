@@ -17,10 +17,10 @@ namespace host::link {
 
 /// What the camera says about itself. Texts that are too long for their fields are cut.
 struct CameraDescription {
-  std::uint8_t system = 1;  ///< Of the vehicle; a camera shares it.
-  std::uint8_t component = mavlink::kComponentCamera;
-  std::string vendor = "csrt-track";
-  std::string model = "Tracking camera";
+  std::uint8_t system = 1;                             ///< Of the vehicle; a camera shares it.
+  std::uint8_t component = mavlink::kComponentCamera;  ///< Its component id.
+  std::string vendor = "csrt-track";                   ///< At most 32 bytes go out.
+  std::string model = "Tracking camera";               ///< At most 32 bytes go out.
   std::string streamUri;          ///< Where the ground station finds the video; empty: it must be told by hand.
   cv::Size frame{640, 360};       ///< Pixels.
   double fps = 25.0;              ///< Frames per second.
@@ -57,7 +57,7 @@ struct GroundReport {
   double lat_deg = 0.0;
   double lon_deg = 0.0;
   double alt_m = 0.0;
-  double distance_m = 0.0;
+  double distance_m = 0.0;         ///< From the camera, metres.
   double horizontalError_m = 0.0;  ///< Standard deviation.
   double verticalError_m = 0.0;    ///< Standard deviation.
 };

@@ -16,9 +16,9 @@ using CameraValues = std::map<std::string, double>;
 /// Samples in the order of their times, and the values between them. Pure state; one thread.
 class CameraTrack {
  public:
-  static constexpr double kLongestExtrapolationS = 0.1;
+  static constexpr double kLongestExtrapolationS = 0.1;  ///< Seconds beyond the last sample; later it is missing.
   static constexpr double kLongestGapS = 1.0;  ///< Two samples farther apart say nothing about the time between.
-  static constexpr std::size_t kKept = 512;
+  static constexpr std::size_t kKept = 512;    ///< Samples; the oldest go first.
 
   /// @param time  seconds of the stream. One that goes back by more than a second begins the track anew; a smaller
   ///              step back, or the same time again, is dropped.

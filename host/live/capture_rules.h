@@ -12,7 +12,7 @@ namespace live {
 /// Says once that no frame has come for a second, and again every second for as long as that lasts.
 class LossWatch {
  public:
-  static constexpr double kLimitS = 1.0;
+  static constexpr double kLimitS = 1.0;  ///< Seconds without a frame until it is said.
 
   /// @param now  seconds of a clock that never goes back
   void frameCame(double now);
@@ -31,9 +31,9 @@ class LossWatch {
 /// second and a half. After a refused password they are 10 s, because cameras lock accounts.
 class ReconnectPlan {
  public:
-  static constexpr double kFirstPauseS = 0.1;
-  static constexpr double kLongestPauseS = 0.8;
-  static constexpr double kRefusedPauseS = 10.0;
+  static constexpr double kFirstPauseS = 0.1;     ///< Seconds before the first new attempt.
+  static constexpr double kLongestPauseS = 0.8;   ///< Seconds; pauses grow up to it.
+  static constexpr double kRefusedPauseS = 10.0;  ///< Seconds, where the source refused, as with a wrong password.
 
   /// The pause after a failure, seconds.
   double failed(bool refused);

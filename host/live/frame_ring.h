@@ -25,8 +25,8 @@ struct LiveFrame {
 /// Keeps the frames of the last second, within a limit of bytes. Threads: all calls from any thread.
 class FrameRing {
  public:
-  static constexpr double kSeconds = 1.0;
-  static constexpr std::size_t kBytes = std::size_t{256} << 20;
+  static constexpr double kSeconds = 1.0;                        ///< How long a frame is kept.
+  static constexpr std::size_t kBytes = std::size_t{256} << 20;  ///< Most memory for pictures; the oldest go first.
 
   /// Keeps the frame, which shares its pixels, and drops what is too old or too much. Any thread.
   void add(const LiveFrame& frame);

@@ -10,9 +10,9 @@ namespace live {
 
 /// An optional part of the program, where it lies and whether it can be used.
 struct FoundModule {
-  std::string path;
+  std::string path;          ///< The shared library; empty: not found.
   Module* module = nullptr;  ///< Null: it cannot be used, and `fault` says why.
-  std::string fault;
+  std::string fault;         ///< One sentence; empty: it can be used.
 };
 
 /// Where the modules lie that are installed; none of them is loaded. Any thread.

@@ -15,8 +15,8 @@
 
 namespace live {
 
-inline constexpr int kModuleVersion = 1;
-inline constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();
+inline constexpr int kModuleVersion = 1;  ///< Program and module must have the same.
+inline constexpr double kUnknown = std::numeric_limits<double>::quiet_NaN();  ///< A time that nobody said.
 
 /// One decoded picture, 8-bit BGR. The bytes belong to the receiver until its next call.
 struct ReceivedPicture {
@@ -31,8 +31,8 @@ struct ReceivedPicture {
 
 /// One packet of what the camera said, as it came, with the stream's time stamp of it.
 struct ReceivedPacket {
-  std::vector<std::uint8_t> bytes;
-  double streamS = kUnknown;
+  std::vector<std::uint8_t> bytes;  ///< The packet as it came.
+  double streamS = kUnknown;        ///< Seconds of the stream's own clock.
 };
 
 /// What came of one wait.
@@ -45,9 +45,9 @@ struct Received {
     Failed  ///< It cannot go on; `reason` says why. Open anew, later.
   };
   Event event = Event::Nothing;
-  ReceivedPicture picture;
-  std::vector<ReceivedPacket> packets;
-  std::string reason;    ///< One sentence without full stop, and without a password.
+  ReceivedPicture picture;              ///< Of Event::Picture; valid until the next call.
+  std::vector<ReceivedPacket> packets;  ///< What came meanwhile, in order.
+  std::string reason;                   ///< One sentence without full stop, and without a password.
   bool refused = false;  ///< Failed because of the user's name or password: asking again soon locks accounts.
 };
 
@@ -62,7 +62,7 @@ class Receiver {
 
 /// Which source to open, and how.
 struct ReceiverRequest {
-  Address address;
+  Address address;                          ///< What to open.
   bool overUdp = false;                     ///< RTSP: media over UDP rather than inside the RTSP connection.
   double connectLimitS = 10.0;              ///< Longest time until the stream is known.
   const std::atomic<bool>* stop = nullptr;  ///< Becomes true when all waiting is to end. Outlives the receiver.

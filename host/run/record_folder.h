@@ -17,11 +17,11 @@
 namespace host {
 
 /// Reads a size such as "500M", "20G" or "1000000" (bytes). @return 0 where it is none. Pure.
-std::uint64_t bytesOf(const std::string& text);
+std::uint64_t bytesOf(const std::string& text);  ///< Its size.
 
 /// Which of the files go so that the rest is at most `quota` bytes: the oldest first, by name, never the last one.
 struct KeptFile {
-  std::string name;
+  std::string name;  ///< Without the folder.
   std::uint64_t bytes = 0;
 };
 std::vector<std::string> filesToDelete(std::vector<KeptFile> files, std::uint64_t quota);
@@ -30,7 +30,7 @@ std::vector<std::string> filesToDelete(std::vector<KeptFile> files, std::uint64_
 /// that form go until what is left fits the quota; other files in the folder are never touched.
 class RecordFolder : public RunObserver {
  public:
-  static constexpr double kPartS = 60.0;
+  static constexpr double kPartS = 60.0;  ///< Seconds of video in one file.
 
   /// @param quota  bytes of all files of that form together
   /// @throws HostError (Usage) naming the folder where nothing can be written

@@ -14,10 +14,10 @@ struct TargetTotals {
   long updates = 0;                   ///< Calls of update().
   std::map<TrackState, long> states;  ///< Of those calls.
   long longestUnseen = 0;             ///< Frames.
-  double longestUnseenSeconds = 0.0;
-  CallRecord last;
-  std::string lostReason;         ///< Of the last loss; empty: never lost.
-  std::vector<double> update_ms;  ///< One per update().
+  double longestUnseenSeconds = 0.0;  ///< The longest time without the target being seen.
+  CallRecord last;                    ///< The last record.
+  std::string lostReason;             ///< Of the last loss; empty: never lost.
+  std::vector<double> update_ms;      ///< One per update().
 };
 
 /// Adds a run up for people.

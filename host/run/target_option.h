@@ -13,8 +13,8 @@ namespace host {
 
 /// A target of the command line.
 struct TargetOption {
-  std::string name;
-  BBox box;  ///< Full-frame pixels of the first frame; may lie partly outside.
+  std::string name;  ///< Unique in a run.
+  BBox box;          ///< Full-frame pixels of the first frame; may lie partly outside.
   std::optional<BoxText> relative =
       std::nullopt;  ///< The box in percent: `box` is set from it when the frame's size is known.
   std::optional<PointText> point =

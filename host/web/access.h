@@ -54,8 +54,8 @@ struct Asked {
 
 /// 200: go on. Else the status to refuse with and one sentence.
 struct AccessVerdict {
-  int status = 200;
-  std::string why;
+  int status = 200;  ///< HTTP status; 200: allowed.
+  std::string why;   ///< One sentence for the other end; empty: allowed.
 };
 
 /// The header that everything but GET and HEAD must carry.
