@@ -12,6 +12,7 @@ Exit: 0 all were, 1 some were not, 2 wrong usage.
 import argparse
 import concurrent.futures
 import os
+import signal
 import sys
 import tempfile
 import time
@@ -47,6 +48,7 @@ def report(cases, faults):
 
 
 def main():
+    signal.signal(signal.SIGHUP, signal.SIG_DFL)  # under nohup it is ignored, also by what is started here
     parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
     parser.add_argument("--program", default=os.path.join(ROOT, "build", "bin", "csrt-track"))
     parser.add_argument("--jobs", type=int, default=os.cpu_count() or 1)
