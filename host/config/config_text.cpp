@@ -55,17 +55,6 @@ void checkTogether(const std::string& json) {
   }
 }
 
-/// Groups are merged, everything else is replaced.
-void mergeInto(Json& target, const Json& source) {
-  for (const auto& [key, value] : source.items()) {
-    if (value.is_object() && target.contains(key) && target[key].is_object()) {
-      mergeInto(target[key], value);
-    } else {
-      target[key] = value;
-    }
-  }
-}
-
 /// "roi.min_size=64" into {"roi":{"min_size":64}}; what is not JSON is taken as a text.
 void applySet(Json& target, const std::string& text) {
   const std::size_t equals = text.find('=');
@@ -114,7 +103,7 @@ std::vector<std::string> keysOfSchema(const Json& schema) {
 std::string buildConfigText(const ConfigOptions& options) {
   if (options.preset.empty() && options.file.empty() && options.sets.empty()) return {};
   Json merged = Json::object();
-  if (!options.preset.empty()) mergeInto(merged, Json::parse(presetText(options.preset)));
+  if (!options.preset.empty()) mergeConfig(merged, Json::parse(presetText(options.preset)));
   if (!options.file.empty()) {
     std::string text = options.fileText ? *options.fileText : readTextFile(options.file);
     checkObject(text, options.file);
@@ -125,7 +114,7 @@ std::string buildConfigText(const ConfigOptions& options) {
                                            "' cannot be combined with --set or --preset: only "
                                            "the plug-in's own reader takes it");
     }
-    mergeInto(merged, json);
+    mergeConfig(merged, json);
   }
   for (const std::string& set : options.sets) applySet(merged, set);
   std::string text = merged.dump();

@@ -22,6 +22,19 @@ struct ConfigOptions {
 ///         ignore or change it, or could not start with it
 std::string buildConfigText(const ConfigOptions& options);
 
+/// Puts the values of one configuration over another's: groups are merged, everything else is replaced. Pure.
+/// @tparam Json  nlohmann::json, or nlohmann::ordered_json where the order of the keys is shown
+template <class Json>
+void mergeConfig(Json& target, const Json& source) {
+  for (const auto& [key, value] : source.items()) {
+    if (value.is_object() && target.contains(key) && target[key].is_object()) {
+      mergeConfig(target[key], value);
+    } else {
+      target[key] = value;
+    }
+  }
+}
+
 /// Refuses a value of --set that the plug-in would silently ignore because it does not know the key.
 /// @param schema  what the plug-in publishes; one without properties knows every key
 /// @throws HostError (Usage) naming the key and the nearest known one

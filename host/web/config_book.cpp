@@ -5,6 +5,7 @@
 
 #include "base/json_text.h"
 #include "config/config_check.h"
+#include "config/config_text.h"
 #include "config/presets.h"
 #include "config_keys.h"
 
@@ -14,17 +15,6 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr const char* kDefaults = "defaults";
-
-/// Groups are merged, everything else is replaced.
-void mergeInto(Json& target, const Json& source) {
-  for (const auto& [key, value] : source.items()) {
-    if (value.is_object() && target.contains(key) && target[key].is_object()) {
-      mergeInto(target[key], value);
-    } else {
-      target[key] = value;
-    }
-  }
-}
 
 /// What of `wanted` is not so in `base`.
 Json differences(const Json& wanted, const Json& base) {
@@ -67,13 +57,13 @@ Json aboutKeys() {
 ConfigBook::ConfigBook(const std::string& text, const std::string& preset, const std::string& schema)
     : defaults_(parsed(defaultConfigText())), values_(defaults_), preset_(preset.empty() ? kDefaults : preset) {
   const Json given = parsed(text);
-  if (given.is_object()) mergeInto(values_, given);
+  if (given.is_object()) mergeConfig(values_, given);
   schema_ = parsed(schema);
 }
 
 Json ConfigBook::valuesOf_(const std::string& preset) const {
   Json values = defaults_;
-  if (preset != kDefaults) mergeInto(values, parsed(presetText(preset)));
+  if (preset != kDefaults) mergeConfig(values, parsed(presetText(preset)));
   return values;
 }
 
@@ -110,7 +100,7 @@ ConfigChange ConfigBook::check(const std::string& text, bool replaces) const {
   if (!change.faults.empty()) return change;
   const std::lock_guard<std::mutex> lock(mutex_);
   Json wanted = replaces ? defaults_ : values_;
-  mergeInto(wanted, given);
+  mergeConfig(wanted, given);
   return change_Locked_(wanted);
 }
 
@@ -125,7 +115,7 @@ ConfigChange ConfigBook::checkPreset(const std::string& name) const {
 
 void ConfigBook::commit(const std::string& text, const std::string& preset) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (!text.empty()) mergeInto(values_, parsed(text));
+  if (!text.empty()) mergeConfig(values_, parsed(text));
   if (!preset.empty()) preset_ = preset;
 }
 
