@@ -82,7 +82,9 @@ bool Adviser::follows_(const cv::Mat& frame, const std::optional<cv::Rect>& expe
   const cv::Point2d at = TargetMotion::centre(ahead.box());
   latest_ = opinion_->look(frame, around(at, size_));
   if (latest_) latest_->box = limited_(latest_->box);
-  const double allowed = std::min(kStepMost, kStep + kStepPerMiss * missed) * std::hypot(size_.width, size_.height);
+  const bool sure = latest_ && latest_->score >= kEvenScore;
+  const double allowed =
+      (sure ? kStepMost : std::min(kStepMost, kStep + kStepPerMiss * missed)) * std::hypot(size_.width, size_.height);
   return latest_ && latest_->score >= kTrusted &&
          fromWay(TargetMotion::centre(latest_->box), gone ? at : from_, at) <= allowed;
 }
