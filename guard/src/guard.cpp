@@ -4,6 +4,7 @@
 
 #include "colour_model.h"
 #include "csrt_guard/csrt_guard.h"
+#include "frame_check.h"
 #include "place_tracks.h"
 #include "rivalry.h"
 #include "target_motion.h"
@@ -20,11 +21,6 @@ constexpr double kSmallest = 0.45;     // of the size at the start
 constexpr double kBiggest = 2.2;
 constexpr int kRolledBack = 15;   // frames at most from which the last sure sight still says where the target is
 constexpr double kLargest = 1e6;  // pixels; larger numbers are no box
-
-bool usable(const cv::Mat& frame) {
-  return !frame.empty() && frame.dims == 2 && frame.depth() == CV_8U &&
-         (frame.channels() == 1 || frame.channels() == 3 || frame.channels() == 4);
-}
 
 bool usable(const cv::Rect& box) {
   return box.width > 1 && box.height > 1 && box.width < kLargest && box.height < kLargest &&
@@ -84,13 +80,14 @@ class Guard::Impl {
 
   bool start(const cv::Mat& frame, const cv::Rect& box) {
     started_ = false;
-    if (!usable(frame) || !usable(box)) return false;
+    if (!isPicture(frame) || !usable(box)) return false;
     const cv::Rect inside = box & cv::Rect({}, frame.size());
     if (inside.area() < box.area() / 3.0 || inside.area() < 16) return false;
     const double scale = workScale(box.size());
     const cv::Rect part = grown(box, kSurroundings) & cv::Rect({}, frame.size());
     const cv::Mat bgr = shrunkenBgr(frame, part, scale);
     const cv::Rect2d inView((box.x - part.x) * scale, (box.y - part.y) * scale, box.width * scale, box.height * scale);
+    frames_.start(frame, bgr);
     palette_.learn(bgr, wholePixels(inView));
     const CodedView view = viewOf(frame, part, scale, palette_);
     if (!model_.learn(view, view.toView(box), palette_)) return false;
@@ -108,8 +105,10 @@ class Guard::Impl {
     return started_ = true;
   }
 
+  bool colourless() const { return started_ && frames_.colourless(); }
+
   std::optional<double> likenessOf(const cv::Mat& frame, const cv::Rect& box) const {
-    if (!started_ || !usable(frame) || !usable(box)) return std::nullopt;
+    if (!started_ || !isPicture(frame) || !usable(box)) return std::nullopt;
     const CodedView view = viewOf(frame, box, workScale(box.size()), palette_);
     if (view.codes.empty()) return std::nullopt;
     return model_.likenessAt(view, view.toView(box), palette_);
@@ -117,7 +116,7 @@ class Guard::Impl {
 
   Verdict judge(const cv::Mat& frame, const Answer& answer) {
     if (!started_) return passedOn_(answer, "not started");
-    if (!usable(frame)) return passedOn_(answer, "no picture to judge by");
+    if (const char* fault = frames_.fault(frame)) return passedOn_(answer, fault);
     const Look look = lookAt_(frame, answer);
     if (usual_.value() - around_.value() < settings_.minContrast) {
       if (look.likeness && answer.seen) learn_(look, *answer.box);
@@ -392,6 +391,7 @@ class Guard::Impl {
 
   Settings settings_;
   bool started_ = false;
+  FrameCheck frames_;
   Palette palette_;
   ColourModel model_;
   TargetMotion motion_;
@@ -417,6 +417,10 @@ Guard& Guard::operator=(Guard&&) noexcept = default;
 
 bool Guard::start(const cv::Mat& frame, const cv::Rect& box) {
   return impl_->start(frame, box);
+}
+
+bool Guard::colourless() const {
+  return impl_->colourless();
 }
 
 std::optional<double> Guard::likenessOf(const cv::Mat& frame, const cv::Rect& box) const {
