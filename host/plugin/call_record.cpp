@@ -44,6 +44,7 @@ Json toJson(const GuardNote& note) {
   if (verdict.around) json["around"] = roundedTo(*verdict.around, 3);
   if (verdict.belief) json["belief"] = roundedTo(*verdict.belief, 3);
   json["frames_lost"] = verdict.framesLost;
+  if (note.colourless) json["colourless"] = true;
   Json tracker = {{"state", note.trackerState}, {"seen", note.trackerSeen}};
   if (note.trackerBox) tracker["box"] = toJson(*note.trackerBox);
   json["tracker"] = std::move(tracker);
