@@ -31,11 +31,11 @@ configure_file(cmake/csrt_tracking_plugin.pc.in ${PROJECT_BINARY_DIR}/csrt_track
 install(FILES ${PROJECT_BINARY_DIR}/csrt_tracking_plugin.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 
-# csrt_install_library(<target> <header> <component>): a static library of its own, with CMake package and pkg-config file.
-# Static, because neither promises its binary interface from one version to the next.
-function(csrt_install_library target header component)
+# csrt_install_library(<target> <component> <header>...): a static library of its own, with CMake package and pkg-config
+# file. Static, because neither promises its binary interface from one version to the next.
+function(csrt_install_library target component)
   install(TARGETS ${target} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${component})
-  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${target} COMPONENT ${component})
+  install(FILES ${ARGN} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${target} COMPONENT ${component})
   set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${target})
   configure_package_config_file(cmake/${target}Config.cmake.in ${PROJECT_BINARY_DIR}/${target}Config.cmake
     INSTALL_DESTINATION ${package_dir} PATH_VARS CMAKE_INSTALL_INCLUDEDIR CMAKE_INSTALL_LIBDIR)
@@ -48,8 +48,10 @@ endfunction()
 
 # The engine alone, for programs that use OpenCV's tracker and nothing else of this project; and the guard alone, for
 # those that have a tracker and want to know when it is wrong.
-csrt_install_library(csrt_engine ${PROJECT_SOURCE_DIR}/engine/include/csrt_engine/csrt_engine.h engine)
-csrt_install_library(csrt_guard ${PROJECT_SOURCE_DIR}/guard/include/csrt_guard/csrt_guard.h guard)
+csrt_install_library(csrt_engine engine ${PROJECT_SOURCE_DIR}/engine/include/csrt_engine/csrt_engine.h)
+file(GLOB csrt_guard_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/guard/include/csrt_guard/*.h)
+list(FILTER csrt_guard_headers EXCLUDE REGEX network)  # of a library that is not installed
+csrt_install_library(csrt_guard guard ${csrt_guard_headers})
 
 # The modules for live sources: a package of their own, so that the program alone stays small.
 foreach(module csrt_live_gst csrt_live_av)
