@@ -12,6 +12,11 @@ constexpr double kGrey = 2.0;      // grey levels; a grey picture has 0, one tha
 constexpr double kColoured = 4.0;  // clearly more than that
 constexpr double kFlat = 8.0;      // spread of brightness, grey levels: below it is a black or empty picture
 
+/// The middle of the i-th of n equal parts.
+std::ptrdiff_t middle(int i, int n, int length) {
+  return static_cast<std::ptrdiff_t>((2LL * i + 1) * length / (2LL * n));
+}
+
 /// Calls `take` with the brightest and the darkest channel of pixels on a grid.
 template <typename Take>
 void sample(const cv::Mat& picture, Take take) {
@@ -19,9 +24,9 @@ void sample(const cv::Mat& picture, Take take) {
   const int columns = std::min(kColumns, picture.cols);
   const int rows = std::min(kRows, picture.rows);
   for (int j = 0; j < rows; ++j) {
-    const uchar* row = picture.ptr<uchar>(static_cast<int>((2LL * j + 1) * picture.rows / (2 * rows)));
+    const uchar* row = picture.ptr<uchar>(static_cast<int>(middle(j, rows, picture.rows)));
     for (int i = 0; i < columns; ++i) {
-      const uchar* pixel = row + (2LL * i + 1) * picture.cols / (2 * columns) * picture.channels();
+      const uchar* pixel = row + middle(i, columns, picture.cols) * picture.channels();
       const auto [least, most] = std::minmax_element(pixel, pixel + channels);
       take(*most, *least);
     }
