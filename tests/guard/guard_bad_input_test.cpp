@@ -258,7 +258,7 @@ cv::Rect anyBox(cv::RNG& random) {
 
 TEST(GuardAnyInput, IsAnsweredWithAReasonAndAStartThatTheFrameHolds) {
   cv::RNG random(11);
-  for (int run = 0; run < 60; ++run) {
+  for (int run = 0; run < 30; ++run) {
     Guard guard;
     cv::Mat frame = anyFrame(random);
     guard.start(frame, anyBox(random));
