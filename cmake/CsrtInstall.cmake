@@ -50,7 +50,14 @@ endfunction()
 # those that have a tracker and want to know when it is wrong.
 csrt_install_library(csrt_engine engine ${PROJECT_SOURCE_DIR}/engine/include/csrt_engine/csrt_engine.h)
 file(GLOB csrt_guard_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/guard/include/csrt_guard/*.h)
-list(FILTER csrt_guard_headers EXCLUDE REGEX network)  # of a library that is not installed
+if(TARGET csrt_guard_network)  # only where OpenCV can run a tracker network
+  install(TARGETS csrt_guard_network ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT guard)
+  configure_file(cmake/csrt_guard_network.pc.in ${PROJECT_BINARY_DIR}/csrt_guard_network.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/csrt_guard_network.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT guard)
+else()
+  list(FILTER csrt_guard_headers EXCLUDE REGEX network)
+endif()
 csrt_install_library(csrt_guard guard ${csrt_guard_headers})
 
 # The modules for live sources: a package of their own, so that the program alone stays small.
