@@ -2,7 +2,8 @@
 // are the wrong runs, and what does it cost? The built plug-in with and without the guard, over the same frames.
 //
 // usage: guard_comparison walkers CLIP --truth FILE [--half developed|held-back|all] [--starts 0,1,2]
-//                                 [--presets defaults,robust] [--guards off,colour] [--cache FILE] [--per-target]
+//                                 [--presets defaults,robust] [--guards off,colour,network --guard-model FILE]
+//                                 [--cache FILE] [--per-target]
 //        guard_comparison finds   CLIP --truth FILE [--half ...]   what the guard finds by itself, without a tracker
 //        guard_comparison losses  CLIP --truth FILE --second SOURCE --second-truth FILE   26 losses made from footage
 // The halves are those of `csrt-track tune`: sorted by their number of marks, every second one from the top is held
@@ -28,6 +29,9 @@
 #include "config/config_text.h"
 #include "config/presets.h"
 #include "csrt_guard/csrt_guard.h"
+#ifdef CSRT_HAS_GUARD_NETWORK
+#include "csrt_guard/network_opinion.h"
+#endif
 #include "evaluation/evaluation_run.h"
 #include "evaluation/follower.h"
 #include "evaluation/metrics.h"
@@ -156,14 +160,29 @@ class Base {
   std::unique_ptr<host::Follower> live_;
 };
 
+std::string guardModel;  // of the network guard
+
+std::optional<csrt_guard::Guard> guardOf(const std::string& which) {
+  if (which == "off") return std::nullopt;
+  csrt_guard::Guard guard;
+  if (which != "network") return guard;
+#ifdef CSRT_HAS_GUARD_NETWORK
+  std::string fault;
+  auto opinion = csrt_guard::readNetworkOpinion(guardModel, fault);
+  if (opinion == nullptr) throw host::HostError(host::ExitCode::Usage, "--guard-model: " + fault);
+  guard.consult(std::move(opinion));
+  return guard;
+#else
+  throw host::HostError(host::ExitCode::Usage, "--guards network needs OpenCV 4.9 or later");
+#endif
+}
+
 /// The plug-in, and perhaps a guard beside it.
 class Watched {
  public:
   Watched(host::PluginLibrary& library, const std::string& preset, const std::string& scene, const Frames& frames,
-          bool guarded)
-      : plugin_(library, preset, scene, frames) {
-    if (guarded) guard_.emplace();
-  }
+          const std::string& guard)
+      : plugin_(library, preset, scene, frames), guard_(guardOf(guard)) {}
   bool start(const host::SourceFrame& frame, const cv::Rect& box) {
     if (guard_) guard_->start(frame.bgr, box);
     return plugin_.init(frame.index, box);
@@ -236,7 +255,7 @@ struct Job {
   const host::TruthTarget* target = nullptr;
   std::string preset;
   int start = 0;
-  bool guarded = false;
+  std::string guard;
   host::MetricSums sums;
   int longestWrong = 0;
   int restarts = 0, restartsRight = 0;
@@ -250,7 +269,7 @@ std::vector<host::TruthTarget> everybody;
 
 void follow(Job& job, const Footage& footage, host::PluginLibrary& library) {
   const Frames frames = [&footage](long i) { return footage.frames.at(static_cast<std::size_t>(i)); };
-  auto watched = std::make_unique<Watched>(library, job.preset, footage.scene, frames, job.guarded);
+  auto watched = std::make_unique<Watched>(library, job.preset, footage.scene, frames, job.guard);
   const auto& marks = job.target->marks;
   const std::size_t first =
       std::min(marks.size() - 1, static_cast<std::size_t>(job.target->firstVisibleMark() + job.start));
@@ -286,6 +305,11 @@ void follow(Job& job, const Footage& footage, host::PluginLibrary& library) {
                   truth && watched->base.box ? host::overlapOf(*truth, *watched->base.box) : 0.0,
                   csrt_guard::name(v.state), iou, v.likeness.value_or(-1), v.usual.value_or(-1), v.around.value_or(-1),
                   v.framesLost, v.reason, v.restart ? " RESTART" : "");
+      if (v.opinion) {
+        std::printf("  opinion %.2f iou %.2f on %s\n", v.opinion->score,
+                    truth ? host::overlapOf(*truth, cv::Rect2d(v.opinion->box)) : 0.0,
+                    whoIs(cv::Rect2d(v.opinion->box)).c_str());
+      }
     }
     const auto mark = std::find_if(marks.begin(), marks.end(), [i](const auto& m) { return m.frame == i; });
     if (mark == marks.end()) continue;
@@ -363,7 +387,7 @@ void walkers(const Options& options) {
           Job job;
           job.target = &target;
           job.preset = preset;
-          job.guarded = guard != "off";
+          job.guard = guard;
           job.start = start;
           jobs.push_back(job);
         }
@@ -520,7 +544,7 @@ struct MadeLoss {
   long begin = 0;  ///< The first frame that shows nothing of the target.
   long hidden = 0;
   Event event = Event::Covered;
-  bool guarded = false;
+  std::string guard;
   int delay = -1;  ///< Frames from the return to the first box called seen on it; -1: not within kPatience.
   int falseBoxes = 0;
 };
@@ -567,7 +591,7 @@ std::optional<cv::Rect2d> sceneTruth(const MadeLoss& loss, long i) {
 
 void suffer(MadeLoss& loss, host::PluginLibrary& library, const std::string& preset) {
   const Frames frames = [&loss](long i) { return sceneFrame(loss, i); };
-  Watched watched(library, preset, loss.name, frames, loss.guarded);
+  Watched watched(library, preset, loss.name, frames, loss.guard);
   const long first = loss.begin - kRunUp;
   const auto start = truthAt(*loss.target, first);
   if (!start || !watched.start(sceneFrame(loss, first), whole(*start))) return;
@@ -586,10 +610,10 @@ void suffer(MadeLoss& loss, host::PluginLibrary& library, const std::string& pre
 
 /// All that happens to one target: six losses, or five where the view cannot move.
 void addLosses(std::vector<MadeLoss>& losses, const Footage& footage, const host::TruthTarget& target, long begin,
-               bool elsewhere) {
+               bool elsewhere, const std::string& guard) {
   const auto add = [&](const char* what, Event event, long hidden) {
-    for (const bool guarded : {false, true}) {
-      losses.push_back({target.name + "," + what, &footage, &target, begin, hidden, event, guarded});
+    for (const std::string& which : {std::string("off"), guard}) {
+      losses.push_back({target.name + "," + what, &footage, &target, begin, hidden, event, which});
     }
   };
   add("covered-15", Event::Covered, 15);
@@ -613,12 +637,13 @@ void losses(const Options& options) {
   for (const auto& target : targets) {
     const long begin =
         target.marks.front().frame + kRunUp + (target.marks.back().frame - target.marks.front().frame - kRunUp) / 4;
-    addLosses(all, clip, target, begin, false);
+    addLosses(all, clip, target, begin, false, options.guards.back());
   }
-  addLosses(all, crossing, crosser.front(), kRunUp, true);
+  addLosses(all, crossing, crosser.front(), kRunUp, true, options.guards.back());
   host::PluginLibrary library(options.plugin);
   inThreads(options.threads, all.size(), [&](std::size_t i) { suffer(all[i], library, options.presets.front()); });
-  std::printf("| target, loss | off: found after | boxes while hidden | colour: found after | boxes while hidden |\n");
+  std::printf("| target, loss | off: found after | boxes while hidden | %s: found after | boxes while hidden |\n",
+              options.guards.back().c_str());
   std::printf("|---|---:|---:|---:|---:|\n");
   std::array<int, 2> found{}, boxes{};
   long hidden = 0;
@@ -653,6 +678,7 @@ int main(int argc, char** argv) {
     command.add_option("--starts", options.starts)->delimiter(',');
     command.add_option("--presets", options.presets)->delimiter(',');
     command.add_option("--guards", options.guards)->delimiter(',');
+    command.add_option("--guard-model", guardModel, "The network's file, for --guards network");
     command.add_option("--plugin", options.plugin);
     command.add_option("--threads", options.threads);
     command.add_option("--cache", options.cache);
