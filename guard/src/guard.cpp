@@ -20,9 +20,11 @@ constexpr int kResizedAfter = 20;      // frames without the target after which 
 constexpr double kResize = 1.02;       // a frame
 constexpr double kSmallest = 0.45;     // of the size at the start
 constexpr double kBiggest = 2.2;
-constexpr int kRolledBack = 15;   // frames at most from which the last sure sight still says where the target is
-constexpr double kHope = 0.3;     // likelihood from which a find is worth a second opinion
-constexpr double kLargest = 1e6;  // pixels; larger numbers are no box
+constexpr int kRolledBack = 15;    // frames at most from which the last sure sight still says where the target is
+constexpr double kHope = 0.3;      // likelihood from which a find is worth a second opinion
+constexpr double kMayBeIt = 0.7;   // margin from which a place is not taken for somebody known who looks less alike
+constexpr double kTouches = 0.01;  // share of a box from which a place beside the target is a part of it
+constexpr double kLargest = 1e6;   // pixels; larger numbers are no box
 
 bool usable(const cv::Rect& box) {
   return box.width > 1 && box.height > 1 && box.width < kLargest && box.height < kLargest &&
@@ -189,7 +191,7 @@ class Guard::Impl {
   void learn_(const Look& look, const cv::Rect2d& box) {
     const std::optional<HalfColours> colours = coloursIn(look.view, look.view.toView(box), palette_);
     if (look.margin >= settings_.usualFrom) usual_.add(*look.likeness);
-    if (colours && look.margin >= settings_.learnFrom && learnt_ < settings_.learnFrames && settings_.learnRate > 0.0) {
+    if (colours && look.margin >= settings_.learnFrom && settings_.learnRate > 0.0) {
       ++learnt_;
       model_.learnMore(*colours, static_cast<float>(std::max(settings_.learnRate, 1.0 / (learnt_ + 1))));
     }
@@ -261,7 +263,7 @@ class Guard::Impl {
     if (settings_.checkEvery <= 0 || sinceCheck_ < settings_.checkEvery) return;
     const CodedView view =
         viewOf(frame, grownBy(box, settings_.othersWithin * diagonal(box)), workScale(size_), palette_);
-    const std::vector<Place> places = without_(alike_(findPlaces(view, size_, false, model_, palette_)), box, 0.3);
+    const std::vector<Place> places = without_(alike_(findPlaces(view, size_, false, model_, palette_)), box, kTouches);
     tracks_.update(places, sinceCheck_, true);
     rivalry_.looked(view.part.area() / (diagonal(box) * diagonal(box)));
     for (const Place& place : places) rivalry_.rival(marginOf_(place.likeness));
@@ -297,12 +299,16 @@ class Guard::Impl {
     }
     const std::vector<Place> places = placesIn_(frame, answer, look);
     std::vector<double> own;
-    for (const Place& place : places) own.push_back(ownDensity(evidenceOf_(place)));
-    tracks_.update(places, sinceCheck_ + 1, false, own);
+    std::vector<double> alike;
+    for (const Place& place : places) {
+      own.push_back(ownDensity(evidenceOf_(place)));
+      alike.push_back(marginOf_(place.likeness) >= kMayBeIt ? lookFactor(recent_, place.look) : 0.0);
+    }
+    tracks_.update(places, sinceCheck_ + 1, false, own, alike);
     sinceCheck_ = 0;
     double all = 1.0;  // of something else
     double bestOdds = 0.0;
-    const PlaceTrack* best = nullptr;
+    PlaceTrack* best = nullptr;
     for (PlaceTrack& track : tracks_.all()) {
       if (track.other) continue;
       if (track.age == 0) born_(track);
@@ -312,25 +318,39 @@ class Guard::Impl {
       bestOdds = odds;
       best = &track;
     }
-    if (best == nullptr) return predicted_("lost: nothing near looks enough like the target", look);
+    if (best == nullptr) return predicted_("lost: nothing near looks enough like the target", answer, look);
     const double belief = bestOdds / all;
+    const double among = bestOdds / (all - 1.0);  // of finds
+    const bool believed = belief >= settings_.believe && among >= settings_.among;
     if (belief >= kHope) hope_ = best->box;
-    if (belief < settings_.believe) {
-      Verdict verdict = predicted_("lost: what is found may as well be somebody else", look);
+    for (PlaceTrack& track : tracks_.all()) {
+      const bool ahead = &track == best && believed;
+      track.likeliest = ahead ? track.likeliest + 1 : std::max(0, track.likeliest - 1);
+    }
+    if (!believed) {
+      Verdict verdict = predicted_("lost: what is found may as well be somebody else", answer, look);
       verdict.belief = belief;
       return verdict;
     }
-    const int looks = belief >= settings_.sure ? settings_.sureFrames : settings_.confirmFrames;
-    if (best->looks < looks) return predicted_("lost: a find must hold for another frame", look);
+    if (best->likeliest < looksFor_(belief))
+      return predicted_("lost: a find must hold for another frame", answer, look);
     if (answer.seen && answer.box && (cv::Rect2d(*answer.box) & best->box).area() > 0.6 * best->box.area()) {
       return regained_(answer, look, best->box);
     }
     std::optional<Opinion> confirmed;
     if (adviser_.present()) {
       confirmed = adviser_.confirm(frame, wholePixels(best->box));
-      if (!confirmed) return predicted_("lost: the second opinion does not see it in what is found", look);
+      if (!confirmed) return predicted_("lost: the second opinion does not see it in what is found", answer, look);
     }
     return reacquire_(*best, belief, look, confirmed);
+  }
+
+  /// For how many looks a find must be the likeliest: who may come out from behind something is waited for.
+  double looksFor_(double belief) const {
+    if (belief >= settings_.sure) return settings_.sureFrames;
+    constexpr double kWellBelieved = 0.75;
+    return std::max(settings_.sureFrames + 1.0,
+                    settings_.confirmFrames * std::pow(kWellBelieved / belief, settings_.patience));
   }
 
   /// What looks like the target within reach, the tracker's own box among it.
@@ -365,7 +385,7 @@ class Guard::Impl {
   Evidence evidenceOf_(const PlaceTrack& track) const {
     Evidence evidence;
     evidence.margin = marginOf_(track.likeness);
-    evidence.same = track.bornSame;
+    evidence.same = std::max(track.bornSame, lookFactor(recent_, track.look));  // half hidden at first
     evidence.distance = track.bornFar;
     evidence.lost = track.bornLost;
     evidence.others = track.bornOthers;
@@ -404,7 +424,7 @@ class Guard::Impl {
     return verdict;
   }
 
-  Verdict reacquire_(const PlaceTrack& track, double belief, const Look& look,
+  Verdict reacquire_(PlaceTrack track, double belief, const Look& look,
                      const std::optional<Opinion>& confirmed) {
     const cv::Rect2d box = confirmed ? cv::Rect2d(confirmed->box) : track.box;
     Verdict verdict = verdict_(State::Reacquired, wholePixels(box), true, "found: likely the target", look);
@@ -419,10 +439,12 @@ class Guard::Impl {
     return verdict;
   }
 
-  Verdict predicted_(const char* reason, const Look& look) const {
+  /// For a few frames where the target should be; then what the tracker shows, which nobody vouches for.
+  Verdict predicted_(const char* reason, const Answer& answer, const Look& look) const {
     const bool still = lost_ <= settings_.predictFrames;
     Verdict verdict = verdict_(State::Searching, std::nullopt, false, reason, look);
     if (still) verdict.box = wholePixels(motion_.box());
+    if (!still && answer.seen) verdict.box = answer.box;
     return verdict;
   }
 

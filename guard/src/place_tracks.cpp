@@ -29,6 +29,7 @@ constexpr double kSameUsually = 0.95;   // what looks of one person have in comm
 constexpr double kLookWeight = 20.0;    // 0.05 less in common is e times less likely
 constexpr double kChanged = 0.02;       // share of those that turned round or came into another light
 constexpr double kOwnAtLeast = 0.33;    // of another's density: the target's, for a place to stay open
+constexpr double kAlikeAtLeast = 0.5;   // of how much it looks like the other: like the target, for the same
 constexpr double kTwoPi = 6.283185307179586;
 
 double distanceOf(const cv::Rect2d& a, const cv::Rect2d& b) {
@@ -77,7 +78,8 @@ double PlaceTracks::unfoundOthersAt(const Place& place) const {
   return sum;
 }
 
-void PlaceTracks::match_(const std::vector<Place>& places, const std::vector<double>& own, std::vector<bool>& taken) {
+void PlaceTracks::match_(const std::vector<Place>& places, const std::vector<double>& own,
+                         const std::vector<double>& alike, std::vector<bool>& taken) {
   struct Pair {
     double cost;
     std::size_t track, place;
@@ -88,6 +90,8 @@ void PlaceTracks::match_(const std::vector<Place>& places, const std::vector<dou
       const double far = distanceOf(all_[i].box, places[j].box);
       if (far > kStep + kStepPerFrame * all_[i].unseen) continue;
       if (all_[i].other && !own.empty() && own[j] > kOwnAtLeast * densityOf(all_[i], places[j])) continue;
+      if (all_[i].other && !alike.empty() && alike[j] > kAlikeAtLeast * lookFactor(all_[i].look, places[j].look))
+        continue;
       pairs.push_back({far + kUnlike * (1.0 - sameness(all_[i].look, places[j].look)), i, j});
     }
   }
@@ -102,7 +106,18 @@ void PlaceTracks::match_(const std::vector<Place>& places, const std::vector<dou
   }
 }
 
-void PlaceTracks::update(const std::vector<Place>& places, int frames, bool other, const std::vector<double>& own) {
+/// Where all are taken, the one that was not found for longest makes room; false: all were just found.
+bool PlaceTracks::roomFor_() {
+  if (all_.size() < kMost) return true;
+  const auto oldest = std::max_element(all_.begin(), all_.end(),
+                                       [](const PlaceTrack& a, const PlaceTrack& b) { return a.unseen < b.unseen; });
+  if (oldest->unseen == 0) return false;
+  all_.erase(oldest);
+  return true;
+}
+
+void PlaceTracks::update(const std::vector<Place>& places, int frames, bool other, const std::vector<double>& own,
+                         const std::vector<double>& alike) {
   for (PlaceTrack& track : all_) {
     track.found = false;
     track.unseen += frames;
@@ -111,13 +126,14 @@ void PlaceTracks::update(const std::vector<Place>& places, int frames, bool othe
     if (track.unseen > frames) track.velocity *= std::pow(kDamping, frames);
   }
   std::vector<bool> taken(places.size(), false);
-  match_(places, own, taken);
+  match_(places, own, alike, taken);
   const auto forgotten = [](const PlaceTrack& track) {
     return track.unseen > std::min(kKeptUnseen, kKeptAtFirst + kKeptPerLook * track.looks);
   };
   all_.erase(std::remove_if(all_.begin(), all_.end(), forgotten), all_.end());
-  for (std::size_t j = 0; j < places.size() && all_.size() < kMost; ++j) {
-    if (!taken[j]) all_.push_back(trackFrom(places[j], other));
+  for (std::size_t j = 0; j < places.size(); ++j) {
+    if (taken[j] || !roomFor_()) continue;
+    all_.push_back(trackFrom(places[j], other));
   }
 }
 

@@ -21,6 +21,7 @@ struct PlaceTrack {
   int age = 0;           ///< Frames since it was first found.
   bool other = false;    ///< It was there while the target was elsewhere.
   bool found = false;    ///< In the last look.
+  int likeliest = 0;     ///< Looks in which it was the likeliest by far enough, less those in which it was not.
   // Of when it was first found while the target was lost:
   double bornFar = 0;     ///< Diagonals from where the target was expected ...
   int bornLost = 0;       ///< ... so many frames after that was seen.
@@ -42,7 +43,8 @@ class PlaceTracks {
   /// Takes all tracks `frames` on and gives each place to the track that it continues, or else to a new one.
   /// @param other  new ones are somebody else
   /// @param own    by place: how likely the target itself would be there; nobody else gets it then. May be empty
-  void update(const std::vector<Place>& places, int frames, bool other, const std::vector<double>& own = {});
+  void update(const std::vector<Place>& places, int frames, bool other, const std::vector<double>& own = {},
+              const std::vector<double>& alike = {});
 
   /// The densities of all others that were not found in the last look, added up.
   double unfoundOthersAt(const Place& place) const;
@@ -53,7 +55,9 @@ class PlaceTracks {
   std::vector<PlaceTrack>& all() { return all_; }
 
  private:
-  void match_(const std::vector<Place>& places, const std::vector<double>& own, std::vector<bool>& taken);
+  void match_(const std::vector<Place>& places, const std::vector<double>& own, const std::vector<double>& alike,
+              std::vector<bool>& taken);
+  bool roomFor_();
   std::vector<PlaceTrack> all_;
 };
 
