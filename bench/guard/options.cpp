@@ -1,0 +1,74 @@
+#include "options.h"
+
+#include <atomic>
+#include <set>
+#include <thread>
+
+namespace bench {
+
+std::vector<Engine> enginesOf(const GuardOptions& options) {
+  std::vector<Engine> engines;
+  for (const std::string& name : options.engines) {
+    engines.push_back({name, std::make_unique<host::PluginLibrary>(host::defaultPluginPath(name))});
+  }
+  if (!engines.empty()) return engines;
+  auto library = std::make_unique<host::PluginLibrary>(options.plugin);
+  const std::string name = library->engine();
+  engines.push_back({name, std::move(library)});
+  return engines;
+}
+
+std::vector<host::TruthTarget> targetsOf(const GuardOptions& options, const Footage& footage) {
+  const auto all = host::readTruth(options.truth, host::TruthOptions(), "target");
+  const std::set<std::string> held = heldBack(all);
+  std::vector<host::TruthTarget> targets;
+  for (const host::TruthTarget& target : all) {
+    const bool isHeld = held.count(target.name) != 0;
+    if (options.half != "all" && isHeld != (options.half == "held-back")) continue;
+    if (!options.only.empty() && target.name != options.only) continue;
+    targets.push_back(footage.fitted(target));
+  }
+  return targets;
+}
+
+std::vector<Walk> walksOf(const GuardOptions& options, const std::vector<Engine>& engines, const Footage& footage,
+                          const std::vector<host::TruthTarget>& targets) {
+  std::vector<Walk> walks;
+  const auto add = [&](const Engine& engine, const std::string& preset, const std::string& guard) {
+    for (const int start : options.starts) {
+      for (const host::TruthTarget& target : targets) {
+        Walk& walk = walks.emplace_back();
+        walk.target = &target;
+        walk.footage = &footage;
+        walk.library = engine.library.get();
+        walk.engine = engine.name;
+        walk.preset = preset;
+        walk.guard = guard;
+        walk.start = start;
+      }
+    }
+  };
+  for (const Engine& engine : engines) {
+    for (const std::string& preset : options.presets) {
+      for (const std::string& guard : options.guards) add(engine, preset, guard);
+    }
+  }
+  return walks;
+}
+
+std::string presetWord(const std::string& preset) {
+  return preset.empty() ? "defaults" : preset;
+}
+
+void inThreads(int threads, std::size_t count, const std::function<void(std::size_t)>& work) {
+  std::atomic<std::size_t> next{0};
+  std::vector<std::thread> all;
+  for (int t = 0; t < threads; ++t) {
+    all.emplace_back([&] {
+      for (std::size_t i = next++; i < count; i = next++) work(i);
+    });
+  }
+  for (std::thread& thread : all) thread.join();
+}
+
+}  // namespace bench
