@@ -23,8 +23,8 @@ struct Contestant {
   std::string name() const { return engine->name + ", " + presetWord(preset) + ", " + guard; }
 };
 
-LossOutcome outcomeOf(const MadeLoss& loss, const Contestant& who, AnswerCache& cache) {
-  const Base base{who.engine->library.get(), who.preset, loss.footage->scene() + "," + loss.target + "," + loss.what,
+LossOutcome outcomeOf(const MadeLoss& loss, const Contestant& who, host::PluginLibrary& library, AnswerCache& cache) {
+  const Base base{&library, who.preset, loss.footage->scene() + "," + loss.target + "," + loss.what,
                   [&loss](long i) { return loss.frame(i); }, &cache};
   Watched watched(base, who.guard);
   return suffer(loss, {[&](const auto& frame, const cv::Rect& box) { watched.start(frame, box); },
@@ -98,17 +98,20 @@ void compareLosses(const GuardOptions& options, AnswerCache& cache) {
   const LossScenes scenes(clip, targets, options.second, options.secondTruth);
   const std::vector<Engine> engines = enginesOf(options);
   std::vector<Contestant> contestants;
-  for (const Engine& engine : engines) {
-    for (const std::string& preset : options.presets) {
-      for (const std::string& guard : options.guards) contestants.push_back({&engine, preset, guard, {}});
-    }
-  }
   const std::size_t count = scenes.all().size();
-  for (Contestant& who : contestants) who.outcomes.resize(count);
-  inThreads(options.threads, count * contestants.size(), [&](std::size_t i) {
-    Contestant& who = contestants[i / count];
-    who.outcomes[i % count] = outcomeOf(scenes.all()[i % count], who, cache);
-  });
+  for (const Engine& engine : engines) {
+    const std::size_t before = contestants.size();
+    for (const std::string& preset : options.presets) {
+      for (const std::string& guard : options.guards) {
+        contestants.push_back({&engine, preset, guard, std::vector<LossOutcome>(count)});
+      }
+    }
+    host::PluginLibrary library(engine.path);
+    inThreads(options.threads, count * (contestants.size() - before), [&](std::size_t i) {
+      Contestant& who = contestants[before + i / count];
+      who.outcomes[i % count] = outcomeOf(scenes.all()[i % count], who, library, cache);
+    });
+  }
   printTable(scenes.all(), contestants);
   if (json) json->write(jsonOf(scenes.all(), contestants).dump(1));
 }

@@ -1,6 +1,8 @@
 #include "options.h"
 
 #include <atomic>
+#include <exception>
+#include <mutex>
 #include <set>
 #include <thread>
 
@@ -8,13 +10,11 @@ namespace bench {
 
 std::vector<Engine> enginesOf(const GuardOptions& options) {
   std::vector<Engine> engines;
-  for (const std::string& name : options.engines) {
-    engines.push_back({name, std::make_unique<host::PluginLibrary>(host::defaultPluginPath(name))});
+  for (const std::string& name : options.engines) engines.push_back({name, host::defaultPluginPath(name)});
+  if (engines.empty() && !options.plugin.empty()) {
+    engines.push_back({host::engineOfFile(options.plugin), options.plugin});
   }
-  if (!engines.empty()) return engines;
-  auto library = std::make_unique<host::PluginLibrary>(options.plugin);
-  const std::string name = library->engine();
-  engines.push_back({name, std::move(library)});
+  if (engines.empty()) engines.push_back({host::kDefaultEngine, host::defaultPluginPath(host::kDefaultEngine)});
   return engines;
 }
 
@@ -40,7 +40,6 @@ std::vector<Walk> walksOf(const GuardOptions& options, const std::vector<Engine>
         Walk& walk = walks.emplace_back();
         walk.target = &target;
         walk.footage = &footage;
-        walk.library = engine.library.get();
         walk.engine = engine.name;
         walk.preset = preset;
         walk.guard = guard;
@@ -60,15 +59,36 @@ std::string presetWord(const std::string& preset) {
   return preset.empty() ? "defaults" : preset;
 }
 
+void followAll(std::vector<Walk>& walks, const std::vector<Engine>& engines, const GuardOptions& options,
+               AnswerCache& cache, const std::vector<host::TruthTarget>& trace) {
+  for (const Engine& engine : engines) {
+    host::PluginLibrary library(engine.path);
+    std::vector<Walk*> ofEngine;
+    for (Walk& walk : walks) {
+      if (walk.engine == engine.name) ofEngine.push_back(&walk);
+    }
+    inThreads(trace.empty() ? options.threads : 1, ofEngine.size(),
+              [&](std::size_t i) { follow(*ofEngine[i], library, cache, trace); });
+  }
+}
+
 void inThreads(int threads, std::size_t count, const std::function<void(std::size_t)>& work) {
   std::atomic<std::size_t> next{0};
-  std::vector<std::thread> all;
-  for (int t = 0; t < threads; ++t) {
-    all.emplace_back([&] {
+  std::exception_ptr thrown;
+  std::mutex mutex;
+  const auto loop = [&] {
+    try {
       for (std::size_t i = next++; i < count; i = next++) work(i);
-    });
-  }
+    } catch (...) {
+      const std::lock_guard<std::mutex> lock(mutex);
+      if (thrown == nullptr) thrown = std::current_exception();
+      next = count;
+    }
+  };
+  std::vector<std::thread> all;
+  for (int t = 0; t < threads; ++t) all.emplace_back(loop);
   for (std::thread& thread : all) thread.join();
+  if (thrown != nullptr) std::rethrow_exception(thrown);
 }
 
 }  // namespace bench

@@ -29,10 +29,10 @@ struct GuardOptions {
   FootageOptions footage;
 };
 
-/// A loaded plug-in and what it is called in the tables.
+/// A plug-in and what it is called in the tables. Two of them are never loaded at once: both register the same class.
 struct Engine {
   std::string name;
-  std::unique_ptr<host::PluginLibrary> library;
+  std::string path;
 };
 
 /// Those that the options name, in their order.
@@ -48,7 +48,11 @@ std::vector<Walk> walksOf(const GuardOptions& options, const std::vector<Engine>
 /// "defaults" for the preset without a name.
 std::string presetWord(const std::string& preset);
 
-/// Work of all indices below `count`, by several threads.
+/// Follows every walk, engine after engine. @param trace  see follow()
+void followAll(std::vector<Walk>& walks, const std::vector<Engine>& engines, const GuardOptions& options,
+               AnswerCache& cache, const std::vector<host::TruthTarget>& trace);
+
+/// Work of all indices below `count`, by several threads. Throws on what one of them threw.
 void inThreads(int threads, std::size_t count, const std::function<void(std::size_t)>& work);
 
 // The commands. Each prints a table, and writes it to options.json where that is given.

@@ -124,7 +124,7 @@ void compareSequences(const GuardOptions& options, AnswerCache& cache) {
     }
     for (const Walk& walk : walksOf(options, engines, *second, others)) walks.push_back(walk);
   }
-  inThreads(options.threads, walks.size(), [&](std::size_t i) { follow(walks[i], cache, {}); });
+  followAll(walks, engines, options, cache, {});
   std::vector<Pair> pairs = pairsOf(walks);
   std::vector<Pair> means = meansOf(pairs);
   const auto worstFirst = [](const Pair& a, const Pair& b) { return a.difference() < b.difference(); };

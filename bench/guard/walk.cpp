@@ -39,10 +39,10 @@ void printTrace(const Walk& walk, const Watched& watched, const host::SourceFram
 
 }  // namespace
 
-void follow(Walk& walk, AnswerCache& cache, const std::vector<host::TruthTarget>& trace) {
+void follow(Walk& walk, host::PluginLibrary& library, AnswerCache& cache, const std::vector<host::TruthTarget>& trace) {
   const Footage& footage = *walk.footage;
   const auto& marks = walk.target->marks;
-  const Base base{walk.library, walk.preset, footage.scene(), [&footage](long i) { return footage.at(i); }, &cache};
+  const Base base{&library, walk.preset, footage.scene(), [&footage](long i) { return footage.at(i); }, &cache};
   Watched watched(base, walk.guard);
   const std::size_t first =
       std::min(marks.size() - 1, static_cast<std::size_t>(walk.target->firstVisibleMark() + walk.start));

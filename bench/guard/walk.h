@@ -17,7 +17,6 @@ constexpr int kLongRun = 30;           ///< Frames; longer wrong runs are counte
 struct Walk {
   const host::TruthTarget* target = nullptr;
   const Footage* footage = nullptr;
-  host::PluginLibrary* library = nullptr;
   std::string engine, preset, guard;
   int start = 0;  ///< So many marks after the first visible one.
 
@@ -31,7 +30,7 @@ struct Walk {
 
 /// Follows the target from its start to its last mark. @param trace  everybody in the footage: one line per frame is
 /// printed, saying on whom the boxes are; empty: nothing is printed
-void follow(Walk& walk, AnswerCache& cache, const std::vector<host::TruthTarget>& trace);
+void follow(Walk& walk, host::PluginLibrary& library, AnswerCache& cache, const std::vector<host::TruthTarget>& trace);
 
 /// Whether both gave the same boxes and claims in every frame.
 bool sameAnswers(const Walk& a, const Walk& b);

@@ -184,8 +184,7 @@ void compareWalkers(const GuardOptions& options, AnswerCache& cache) {
   const auto everybody = options.trace ? targetsOf(everyone, footage) : std::vector<host::TruthTarget>();
   const std::vector<Engine> engines = enginesOf(options);
   std::vector<Walk> walks = walksOf(options, engines, footage, targets);
-  inThreads(options.trace ? 1 : options.threads, walks.size(),
-            [&](std::size_t i) { follow(walks[i], cache, everybody); });
+  followAll(walks, engines, options, cache, everybody);
   const std::vector<Group> groups = groupsOf(walks);
   printTable(groups, options.perTarget);
   printAllIntervals(groups);
