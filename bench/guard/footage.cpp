@@ -5,6 +5,16 @@
 #include <utility>
 
 namespace bench {
+namespace {
+
+cv::Mat greyOf(const cv::Mat& bgr) {
+  cv::Mat grey, picture;
+  cv::cvtColor(bgr, grey, cv::COLOR_BGR2GRAY);
+  cv::cvtColor(grey, picture, cv::COLOR_GRAY2BGR);
+  return picture;
+}
+
+}  // namespace
 
 Footage::Footage(const std::string& source, const FootageOptions& options) : options_(options), scene_(source) {
   host::SourceOptions how;
@@ -15,6 +25,10 @@ Footage::Footage(const std::string& source, const FootageOptions& options) : opt
   std::replace(scene_.begin(), scene_.end(), ' ', '_');  // a cache's keys are words
   if (!options.enlarge.empty()) {
     scene_ += "@" + std::to_string(options.enlarge.width) + "x" + std::to_string(options.enlarge.height);
+  }
+  if (options.grey) {
+    scene_ += ",grey";
+    for (host::SourceFrame& each : frames_) each.bgr = greyOf(each.bgr);
   }
   if (!options.backwards) return;
   scene_ += ",backwards";

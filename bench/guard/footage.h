@@ -16,6 +16,7 @@ namespace bench {
 /// How a clip is to be read.
 struct FootageOptions {
   bool backwards = false;  ///< From its end to its beginning; times and numbers still rise.
+  bool grey = false;       ///< Without colour, in three channels that are the same.
   cv::Size enlarge;        ///< Frames are stretched to this size; empty: as they are.
 };
 

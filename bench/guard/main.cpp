@@ -4,7 +4,7 @@
 //
 // usage: guard_comparison walkers CLIP --truth FILE [--half developed|held-back|all] [--starts 0,1,2]
 //                         [--presets defaults,robust] [--guards off,colour] [--engines fast,opencv] [--per-target]
-//                         [--enlarge 1920x1080] [--backwards] [--cache FILE] [--json FILE]
+//                         [--enlarge 1920x1080] [--backwards] [--grey] [--cache FILE] [--json FILE]
 //        guard_comparison sequences CLIP --truth FILE [--second SOURCE --second-truth FILE]   every target and start
 //        guard_comparison losses    CLIP --truth FILE --second SOURCE --second-truth FILE     26 losses from footage
 //        guard_comparison finds     CLIP --truth FILE                        what the guard finds without a tracker
@@ -45,6 +45,7 @@ void addFootage(CLI::App& command, GuardOptions& options, std::string& enlarge) 
   command.add_option("--enlarge", enlarge, "Stretch the frames, such as 1920x1080");
   command.add_flag("--per-target", options.perTarget, "A line for every walk");
   command.add_flag("--backwards", options.footage.backwards, "The clip from its end to its beginning");
+  command.add_flag("--grey", options.footage.grey, "Without colour");
   command.add_flag("--trace", options.trace, "A line for every frame");
 }
 
