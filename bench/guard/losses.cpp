@@ -17,10 +17,11 @@ using Json = nlohmann::ordered_json;
 /// One column pair of the table.
 struct Contestant {
   const Engine* engine = nullptr;
-  std::string preset, guard;
+  std::string preset;
+  GuardKind guard;
   std::vector<LossOutcome> outcomes;  ///< One per loss.
 
-  std::string name() const { return engine->name + ", " + presetWord(preset) + ", " + guard; }
+  std::string name() const { return engine->name + ", " + presetWord(preset) + ", " + guard.name; }
 };
 
 LossOutcome outcomeOf(const MadeLoss& loss, const Contestant& who, host::PluginLibrary& library, AnswerCache& cache) {
@@ -72,7 +73,7 @@ Json jsonOf(const std::vector<MadeLoss>& losses, const std::vector<Contestant>& 
   for (const Contestant& who : contestants) {
     const Totals totals = totalsOf(who, losses);
     Json one = {{"engine", who.engine->name}, {"preset", presetWord(who.preset)},
-                {"guard", who.guard},         {"losses", totals.losses},
+                {"guard", who.guard.name},    {"losses", totals.losses},
                 {"found", totals.found},      {"seen_while_hidden", totals.falseShare()},
                 {"each", Json::array()}};
     for (std::size_t i = 0; i < losses.size(); ++i) {
@@ -103,7 +104,7 @@ void compareLosses(const GuardOptions& options, AnswerCache& cache) {
     const std::size_t before = contestants.size();
     for (const std::string& preset : options.presets) {
       for (const std::string& guard : options.guards) {
-        contestants.push_back({&engine, preset, guard, std::vector<LossOutcome>(count)});
+        contestants.push_back({&engine, preset, {guard, options.guardModel}, std::vector<LossOutcome>(count)});
       }
     }
     host::PluginLibrary library(engine.path);

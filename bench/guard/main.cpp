@@ -3,13 +3,13 @@
 // over the same frames.
 //
 // usage: guard_comparison walkers CLIP --truth FILE [--half developed|held-back|all] [--starts 0,1,2]
-//                         [--presets defaults,robust] [--guards off,colour] [--engines fast,opencv] [--per-target]
-//                         [--enlarge 1920x1080] [--backwards] [--grey] [--cache FILE] [--json FILE]
+//                         [--presets defaults,robust] [--engines fast,opencv] [--json FILE] [--cache FILE]
+//                         [--guards off,colour,network --guard-model FILE] [--per-target]
+//                         [--enlarge 1920x1080] [--backwards] [--grey]
 //        guard_comparison sequences CLIP --truth FILE [--second SOURCE --second-truth FILE]   every target and start
 //        guard_comparison losses    CLIP --truth FILE --second SOURCE --second-truth FILE     26 losses from footage
-//        guard_comparison finds     CLIP --truth FILE                        what the guard finds without a tracker
-//        guard_comparison scenes    [--scenarios honesty,FILE.json]          simulated scenes: are state and boxes
-//        right?
+//        guard_comparison finds     CLIP --truth FILE                   what the guard finds without a tracker
+//        guard_comparison scenes    [--scenarios honesty,FILE.json]     simulated: are state and boxes right?
 //
 // The halves are those of `csrt-track tune`: sorted by their number of marks, every second target from the top is held
 // back. A start of 1 or 2 begins that many marks later. Intervals come of drawing the targets anew. Frames are decoded
@@ -27,7 +27,8 @@ namespace {
 using bench::GuardOptions;
 
 void addContestants(CLI::App& command, GuardOptions& options) {
-  command.add_option("--guards", options.guards, "off, colour")->delimiter(',');
+  command.add_option("--guards", options.guards, "off, colour, network")->delimiter(',');
+  command.add_option("--guard-model", options.guardModel, "The network's file (ONNX), for the guard network");
   command.add_option("--engines", options.engines, "fast, opencv; default: the default engine")->delimiter(',');
   command.add_option("--plugin", options.plugin, "Instead of an engine: a plug-in library");
   command.add_option("--json", options.json, "Write the figures to this file as well");
@@ -63,7 +64,7 @@ void checkWords(GuardOptions& options, const std::string& enlarge) {
     if (!preset.empty()) host::presetText(preset);  // throws where there is none
   }
   for (const std::string& guard : options.guards) {
-    if (!bench::isGuard(guard)) throw host::HostError(host::ExitCode::Usage, "there is no guard '" + guard + "'");
+    bench::checkGuard({guard, options.guardModel});
   }
   for (const std::string& engine : options.engines) {
     if (engine == host::kFastEngine || engine == host::kOpenCvEngine) continue;

@@ -35,6 +35,10 @@ void printTrace(const Walk& walk, const Watched& watched, const host::SourceFram
               walk.target->name.c_str(), walk.start, frame.index, watched.plain.seen, overlap(watched.plain.box),
               csrt_guard::name(v.state), overlap(answer.box), v.likeness.value_or(-1), v.usual.value_or(-1),
               v.around.value_or(-1), v.framesLost, v.reason, v.restart ? " RESTART" : "");
+  if (!v.opinion) return;
+  const cv::Rect2d there(v.opinion->box);
+  std::printf("  opinion %.2f iou %.2f on %s\n", v.opinion->score, overlap(there),
+              whoIs(there, frame.index, everybody).c_str());
 }
 
 }  // namespace
@@ -43,7 +47,7 @@ void follow(Walk& walk, host::PluginLibrary& library, AnswerCache& cache, const 
   const Footage& footage = *walk.footage;
   const auto& marks = walk.target->marks;
   const Base base{&library, walk.preset, footage.scene(), [&footage](long i) { return footage.at(i); }, &cache};
-  Watched watched(base, walk.guard);
+  Watched watched(base, {walk.guard, walk.model});
   const std::size_t first =
       std::min(marks.size() - 1, static_cast<std::size_t>(walk.target->firstVisibleMark() + walk.start));
   const long begin = marks[first].frame;

@@ -41,14 +41,20 @@ class CachedPlugin {
   std::unique_ptr<host::Follower> live_;
 };
 
-/// The guards that the comparisons know, by their names on the command line.
-bool isGuard(const std::string& name);
+/// A guard of the comparisons.
+struct GuardKind {
+  std::string name = "off";  ///< Or "colour" or "network".
+  std::string model;         ///< The network's file.
+};
+
+/// @throws HostError (Usage) when there is no guard of that name, or its network cannot be read or run here
+void checkGuard(const GuardKind& kind);
 
 /// The plug-in, and perhaps a guard beside it.
 class Watched {
  public:
-  /// @param guard  "off", or one that isGuard()
-  Watched(const Base& base, const std::string& guard);
+  /// @param guard  one that passed checkGuard()
+  Watched(const Base& base, const GuardKind& guard);
   void start(const host::SourceFrame& frame, const cv::Rect& box);
   /// What a host would report of this frame.
   host::FollowerAnswer step(const host::SourceFrame& frame);

@@ -2,6 +2,7 @@
 #include <array>
 #include <cmath>
 
+#include "adviser.h"
 #include "colour_model.h"
 #include "csrt_guard/csrt_guard.h"
 #include "place_tracks.h"
@@ -82,6 +83,8 @@ class Guard::Impl {
  public:
   explicit Impl(const Settings& settings) : settings_(settings) {}
 
+  void consult(std::unique_ptr<SecondOpinion> opinion) { adviser_.consult(std::move(opinion)); }
+
   bool start(const cv::Mat& frame, const cv::Rect& box) {
     started_ = false;
     if (!usable(frame) || !usable(box)) return false;
@@ -105,6 +108,7 @@ class Guard::Impl {
     sure_ = motion_;
     tracks_.clear();
     rivalry_.clear();
+    adviser_.start(frame, box);
     return started_ = true;
   }
 
@@ -118,6 +122,17 @@ class Guard::Impl {
   Verdict judge(const cv::Mat& frame, const Answer& answer) {
     if (!started_) return passedOn_(answer, "not started");
     if (!usable(frame)) return passedOn_(answer, "no picture to judge by");
+    if (!adviser_.present()) return judgeAlone_(frame, answer);
+    std::optional<cv::Rect> expected;
+    if (lost_ > 0) expected = wholePixels(motion_.box());
+    const auto margin = [&](const cv::Rect& box) { return marginAt_(frame, box); };
+    Verdict verdict = judgeAlone_(frame, adviser_.hear(frame, answer, expected, margin));
+    adviser_.conclude(verdict, answer);
+    return verdict;
+  }
+
+ private:
+  Verdict judgeAlone_(const cv::Mat& frame, const Answer& answer) {
     const Look look = lookAt_(frame, answer);
     if (usual_.value() - around_.value() < settings_.minContrast) {
       if (look.likeness && answer.seen) learn_(look, *answer.box);
@@ -126,7 +141,6 @@ class Guard::Impl {
     return lost_ == 0 ? follow_(frame, answer, look) : search_(frame, answer, look);
   }
 
- private:
   struct Look {
     std::optional<double> likeness;
     double margin = 0.0;  ///< 0: as the surroundings, 1: as usual.
@@ -135,6 +149,11 @@ class Guard::Impl {
 
   double marginOf_(double likeness) const {
     return (likeness - around_.value()) / std::max(1e-3, usual_.value() - around_.value());
+  }
+
+  std::optional<double> marginAt_(const cv::Mat& frame, const cv::Rect& box) const {
+    const std::optional<double> likeness = likenessOf(frame, box);
+    return likeness ? std::optional<double>(marginOf_(*likeness)) : std::nullopt;
   }
 
   Look lookAt_(const cv::Mat& frame, const Answer& answer) {
@@ -408,12 +427,17 @@ class Guard::Impl {
   HalfColours recent_{};  ///< What the target has looked like of late.
   double steady_ = 1.0;
   int doubts_ = 0;
+  Adviser adviser_;
 };
 
 Guard::Guard(const Settings& settings) : impl_(std::make_unique<Impl>(settings)) {}
 Guard::~Guard() = default;
 Guard::Guard(Guard&&) noexcept = default;
 Guard& Guard::operator=(Guard&&) noexcept = default;
+
+void Guard::consult(std::unique_ptr<SecondOpinion> opinion) {
+  impl_->consult(std::move(opinion));
+}
 
 bool Guard::start(const cv::Mat& frame, const cv::Rect& box) {
   return impl_->start(frame, box);

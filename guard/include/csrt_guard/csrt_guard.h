@@ -18,6 +18,8 @@
 #include <opencv2/core.hpp>
 #include <optional>
 
+#include "csrt_guard/second_opinion.h"
+
 namespace csrt_guard {
 
 /// What the tracker said about one frame.
@@ -50,6 +52,7 @@ struct Verdict {
   std::optional<double> usual;     ///< What the target has on average.
   std::optional<double> around;    ///< What the places beside the target have on average.
   std::optional<double> belief;    ///< Of a find: how likely it is the target rather than something else, [0, 1].
+  std::optional<Opinion> opinion;  ///< What the second opinion said, its size limited; empty: none, or nothing.
   int framesLost = 0;              ///< Frames since the guard last agreed.
 };
 
@@ -83,6 +86,9 @@ class Guard {
   ~Guard();
   Guard(Guard&&) noexcept;
   Guard& operator=(Guard&&) noexcept;
+
+  /// From the next start() on somebody else is asked about every frame, and what it says is weighed; null: nobody.
+  void consult(std::unique_ptr<SecondOpinion> opinion);
 
   /// Begins, or begins anew, with the target in `box`. False: nothing there to judge by; judge() then passes answers
   /// on.
