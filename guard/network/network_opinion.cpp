@@ -88,6 +88,8 @@ class NetworkOpinion : public SecondOpinion {
     }
   }
 
+  void forget() { target_.release(); }
+
   /// The same in a square of kCanvas; lets what OpenCV throws through.
   std::optional<Opinion> lookIn(const cv::Mat& canvas) {
     cv::Rect box;
@@ -113,6 +115,7 @@ std::unique_ptr<SecondOpinion> readNetworkOpinion(const std::string& file, std::
     const cv::Mat picture(kCanvas, kCanvas, CV_8UC3, cv::Scalar(110, 120, 130));
     opinion->start(picture, kMiddle);
     opinion->lookIn(picture);
+    opinion->forget();
     return opinion;
   } catch (const cv::Exception& e) {
     fault = e.err;

@@ -6,10 +6,21 @@
 namespace csrt_guard {
 namespace {
 
-constexpr double kTrusted = 0.3;    // score below which an opinion does not say where the target is
+constexpr double kTrusted = 0.3;       // score below which an opinion does not say where the target is
+constexpr double kVouching = 0.45;     // score from which it speaks for a target that changes its colours
+constexpr double kStep = 0.15;         // diagonals that a target may be from where it should be: others are farther ...
+constexpr double kStepPerMiss = 0.02;  // ... and more for every frame that it was not seen
+constexpr double kStepMost = 0.6;
+constexpr int kGap = 25;            // frames: a target that was not seen for longer has to be found anew
+constexpr int kBackFrames = 2;      // in which it must be seen after a gap
 constexpr double kTogether = 0.4;   // overlap from which two boxes are on one target
 constexpr double kNoWorse = 0.15;   // margin that the opinion's box may be less like the target than the tracker's
 constexpr int kPartedFrames = 3;    // so many in a row before the opinion goes where the tracker is
+constexpr double kItself = 0.88;    // what the looks of one person have in common from frame to frame, at least
+constexpr double kAlike = 0.85;     // margin from which it may look otherwise than that
+constexpr double kVeryAlike = 0.9;  // margin of what is taken for a target that was away for long ...
+constexpr int kAlikeFrames = 6;     // ... after so many frames
+constexpr float kLookRate = 0.1F;
 constexpr double kResize = 1.02;    // a frame
 constexpr double kSmallest = 0.45;  // of the size at the start
 constexpr double kBiggest = 2.2;
@@ -28,8 +39,12 @@ cv::Rect around(const cv::Point2d& centre, const cv::Size2d& size) {
           std::max(1, cvRound(size.height))};
 }
 
-cv::Point2d centreOf(const cv::Rect& box) {
-  return {box.x + box.width / 2.0, box.y + box.height / 2.0};
+/// How far a point is from the way between two others.
+double fromWay(const cv::Point2d& point, const cv::Point2d& from, const cv::Point2d& to) {
+  const cv::Point2d way = to - from;
+  const double length2 = way.dot(way);
+  const double share = length2 > 0.0 ? std::clamp((point - from).dot(way) / length2, 0.0, 1.0) : 0.0;
+  return cv::norm(point - (from + share * way));
 }
 
 }  // namespace
@@ -40,10 +55,11 @@ double scoreFactor(double score) {
 
 void Adviser::start(const cv::Mat& frame, const cv::Rect& box) {
   latest_.reset();
-  chosen_ = false;
-  parted_ = 0;
+  chosen_ = hasLook_ = false;
+  together_ = gap_ = parted_ = alike_ = 0;
   started_ = opinion_ != nullptr && opinion_->start(frame, box);
-  at_ = box;
+  motion_.start(box);
+  from_ = TargetMotion::centre(box);
   size_ = startSize_ = box.size();
 }
 
@@ -51,39 +67,86 @@ cv::Rect Adviser::limited_(const cv::Rect& found) const {
   const auto follow = [](double size, double to, double start) {
     return std::clamp(std::clamp(to, size / kResize, size * kResize), kSmallest * start, kBiggest * start);
   };
-  return around(centreOf(found), {follow(size_.width, found.width, startSize_.width),
-                                  follow(size_.height, found.height, startSize_.height)});
+  return around(TargetMotion::centre(found), {follow(size_.width, found.width, startSize_.width),
+                                              follow(size_.height, found.height, startSize_.height)});
 }
 
-Answer Adviser::hear(const cv::Mat& frame, const Answer& told, const std::optional<cv::Rect>& expected,
-                     const MarginOf& margin) {
-  chosen_ = false;
-  latest_ = opinion_->look(frame, at_);
-  if (latest_ && latest_->score < kTrusted && expected) {
-    const std::optional<Opinion> there = opinion_->look(frame, around(centreOf(*expected), size_));
-    if (there && there->score > latest_->score) latest_ = there;
+/// Asks where the target should be. True: it is there; a box that jumps is somebody else's.
+bool Adviser::follows_(const cv::Mat& frame, const std::optional<cv::Rect>& expected) {
+  const int missed = motion_.lost();
+  TargetMotion ahead = motion_;
+  ahead.miss();
+  const bool gone = expected && missed > kGap;
+  if (gone) ahead.start(*expected);
+  ahead.keepInside(frame.size());
+  const cv::Point2d at = TargetMotion::centre(ahead.box());
+  latest_ = opinion_->look(frame, around(at, size_));
+  if (latest_) latest_->box = limited_(latest_->box);
+  const double allowed = std::min(kStepMost, kStep + kStepPerMiss * missed) * std::hypot(size_.width, size_.height);
+  return latest_ && latest_->score >= kTrusted &&
+         fromWay(TargetMotion::centre(latest_->box), gone ? at : from_, at) <= allowed;
+}
+
+/// Notes whether it was where it should be and looked as it should.
+void Adviser::note_(bool seen) {
+  if (!seen) {
+    motion_.miss();
+    if (together_ > 0) gap_ = 0;
+    ++gap_;
+    together_ = 0;
+    return;
   }
-  if (!latest_) return told;
-  latest_->box = limited_(latest_->box);
-  if (latest_->score < kTrusted) return told;
-  at_ = latest_->box;
-  if (told.seen && told.box && overlap(*told.box, at_) >= kTogether) {
+  ++together_;
+  from_ = TargetMotion::centre(latest_->box);
+  motion_.see(latest_->box);
+  size_ = latest_->box.size();
+}
+
+/// Whether it looks as it did a moment ago.
+bool Adviser::staysItself_(const ColourLook& now, bool held) {
+  const bool itself = !hasLook_ || sameness(look_, now.look) >= kItself;
+  if (!hasLook_) look_ = now.look;
+  if (itself || held || now.margin >= kAlike) blend(look_, now.look, kLookRate);
+  hasLook_ = true;
+  return itself;
+}
+
+Advice Adviser::hear(const cv::Mat& frame, const Answer& told, const std::optional<cv::Rect>& expected,
+                     const LookOf& lookOf) {
+  chosen_ = false;
+  const bool near = follows_(frame, expected);
+  const std::optional<ColourLook> here = near ? lookOf(latest_->box) : std::nullopt;
+  const bool held = together_ > 0 && latest_ && latest_->score >= kVouching;  // without a gap it may change its looks
+  const bool itself = here && (staysItself_(*here, held) || held);
+  note_(here && (itself || here->margin >= kAlike));
+  if (together_ == 0) return {told};
+  Advice advice{told};
+  advice.vouched = itself && latest_->score >= kVouching;
+  alike_ = here->margin >= kVeryAlike ? alike_ + 1 : 0;
+  advice.back = (together_ >= kBackFrames && gap_ <= kGap) || std::min(alike_, together_) >= kAlikeFrames;
+  if (told.seen && told.box && overlap(*told.box, latest_->box) >= kTogether) {
     parted_ = 0;
-    return told;
+    return advice;
   }
   ++parted_;
-  const std::optional<double> here = margin(at_);
-  if (!here) return told;
-  const std::optional<double> there = told.seen && told.box ? margin(*told.box) : std::nullopt;
-  if (there && *here < *there - kNoWorse) return told;
+  const std::optional<ColourLook> there = told.seen && told.box ? lookOf(*told.box) : std::nullopt;
+  if (there && here->margin < there->margin - kNoWorse) return {told};
   chosen_ = true;
-  return {at_, true};
+  advice.answer = {latest_->box, true};
+  return advice;
+}
+
+std::optional<Opinion> Adviser::confirm(const cv::Mat& frame, const cv::Rect& find) const {
+  std::optional<Opinion> opinion = opinion_->look(frame, around(TargetMotion::centre(find), size_));
+  if (!opinion || opinion->score < kTrusted) return std::nullopt;
+  opinion->box = limited_(opinion->box);
+  return overlap(opinion->box, find) >= kTogether ? opinion : std::nullopt;
 }
 
 void Adviser::conclude(Verdict& verdict, const Answer& told) {
   verdict.opinion = latest_;
   if (verdict.restart) {
-    follow_(*verdict.box);
+    isIn_(*verdict.box);
     return;
   }
   if (verdict.state != State::Agreed) return;
@@ -91,18 +154,15 @@ void Adviser::conclude(Verdict& verdict, const Answer& told) {
     verdict.state = State::Reacquired;
     verdict.restart = true;
     verdict.reason = "the tracker is off the target: likely it is where the second opinion sees it";
-    follow_(*verdict.box);
-  } else if (told.box && (parted_ >= kPartedFrames || !latest_ || latest_->score < kTrusted)) {
-    follow_(*told.box);
-  } else if (latest_) {
-    size_ = latest_->box.size();
+  } else if (told.box && (parted_ >= kPartedFrames || (together_ == 0 && gap_ >= kPartedFrames))) {
+    isIn_(*told.box);
   }
 }
 
-/// The target is in this box.
-void Adviser::follow_(const cv::Rect& box) {
+void Adviser::isIn_(const cv::Rect& box) {
   size_ = limited_(box).size();
-  at_ = around(centreOf(box), size_);
+  motion_.see(around(TargetMotion::centre(box), size_));
+  from_ = TargetMotion::centre(box);
   parted_ = 0;
 }
 

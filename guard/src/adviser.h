@@ -6,18 +6,31 @@
 #include <opencv2/core.hpp>
 #include <optional>
 
+#include "colour_model.h"
 #include "csrt_guard/csrt_guard.h"
 #include "csrt_guard/second_opinion.h"
+#include "target_motion.h"
 
 namespace csrt_guard {
 
-/// How like the target a box of the frame in hand is: 0 as its surroundings, 1 as usual. Empty: cannot be judged.
-using MarginOf = std::function<std::optional<double>(const cv::Rect&)>;
+/// What the colours say of a box of the frame in hand.
+struct ColourLook {
+  double margin = 0.0;  ///< 0 as the target's surroundings, 1 as usual.
+  HalfColours look{};
+};
+using LookOf = std::function<std::optional<ColourLook>(const cv::Rect&)>;  ///< Empty: cannot be judged.
 
-/// What a score of a second opinion says: how much likelier it is for the target than for another of its kind.
+/// What the adviser made of one frame.
+struct Advice {
+  Answer answer;         ///< To be judged: the tracker's, or the opinion's where the two part and more speaks for that.
+  bool vouched = false;  ///< The opinion goes along with it, moved on as before and looks as it did a moment ago.
+  bool back = false;     ///< The opinion has it again after a short time without.
+};
+
+/// How much likelier a score is for the target than for another of its kind.
 double scoreFactor(double score);
 
-/// Nothing of this needs an opinion to be there: without one the tracker's answers are passed on.
+/// Nothing of this needs an opinion to be there: without one, present() is false.
 class Adviser {
  public:
   void consult(std::unique_ptr<SecondOpinion> opinion) { opinion_ = std::move(opinion); }
@@ -25,29 +38,36 @@ class Adviser {
 
   void start(const cv::Mat& frame, const cv::Rect& box);
 
-  /// Asks about this frame. @param expected  where a lost target should be; empty while it is followed
-  /// @return the answer to judge: the tracker's, or the opinion's where the two part and more speaks for that
-  Answer hear(const cv::Mat& frame, const Answer& told, const std::optional<cv::Rect>& expected,
-              const MarginOf& margin);
+  /// Asks about this frame. @param expected  where a target lost long ago should be; empty while it is followed
+  Advice hear(const cv::Mat& frame, const Answer& told, const std::optional<cv::Rect>& expected, const LookOf& lookOf);
 
-  /// Of a find: the opinion's own box of it where that is one, and how much its score speaks for it.
-  std::optional<Opinion> lookAt(const cv::Mat& frame, const cv::Rect& box);
+  /// What the opinion says of a find, its size limited; empty: it does not see the target there.
+  std::optional<Opinion> confirm(const cv::Mat& frame, const cv::Rect& find) const;
 
   /// Completes the verdict on the answer of hear(): a box that is the opinion's alone becomes a start of the tracker.
   void conclude(Verdict& verdict, const Answer& told);
 
  private:
+  bool follows_(const cv::Mat& frame, const std::optional<cv::Rect>& expected);
+  bool staysItself_(const ColourLook& now, bool held);
+  void note_(bool seen);
   cv::Rect limited_(const cv::Rect& found) const;
-  void follow_(const cv::Rect& box);
+  void isIn_(const cv::Rect& box);
 
   std::unique_ptr<SecondOpinion> opinion_;
   bool started_ = false;
   cv::Size2d startSize_;
   cv::Size2d size_;                ///< Of the target, followed slowly: a box grows over groups.
-  cv::Rect at_;                    ///< Where it was last.
-  std::optional<Opinion> latest_;  ///< Of the frame in hand, with its size limited.
-  bool chosen_ = false;            ///< Its box is what is judged.
-  int parted_ = 0;                 ///< Frames in a row in which tracker and opinion were apart.
+  TargetMotion motion_;            ///< Of what the opinion follows.
+  cv::Point2d from_;               ///< Where it was last seen.
+  std::optional<Opinion> latest_;  ///< Of the frame in hand, its size limited.
+  HalfColours look_{};             ///< Of what the opinion follows, mostly of late.
+  bool hasLook_ = false;
+  bool chosen_ = false;  ///< Its box is what is judged.
+  int together_ = 0;     ///< Frames in a row in which the opinion followed something.
+  int gap_ = 0;          ///< Frames for which it did not, before those.
+  int alike_ = 0;        ///< Frames in a row in which what it followed looked very much like the target.
+  int parted_ = 0;       ///< Frames in a row in which tracker and opinion were apart.
 };
 
 }  // namespace csrt_guard

@@ -20,6 +20,7 @@ constexpr double kResize = 1.02;       // a frame
 constexpr double kSmallest = 0.45;     // of the size at the start
 constexpr double kBiggest = 2.2;
 constexpr int kRolledBack = 15;   // frames at most from which the last sure sight still says where the target is
+constexpr double kHope = 0.3;     // likelihood from which a find is worth a second opinion
 constexpr double kLargest = 1e6;  // pixels; larger numbers are no box
 
 bool usable(const cv::Mat& frame) {
@@ -108,6 +109,7 @@ class Guard::Impl {
     sure_ = motion_;
     tracks_.clear();
     rivalry_.clear();
+    hope_.reset();
     adviser_.start(frame, box);
     return started_ = true;
   }
@@ -124,9 +126,10 @@ class Guard::Impl {
     if (!usable(frame)) return passedOn_(answer, "no picture to judge by");
     if (!adviser_.present()) return judgeAlone_(frame, answer);
     std::optional<cv::Rect> expected;
-    if (lost_ > 0) expected = wholePixels(motion_.box());
-    const auto margin = [&](const cv::Rect& box) { return marginAt_(frame, box); };
-    Verdict verdict = judgeAlone_(frame, adviser_.hear(frame, answer, expected, margin));
+    if (lost_ > 0) expected = wholePixels(hope_.value_or(motion_.box()));
+    hope_.reset();
+    advice_ = adviser_.hear(frame, answer, expected, [&](const cv::Rect& box) { return colourLook_(frame, box); });
+    Verdict verdict = judgeAlone_(frame, advice_.answer);
     adviser_.conclude(verdict, answer);
     return verdict;
   }
@@ -151,9 +154,12 @@ class Guard::Impl {
     return (likeness - around_.value()) / std::max(1e-3, usual_.value() - around_.value());
   }
 
-  std::optional<double> marginAt_(const cv::Mat& frame, const cv::Rect& box) const {
-    const std::optional<double> likeness = likenessOf(frame, box);
-    return likeness ? std::optional<double>(marginOf_(*likeness)) : std::nullopt;
+  std::optional<ColourLook> colourLook_(const cv::Mat& frame, const cv::Rect& box) const {
+    if (!usable(box)) return std::nullopt;
+    const CodedView view = viewOf(frame, box, workScale(box.size()), palette_);
+    if (view.codes.empty()) return std::nullopt;
+    const std::optional<HalfColours> look = coloursIn(view, view.toView(box), palette_);
+    return look ? std::optional<ColourLook>({marginOf_(model_.likeness(*look)), *look}) : std::nullopt;
   }
 
   Look lookAt_(const cv::Mat& frame, const Answer& answer) {
@@ -199,6 +205,14 @@ class Guard::Impl {
     if ((box & cv::Rect2d(look.view.part)) == box) learnSize_(box.size());
   }
 
+  /// The target changes its colours before the eyes of the second opinion: what is usual goes along.
+  void learnChange_(const Look& look, const cv::Rect2d& box) {
+    if (look.margin >= settings_.usualFrom) return;
+    usual_.add(*look.likeness);
+    const std::optional<HalfColours> colours = coloursIn(look.view, look.view.toView(box), palette_);
+    if (colours) blend(recent_, *colours, static_cast<float>(settings_.recentRate));
+  }
+
   /// A box that shrinks or grows slips off the target as a rule: its size is followed slowly, and not far.
   void learnSize_(const cv::Size2d& seen) {
     const auto follow = [](double size, double to, double start) {
@@ -208,10 +222,14 @@ class Guard::Impl {
     size_.height = follow(size_.height, seen.height, startSize_.height);
   }
 
+  /// The margin below which a box is in doubt.
+  double likeEnough_() const { return advice_.vouched ? settings_.vouchedFrom : settings_.doubtBelow; }
+
   Verdict follow_(const cv::Mat& frame, const Answer& answer, const Look& look) {
-    const bool alike = look.likeness && look.margin >= settings_.doubtBelow;
+    const bool alike = look.likeness && look.margin >= likeEnough_();
     steady_ += settings_.driftRate * (std::min(1.0, look.margin) - steady_);
-    if (answer.seen && alike && steady_ >= settings_.driftBelow) {
+    if (answer.seen && alike && (advice_.vouched || steady_ >= settings_.driftBelow)) {
+      if (advice_.vouched) learnChange_(look, *answer.box);
       doubts_ = 0;
       ++sinceCheck_;
       learn_(look, *answer.box);
@@ -272,7 +290,11 @@ class Guard::Impl {
     } else {
       motion_.miss();
     }
+    if (adviser_.present()) motion_.keepInside(frame.size());
     ++lost_;
+    if (advice_.back && answer.seen && look.likeness && look.margin >= likeEnough_()) {
+      return regained_(answer, look, trackAt_(*answer.box));
+    }
     const std::vector<Place> places = placesIn_(frame, answer, look);
     std::vector<double> own;
     for (const Place& place : places) own.push_back(ownDensity(evidenceOf_(place)));
@@ -292,6 +314,7 @@ class Guard::Impl {
     }
     if (best == nullptr) return predicted_("lost: nothing near looks enough like the target", look);
     const double belief = bestOdds / all;
+    if (belief >= kHope) hope_ = best->box;
     if (belief < settings_.believe) {
       Verdict verdict = predicted_("lost: what is found may as well be somebody else", look);
       verdict.belief = belief;
@@ -302,7 +325,12 @@ class Guard::Impl {
     if (answer.seen && answer.box && (cv::Rect2d(*answer.box) & best->box).area() > 0.6 * best->box.area()) {
       return regained_(answer, look, best->box);
     }
-    return reacquire_(*best, belief, look);
+    std::optional<Opinion> confirmed;
+    if (adviser_.present()) {
+      confirmed = adviser_.confirm(frame, wholePixels(best->box));
+      if (!confirmed) return predicted_("lost: the second opinion does not see it in what is found", look);
+    }
+    return reacquire_(*best, belief, look, confirmed);
   }
 
   /// What looks like the target within reach, the tracker's own box among it.
@@ -356,6 +384,16 @@ class Guard::Impl {
     track.bornOthers = tracks_.unfoundOthersAt(place);
   }
 
+  /// The box of the track that is in this box; the box itself where there is none.
+  cv::Rect2d trackAt_(const cv::Rect2d& box) {
+    const PlaceTrack* best = nullptr;
+    for (const PlaceTrack& track : tracks_.all()) {
+      if (distance(track.box, box) > 0.3 * diagonal(box)) continue;
+      if (best == nullptr || distance(track.box, box) < distance(best->box, box)) best = &track;
+    }
+    return best != nullptr ? best->box : box;
+  }
+
   /// The tracker itself is on the target again.
   Verdict regained_(const Answer& answer, const Look& look, const cv::Rect2d& place) {
     const Verdict verdict = verdict_(State::Agreed, answer.box, true, "the tracker's box shows the target again", look);
@@ -366,15 +404,16 @@ class Guard::Impl {
     return verdict;
   }
 
-  Verdict reacquire_(const PlaceTrack& track, double belief, const Look& look) {
-    const cv::Rect2d box = track.box;
+  Verdict reacquire_(const PlaceTrack& track, double belief, const Look& look,
+                     const std::optional<Opinion>& confirmed) {
+    const cv::Rect2d box = confirmed ? cv::Rect2d(confirmed->box) : track.box;
     Verdict verdict = verdict_(State::Reacquired, wholePixels(box), true, "found: likely the target", look);
     verdict.restart = true;
     verdict.likeness = track.likeness;
     verdict.belief = belief;
     motion_.see(box);
     sure_ = motion_;
-    tracks_.targetIsIn(box);
+    tracks_.targetIsIn(track.box);
     lost_ = 0;
     steady_ = 1.0;
     return verdict;
@@ -428,6 +467,8 @@ class Guard::Impl {
   double steady_ = 1.0;
   int doubts_ = 0;
   Adviser adviser_;
+  std::optional<cv::Rect2d> hope_;  ///< What was found last and may be the target: the second opinion looks there.
+  Advice advice_;                   ///< On the frame in hand.
 };
 
 Guard::Guard(const Settings& settings) : impl_(std::make_unique<Impl>(settings)) {}

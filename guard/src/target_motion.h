@@ -1,6 +1,7 @@
 // Where the target should be while it is not seen.
 #pragma once
 
+#include <algorithm>
 #include <opencv2/core.hpp>
 
 namespace csrt_guard {
@@ -32,6 +33,12 @@ class TargetMotion {
     ++lost_;
     damping_ *= kDamping;
     box_ += velocity_ * damping_;
+  }
+
+  /// A target that would be outside the picture waits at its border.
+  void keepInside(const cv::Size& picture) {
+    const cv::Point2d c = centre(box_);
+    box_ += cv::Point2d(std::clamp(c.x, 0.0, picture.width - 1.0), std::clamp(c.y, 0.0, picture.height - 1.0)) - c;
   }
 
   const cv::Rect2d& box() const { return box_; }             ///< Full-frame pixels.

@@ -85,6 +85,7 @@ int examine(const DoctorOptions& options) {
   const bool enginesDiffer = !pluginBad && print({checkEngines(plugin)});
   const bool openCvBad = print(checkOpenCv());
   const bool outputBad = print(checkOutput(options.output));
+  print({checkNetworkGuard()});
   print({checkDisplay()});
   print(options.live ? checkLive(options.output) : checkLiveFiles());
   if (pluginBad) return static_cast<int>(ExitCode::Plugin);

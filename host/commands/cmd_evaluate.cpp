@@ -36,7 +36,7 @@ struct EvaluateOptions {
   ConfigOptions config;
   std::string reference;  ///< Empty: no reference; "opencv" or "plugin": whose parameters it has.
   std::string pace = kDefaultPace;
-  std::string guard = "off";
+  GuardOptions guard;
   std::string shard = "1/1";
   std::string json;
   std::string html;
@@ -47,7 +47,6 @@ struct EvaluateOptions {
 };
 
 void checkOptions(const EvaluateOptions& options) {
-  guardChoiceOf(options.guard);
   if (!options.reference.empty() && options.reference != "opencv" && options.reference != "plugin") {
     throw HostError(ExitCode::Usage, "--reference '" + options.reference + "' is neither opencv nor plugin");
   }
@@ -55,10 +54,9 @@ void checkOptions(const EvaluateOptions& options) {
 
 /// Target after target, the reference right behind the plug-in, so that both meet the same load.
 std::vector<FollowJob> jobsOf(const Sequence& sequence, const EvaluateOptions& options, const std::string& configText,
-                              PluginLibrary& library, Pace pace) {
+                              PluginLibrary& library, Pace pace, const GuardChoice& guard) {
   std::vector<FollowJob> jobs;
   for (const TruthTarget& target : sequence.targets) {
-    const GuardChoice guard = guardChoiceOf(options.guard);
     jobs.push_back({target, options.maxFrames, [&library, configText, pace, guard] {
                       return makePluginFollower(library, configText, pace == Pace::Video, guard);
                     }});
@@ -80,7 +78,7 @@ RunFacts factsOf(const EvaluateOptions& options, const std::string& configText, 
                     {"configuration", configText.empty() ? "{}" : configText},
                     {"pace", options.pace},
                     {"threads", std::to_string(options.threads)}};
-  if (options.guard != "off") facts.emplace_back("guard", options.guard);
+  if (options.guard.which != "off") facts.emplace_back("guard", options.guard.which);
   if (!options.reference.empty()) facts.emplace_back("reference", options.reference);
   if (options.maxFrames > 0) facts.emplace_back("max_frames", std::to_string(options.maxFrames));
   if (options.shard != "1/1") facts.emplace_back("shard", options.shard);
@@ -126,12 +124,12 @@ class FramesOnly : public RunObserver {
 };
 
 void run(const EvaluateOptions& options, const std::vector<Sequence>& sequences, const std::string& configText,
-         PluginLibrary& library, EvaluationResult& all) {
+         PluginLibrary& library, const GuardChoice& guard, EvaluationResult& all) {
   const Pace pace = paceOf(options.pace);
   std::vector<std::vector<FollowJob>> jobs;
   RunInfo info;
   for (const Sequence& sequence : sequences) {
-    jobs.push_back(jobsOf(sequence, options, configText, library, pace));
+    jobs.push_back(jobsOf(sequence, options, configText, library, pace, guard));
     info.expectedFrames += framesOf(jobs.back());
   }
   Progress progress;
@@ -170,6 +168,7 @@ void checkFiles(const EvaluateOptions& options) {
   options.sequences.addTo(plan);
   plan.reads("--config", options.config.file);
   plan.reads("--plugin", pathOf(options.plugin));
+  plan.reads("--guard-model", options.guard.model);
   plan.writes("--json", options.json);
   plan.writes("--html", options.html);
   plan.check();
@@ -189,6 +188,7 @@ std::size_t judgedTargets(const EvaluationResult& result) {
 int evaluate(const EvaluateOptions& options) {
   checkOptions(options);
   checkFiles(options);
+  const GuardChoice guard = chosenGuard(options.guard, options.quiet);
   const std::string configText = buildConfigText(options.config);
   const std::vector<Sequence> sequences = shardOf(openSequences(options.sequences.read()), parseShard(options.shard));
   paceOf(options.pace);
@@ -203,7 +203,8 @@ int evaluate(const EvaluateOptions& options) {
 
   EvaluationResult result;
   result.facts = factsOf(options, configText, library, sequences);
-  run(options, sequences, configText, library, result);
+  if (!guard.sha256.empty()) result.facts.emplace_back("guard_model_sha256", guard.sha256);
+  run(options, sequences, configText, library, guard, result);
   if (interruptSignal() != 0) {
     result.facts.emplace_back("interrupted", fmt::format("{} after {} of {} targets", interruptName(),
                                                          judgedTargets(result), targetsOf(sequences)));
@@ -225,7 +226,7 @@ void addEvaluateCommand(CLI::App& app, int& status) {
   command.add_flag("--reference{opencv}", options->reference,
                    "Run the bare cv::TrackerCSRT on the whole frame beside the plug-in, with OpenCV's own parameters; "
                    "--reference=plugin: with those of the configuration");
-  addGuardOption(command, options->guard);
+  addGuardOptions(command, options->guard);
   addPaceOption(command, options->pace);
   command.add_option("--max-frames", options->maxFrames, "Use at most so many frames of each target; 0: all")
       ->type_name("N")

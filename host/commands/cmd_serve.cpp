@@ -45,7 +45,7 @@ struct ServeOptions {
   std::string metadata;
   std::string records;
   std::string pace = "source";
-  std::string guard = "off";
+  GuardOptions guard;
   std::string panFrame = "vehicle";
   std::string streamUri;
   std::string clock = "machine";
@@ -156,6 +156,7 @@ void checkFiles(const ServeOptions& options) {
   plan.reads("--config", options.config.file);
   plan.reads("--metadata", options.metadata);
   plan.reads("--plugin", pathOf(options.plugin));
+  plan.reads("--guard-model", options.guard.model);
   plan.writes("--records", options.records);
   plan.check();
 }
@@ -167,7 +168,7 @@ ServeRun runOf(const ServeOptions& options) {
   run.configText = buildConfigText(options.config);
   if (!options.metadata.empty() && !isLive(options.source)) run.metadata = readMetadataFile(options.metadata);
   run.pace = paceOf(options.pace);
-  run.guard = guardChoiceOf(options.guard);
+  run.guard = chosenGuard(options.guard, options.quiet);
   run.threads = options.threads;
   run.logToStderr = options.debug || asksForDebug(run.configText);
   run.videoDelay_s = options.videoDelay_s;
@@ -234,7 +235,7 @@ void addSourceOptions(CLI::App& command, ServeOptions& options) {
 
 void addTrackerOptions(CLI::App& command, ServeOptions& options) {
   addConfigOptions(command, options.config);
-  addGuardOption(command, options.guard);
+  addGuardOptions(command, options.guard);
   addPluginOptions(command, options.plugin);
   addThreadsOption(command, options.threads);
 }

@@ -46,7 +46,7 @@ struct SimulateOptions {
   std::string clipMetadata;
   PluginChoice plugin;
   std::string pace = kDefaultPace;
-  std::string guard = "off";
+  GuardOptions guard;
   std::string print;
   std::vector<std::string> mavlink;
   std::string videoPipe;
@@ -89,7 +89,6 @@ sim::Scenario scenarioOf(const SimulateOptions& options) {
 }
 
 void checkOptions(const SimulateOptions& options) {
-  guardChoiceOf(options.guard);
   if (options.seed && *options.seed < 0) {
     throw HostError(ExitCode::Usage, "--seed " + std::to_string(*options.seed) + " is negative");
   }
@@ -120,6 +119,7 @@ void checkFiles(const SimulateOptions& options) {
   if (sim::findShippedScenario(options.scenario) == nullptr) plan.reads("the scenario", options.scenario);
   plan.reads("--config", options.config.file);
   plan.reads("--plugin", pathOf(options.plugin));
+  plan.reads("--guard-model", options.guard.model);
   plan.writes("--records", options.records);
   plan.writes("--summary", options.summary);
   plan.writes("--video", options.video);
@@ -171,6 +171,7 @@ int simulate(const SimulateOptions& options) {
   if (!options.print.empty()) return printScenario(options.print);
   checkOptions(options);
   checkFiles(options);
+  const GuardChoice guard = chosenGuard(options.guard, options.quiet);
   if (!options.mavlink.empty()) return flyScenario(options);
   const sim::Scenario scenario = scenarioOf(options);
   PluginLibrary library(pathOf(options.plugin));
@@ -192,7 +193,7 @@ int simulate(const SimulateOptions& options) {
   if (!options.clip.empty() || !options.clipMetadata.empty()) observers.push_back(&clip);
   if (inStream) observers.push_back(&klvClip);
   if (options.debug) observers.push_back(&log);
-  const bool started = sim::simulate(camera, library, {paceOf(options.pace), guardChoiceOf(options.guard)}, observers);
+  const bool started = sim::simulate(camera, library, {paceOf(options.pace), guard}, observers);
 
   const sim::SimulationTotals totals = tally.totals();
   const std::vector<sim::Check> checks = sim::judge(totals, scenario.expect);
@@ -239,7 +240,7 @@ void addSimulateCommand(CLI::App& app, int& status) {
   addConfigOptions(command, options->config, "the scenario's own");
   addOutputs(command, *options);
   addPluginOptions(command, options->plugin);
-  addGuardOption(command, options->guard);
+  addGuardOptions(command, options->guard);
   addPaceAndClockOptions(command, options->pace);
   command
       .add_option("--mavlink", options->mavlink,

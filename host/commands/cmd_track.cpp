@@ -90,7 +90,7 @@ TrackRun runOf(const TrackOptions& options, const ConfigOptions& config, bool li
   run.configText = buildConfigText(config);
   if (!options.metadata.empty() && !live) run.metadata = readMetadataFile(options.metadata);
   run.pace = paceOf(options.pace);
-  run.guard = guardChoiceOf(options.guard);
+  run.guard = chosenGuard(options.guard, options.quiet);
   run.threads = options.threads;
   run.logToStderr = options.debug || asksForDebug(run.configText);
   return run;

@@ -43,7 +43,7 @@ struct TuneOptions {
   long brackets = 0;
   int candidates = 9;
   std::uint64_t seed = 1;
-  std::string guard = "off";
+  GuardOptions guard;
   std::string shard = "1/1";
   std::string out;
   PluginChoice plugin;
@@ -52,7 +52,6 @@ struct TuneOptions {
 };
 
 void checkOptions(const TuneOptions& options) {
-  guardChoiceOf(options.guard);
   checkGoal(options.goal);
   if (!(options.budget_min > 0)) throw HostError(ExitCode::Usage, "--budget is not a time above 0 minutes");
 }
@@ -78,7 +77,7 @@ Json searchOf(const TuneOptions& options, const TuneSplit& split, const nlohmann
                  {"engine", engine},
                  {"program", CSRT_VERSION},
                  {"opencv", CV_VERSION}};
-  if (options.guard != "off") search["guard"] = options.guard;
+  if (options.guard.which != "off") search["guard"] = options.guard.which;
   return search;
 }
 
@@ -175,14 +174,14 @@ void write(const std::string& path, const std::string& text) {
 }
 
 /// The cost of the defaults in the same unit, from the log where it is known.
-double defaultCost(PluginLibrary& library, const TuneSplit& split, const TuneOptions& options,
+double defaultCost(PluginLibrary& library, const TuneSplit& split, const TuneOptions& options, const GuardChoice& guard,
                    const std::vector<Trial>& known) {
   if (options.goal.maxCost <= 0) return 0;
   for (const Trial& trial : known) {
     if (trial.config.empty() && trial.rung == 0) return trial.score.cpu_ms;
   }
   TuneGoal costAlone;
-  costAlone.guard = guardChoiceOf(options.guard);
+  costAlone.guard = guard;
   const std::vector<TrialScore> score = scoreConfigs(library, partFor(split.training, defaultRungs().front()),
                                                      costAlone, options.threads, {nlohmann::json::object()});
   return score.empty() ? 0 : score.front().cpu_ms;
@@ -215,6 +214,7 @@ void checkFiles(const TuneOptions& options) {
   options.sequences.addTo(plan);
   plan.reads("--config", options.config.file);
   plan.reads("--plugin", pathOf(options.plugin));
+  plan.reads("--guard-model", options.guard.model);
   for (const char* file : {"trials.jsonl", "best.json", "tuning.json", "report.md"}) {
     plan.writes("--out", (fs::path(options.out) / file).string());
   }
@@ -224,6 +224,7 @@ void checkFiles(const TuneOptions& options) {
 int tune(const TuneOptions& options) {
   checkOptions(options);
   checkFiles(options);
+  const GuardChoice guard = chosenGuard(options.guard, options.quiet);
   const std::string startText = buildConfigText(options.config);
   const nlohmann::json start =
       startText.empty() ? nlohmann::json::object() : nlohmann::json::parse(startText, nullptr, false);
@@ -236,14 +237,15 @@ int tune(const TuneOptions& options) {
   cv::setNumThreads(1);  // the targets share the cores
   TuningResult result;
   result.search = searchOf(options, split, start, library.engine());
+  if (!guard.sha256.empty()) result.search["guard_model_sha256"] = guard.sha256;
   if (settings.shard.count > 1) result.shards = {options.shard};
   TrialLog log(options.out + "/trials.jsonl", result.search, options.shard);
 
   const Clock::time_point begin = Clock::now();
   const auto minutes = [&begin] { return std::chrono::duration<double>(Clock::now() - begin).count() / 60; };
   TuneGoal goal = options.goal;
-  goal.guard = guardChoiceOf(options.guard);
-  goal.defaultCpu_ms = defaultCost(library, split, options, log.known());
+  goal.guard = guard;
+  goal.defaultCpu_ms = defaultCost(library, split, options, guard, log.known());
   const int threads = options.threads;
   std::vector<Trial> shown = log.known();
   TuneHooks hooks;
@@ -288,7 +290,7 @@ void addTuneCommand(CLI::App& app, int& status) {
                   "Targets to judge the result on, comma-separated; default: every second, by marks")
       ->type_name("NAME")
       ->delimiter(',');
-  addGuardOption(command, options->guard);
+  addGuardOptions(command, options->guard);
   command.add_option("--goal", options->goal.name, "What to maximise: success, on-target or both")
       ->type_name("GOAL")
       ->check(CLI::IsMember({"success", "on-target", "both"}))

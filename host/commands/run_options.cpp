@@ -1,8 +1,7 @@
 #include "commands/run_options.h"
 
 #include <CLI/CLI.hpp>
-
-#include "plugin/guard_choice.h"
+#include <cstdio>
 
 namespace host {
 
@@ -19,8 +18,15 @@ void addConfigOptions(CLI::App& command, ConfigOptions& config, const std::strin
       ->allow_extra_args(false);
 }
 
-void addGuardOption(CLI::App& command, std::string& guard) {
-  command.add_option("--guard", guard, kGuardHelp)->type_name("WHICH")->capture_default_str();
+void addGuardOptions(CLI::App& command, GuardOptions& guard) {
+  command.add_option("--guard", guard.which, kGuardHelp)->type_name("WHICH")->capture_default_str();
+  command.add_option("--guard-model", guard.model, kGuardModelHelp)->type_name("FILE");
+}
+
+GuardChoice chosenGuard(const GuardOptions& guard, bool quiet) {
+  GuardChoice choice = guardChoiceOf(guard);
+  if (!choice.note.empty() && !quiet) std::fprintf(stderr, "csrt-track: %s\n", choice.note.c_str());
+  return choice;
 }
 
 namespace {

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "config/config_text.h"
+#include "plugin/guard_choice.h"
 
 namespace CLI {
 class App;
@@ -18,8 +19,11 @@ inline constexpr const char* kDefaultPace = "video";
 /// --preset, --config, --set. @param beneath  what lies under all three, such as "the scenario's own"; empty: nothing
 void addConfigOptions(CLI::App& command, ConfigOptions& config, const std::string& beneath = "");
 
-/// --guard, for guardChoiceOf().
-void addGuardOption(CLI::App& command, std::string& guard);
+/// --guard and --guard-model, for chosenGuard().
+void addGuardOptions(CLI::App& command, GuardOptions& guard);
+
+/// guardChoiceOf(); what is known of the network's file is said on standard error unless `quiet`.
+GuardChoice chosenGuard(const GuardOptions& guard, bool quiet);
 
 /// --pace, for paceOf().
 void addPaceOption(CLI::App& command, std::string& pace);

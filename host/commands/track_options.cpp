@@ -86,7 +86,7 @@ void addTrackOptions(CLI::App& command, TrackOptions& options) {
                   "What the camera said per frame (CSV with a heading, or JSON lines): frame, pan_deg, ..., follow_me")
       ->type_name("FILE");
   addOutputOptions(command, options);
-  addGuardOption(command, options.guard);
+  addGuardOptions(command, options.guard);
   addPaceOption(command, options.pace);
   command.add_flag("--show", options.show,
                    "Open a window: space pauses, . steps, dragging starts over on a new box, q ends");
@@ -130,6 +130,7 @@ void checkTrackFiles(const TrackOptions& options) {
   plan.reads("--metadata", options.metadata);
   plan.reads("--truth", options.truth);
   plan.reads("--plugin", pathOf(options.plugin));
+  plan.reads("--guard-model", options.guard.model);
   plan.writes("--records", options.records);
   plan.writes("--video", options.video);
   plan.writes("--still", options.still);

@@ -29,7 +29,7 @@ struct TrackOptions {
   std::string still;                 ///< --still; empty: none.
   PluginChoice plugin;               ///< --plugin, --engine.
   std::string pace = kDefaultPace;   ///< --pace; a word for paceOf().
-  std::string guard = "off";         ///< --guard; a word for guardChoiceOf().
+  GuardOptions guard;                ///< --guard, --guard-model.
   std::string report;                ///< --report; empty: none.
   std::string truth;                 ///< --truth; empty: none.
   std::string truthFormat = "auto";  ///< --format; a word for truthFormatOf().

@@ -22,7 +22,7 @@ double rounded(double ms) {
 
 class PluginFollower : public Follower {
  public:
-  PluginFollower(PluginLibrary& library, const std::string& configText, bool followFrameTime, GuardChoice guard)
+  PluginFollower(PluginLibrary& library, const std::string& configText, bool followFrameTime, const GuardChoice& guard)
       : session_(library.create(), "target", library.engine()) {
     session_.configure(configText);
     session_.keepPace(followFrameTime ? Pace::Video : Pace::Fast);
@@ -98,7 +98,7 @@ cv::Ptr<cv::Tracker> trackerOf(const std::string& configText, TrackerMaker make)
 }  // namespace
 
 std::unique_ptr<Follower> makePluginFollower(PluginLibrary& library, const std::string& configText,
-                                             bool followFrameTime, GuardChoice guard) {
+                                             bool followFrameTime, const GuardChoice& guard) {
   return std::make_unique<PluginFollower>(library, configText, followFrameTime, guard);
 }
 

@@ -35,7 +35,7 @@ class Follower {
 
 /// @param followFrameTime  the plug-in's clock stands at the frame's time during a call
 std::unique_ptr<Follower> makePluginFollower(PluginLibrary& library, const std::string& configText,
-                                             bool followFrameTime, GuardChoice guard = GuardChoice::Off);
+                                             bool followFrameTime, const GuardChoice& guard = {});
 
 /// What makes a tracker from parameters: OpenCV's own function, or another of that shape.
 using TrackerMaker = cv::Ptr<cv::tracking::TrackerCSRT> (*)(const cv::tracking::TrackerCSRT::Params& params);

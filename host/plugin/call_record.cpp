@@ -43,6 +43,9 @@ Json toJson(const GuardNote& note) {
   if (verdict.usual) json["usual"] = roundedTo(*verdict.usual, 3);
   if (verdict.around) json["around"] = roundedTo(*verdict.around, 3);
   if (verdict.belief) json["belief"] = roundedTo(*verdict.belief, 3);
+  if (verdict.opinion) {
+    json["opinion"] = {{"box", toJson(verdict.opinion->box)}, {"score", roundedTo(verdict.opinion->score, 3)}};
+  }
   json["frames_lost"] = verdict.framesLost;
   Json tracker = {{"state", note.trackerState}, {"seen", note.trackerSeen}};
   if (note.trackerBox) tracker["box"] = toJson(*note.trackerBox);

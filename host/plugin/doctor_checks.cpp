@@ -16,6 +16,7 @@
 #include <system_error>
 
 #include "base/host_error.h"
+#include "plugin/guard_network.h"
 #include "plugin/plugin_file.h"
 #include "plugin/plugin_library.h"
 
@@ -172,6 +173,12 @@ std::vector<DoctorFinding> checkOutput(const std::string& folder) {
   }
   findings.push_back(codecFinding(folder));
   return findings;
+}
+
+DoctorFinding checkNetworkGuard() {
+  const std::string missing = whyNoNetworkGuard();
+  if (!missing.empty()) return {Level::Note, "guard", "no --guard network: " + missing};
+  return {Level::Ok, "guard", "--guard network works with a network of yours, given with --guard-model"};
 }
 
 DoctorFinding checkDisplay() {

@@ -26,6 +26,9 @@ std::vector<DoctorFinding> checkOpenCv();
 /// Leaves nothing behind.
 std::vector<DoctorFinding> checkOutput(const std::string& folder);
 
+/// Whether a tracker network can be asked by --guard network; without it the other guards still work.
+DoctorFinding checkNetworkGuard();
+
 /// Whether --show could open a window.
 DoctorFinding checkDisplay();
 

@@ -1,14 +1,67 @@
 #include "plugin/guard_choice.h"
 
+#include <cstdio>
+
+#include "base/captured_stderr.h"
 #include "base/host_error.h"
+#include "plugin/guard_model.h"
+#include "plugin/guard_network.h"
 
 namespace host {
+namespace {
 
-GuardChoice guardChoiceOf(const std::string& word) {
-  if (word == "off") return GuardChoice::Off;
-  if (word == "colour") return GuardChoice::Colour;
-  if (word == "network") throw HostError(ExitCode::Usage, "--guard network is not part of this program");
-  throw HostError(ExitCode::Usage, "--guard '" + word + "' is neither off nor colour");
+GuardKind kindOf(const std::string& word) {
+  if (word == "off") return GuardKind::Off;
+  if (word == "colour") return GuardKind::Colour;
+  if (word == "network") return GuardKind::Network;
+  throw HostError(ExitCode::Usage, "--guard '" + word + "' is neither off, colour nor network");
+}
+
+/// @throws HostError (Usage) when it is no network that the guard can ask
+void tryNetwork(const std::string& file) {
+  std::string fault;
+  const CapturedStderr captured;  // OpenCV says at length what we say in one sentence
+  if (readNetwork(file, fault) == nullptr) {
+    throw HostError(ExitCode::Usage,
+                    "--guard-model '" + file + "' is no tracker network that OpenCV can run (" + fault + ")");
+  }
+}
+
+}  // namespace
+
+GuardChoice guardChoiceOf(const GuardOptions& options) {
+  GuardChoice choice;
+  choice.kind = kindOf(options.which);
+  if (choice.kind != GuardKind::Network) {
+    if (!options.model.empty()) throw HostError(ExitCode::Usage, "--guard-model is of use with --guard network only");
+    return choice;
+  }
+  if (const std::string missing = whyNoNetworkGuard(); !missing.empty()) {
+    throw HostError(ExitCode::Usage, "--guard network: " + missing);
+  }
+  if (options.model.empty()) {
+    throw HostError(ExitCode::Usage, "--guard network needs --guard-model FILE, ViTTrack's ONNX file");
+  }
+  const GuardModel model = readGuardModel(options.model);
+  tryNetwork(options.model);
+  choice.model = options.model;
+  choice.sha256 = model.sha256;
+  choice.note = model.note;
+  return choice;
+}
+
+std::optional<csrt_guard::Guard> makeGuard(const GuardChoice& choice) {
+  if (choice.kind == GuardKind::Off) return std::nullopt;
+  csrt_guard::Guard guard;
+  if (choice.kind == GuardKind::Colour) return guard;
+  std::string fault;
+  std::unique_ptr<csrt_guard::SecondOpinion> network = readNetwork(choice.model, fault);
+  if (network == nullptr) {
+    std::fprintf(stderr, "csrt-track: --guard-model '%s' can no longer be read (%s): the guard goes by colour alone\n",
+                 choice.model.c_str(), fault.c_str());
+  }
+  guard.consult(std::move(network));
+  return guard;
 }
 
 }  // namespace host

@@ -107,9 +107,8 @@ CallRecord TargetSession::silent(const FramePlace& place) const {
   return record;
 }
 
-void TargetSession::guardWith(GuardChoice choice) {
-  guard_.reset();
-  if (choice == GuardChoice::Colour) guard_.emplace();
+void TargetSession::guardWith(const GuardChoice& choice) {
+  guard_ = makeGuard(choice);
 }
 
 /// Lets the guard judge what the plug-in answered; the facts become what is to be reported.
@@ -125,6 +124,7 @@ void TargetSession::watch_(CallRecord& record, CallFacts& facts, const Frame& fr
     case csrt_guard::State::Agreed:
       break;
     case csrt_guard::State::Doubted:
+      facts.box = note.verdict.box;
       if (facts.box) believeNothing(facts, TrackState::Predicted);
       break;
     case csrt_guard::State::Searching:

@@ -48,7 +48,7 @@ class TargetSession {
   /// From the next init() on, a guard watches: records then hold what it reports, in `guard` also what the plug-in
   /// said, and the plug-in is started over where the guard finds the target, without pointing the camera again. While
   /// the camera is pointed the guard waits.
-  void guardWith(GuardChoice choice);
+  void guardWith(const GuardChoice& choice);
 
   /// The target's name, and the object that follows it.
   const std::string& name() const { return name_; }

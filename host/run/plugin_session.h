@@ -16,7 +16,7 @@ namespace host {
 struct PluginWork {
   std::string configText;                ///< For setConfig(); empty: nothing is passed.
   Pace pace = Pace::Fast;                ///< Which time the plug-in sees.
-  GuardChoice guard = GuardChoice::Off;  ///< Who watches the plug-in's answers.
+  GuardChoice guard;  ///< Who watches the plug-in's answers.
   bool logToStderr = false;              ///< Whether the log lines of configuring are shown.
 };
 

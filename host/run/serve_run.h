@@ -21,7 +21,7 @@ struct ServeRun {
   std::string configText;                ///< For setConfig(); empty: nothing is passed.
   MetadataTable metadata;                ///< What a recorded camera said, by frame; empty: nothing.
   Pace pace = Pace::Source;              ///< Which time the plug-in sees.
-  GuardChoice guard = GuardChoice::Off;  ///< Who watches the plug-in's answers.
+  GuardChoice guard;  ///< Who watches the plug-in's answers.
   int threads = 1;                       ///< Targets are spread over so many threads.
   bool logToStderr = false;              ///< Whether the plug-in's log lines are shown.
   double videoDelay_s = 0.0;             ///< From capture to arrival, where the sender does not say when it captured.

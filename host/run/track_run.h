@@ -23,7 +23,7 @@ struct TrackRun {
   std::vector<TargetOption> targets;     ///< Empty: `steering` is asked.
   MetadataTable metadata;                ///< What the camera said, by frame; empty: nothing.
   Pace pace = Pace::Fast;                ///< Which time the plug-in sees, and how fast frames come.
-  GuardChoice guard = GuardChoice::Off;  ///< Who watches the plug-in's answers.
+  GuardChoice guard;  ///< Who watches the plug-in's answers.
   int threads = 1;                       ///< Targets are spread over so many threads.
   bool logToStderr = false;              ///< Whether the plug-in's log lines are shown.
 };

@@ -76,6 +76,7 @@ struct Settings {
   int learnFrames = 100;      ///< ... from so many pictures.
   int checkEvery = 3;         ///< Every so many frames what else looks like the target is remembered; 0: never.
   double othersWithin = 2.5;  ///< How far from the target that is looked for, in its diagonals.
+  double vouchedFrom = 0.15;  ///< Instead of doubtBelow, where the second opinion goes along with a box.
   double minContrast = 0.08;  ///< Usual likeness less that of the surroundings from which the guard can judge.
 };
 
