@@ -17,17 +17,17 @@ using Json = nlohmann::ordered_json;
 /// One column pair of the table.
 struct Contestant {
   const Engine* engine = nullptr;
-  std::string preset;
-  GuardKind guard;
+  std::string preset, guard;
+  host::GuardChoice choice;
   std::vector<LossOutcome> outcomes;  ///< One per loss.
 
-  std::string name() const { return engine->name + ", " + presetWord(preset) + ", " + guard.name; }
+  std::string name() const { return engine->name + ", " + presetWord(preset) + ", " + guard; }
 };
 
 LossOutcome outcomeOf(const MadeLoss& loss, const Contestant& who, host::PluginLibrary& library, AnswerCache& cache) {
   const Base base{&library, who.preset, loss.footage->scene() + "," + loss.target + "," + loss.what,
                   [&loss](long i) { return loss.frame(i); }, &cache};
-  Watched watched(base, who.guard);
+  Watched watched(base, who.choice);
   return suffer(loss, {[&](const auto& frame, const cv::Rect& box) { watched.start(frame, box); },
                        [&](const auto& frame) { return watched.step(frame); }});
 }
@@ -73,7 +73,7 @@ Json jsonOf(const std::vector<MadeLoss>& losses, const std::vector<Contestant>& 
   for (const Contestant& who : contestants) {
     const Totals totals = totalsOf(who, losses);
     Json one = {{"engine", who.engine->name}, {"preset", presetWord(who.preset)},
-                {"guard", who.guard.name},    {"losses", totals.losses},
+                {"guard", who.guard},         {"losses", totals.losses},
                 {"found", totals.found},      {"seen_while_hidden", totals.falseShare()},
                 {"each", Json::array()}};
     for (std::size_t i = 0; i < losses.size(); ++i) {
@@ -104,7 +104,7 @@ void compareLosses(const GuardOptions& options, AnswerCache& cache) {
     const std::size_t before = contestants.size();
     for (const std::string& preset : options.presets) {
       for (const std::string& guard : options.guards) {
-        contestants.push_back({&engine, preset, {guard, options.guardModel}, std::vector<LossOutcome>(count)});
+        contestants.push_back({&engine, preset, guard, options.choices.at(guard), std::vector<LossOutcome>(count)});
       }
     }
     host::PluginLibrary library(engine.path);

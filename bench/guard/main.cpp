@@ -64,7 +64,7 @@ void checkWords(GuardOptions& options, const std::string& enlarge) {
     if (!preset.empty()) host::presetText(preset);  // throws where there is none
   }
   for (const std::string& guard : options.guards) {
-    bench::checkGuard({guard, options.guardModel});
+    options.choices[guard] = host::guardChoiceOf({guard, guard == "network" ? options.guardModel : ""});
   }
   for (const std::string& engine : options.engines) {
     if (engine == host::kFastEngine || engine == host::kOpenCvEngine) continue;

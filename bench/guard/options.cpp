@@ -43,7 +43,7 @@ std::vector<Walk> walksOf(const GuardOptions& options, const std::vector<Engine>
         walk.engine = engine.name;
         walk.preset = preset;
         walk.guard = guard;
-        walk.model = options.guardModel;
+        walk.choice = options.choices.at(guard);
         walk.start = start;
       }
     }

@@ -1,6 +1,7 @@
 // What the command line of guard_comparison says.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,7 +21,8 @@ struct GuardOptions {
   std::vector<int> starts = {0, 1, 2};  ///< So many marks after the first one.
   std::vector<std::string> presets = {""};
   std::vector<std::string> guards = {"off", "colour"};
-  std::string guardModel;            ///< The network's file, for the guard "network".
+  std::string guardModel;                            ///< The network's file, for the guard "network".
+  std::map<std::string, host::GuardChoice> choices;  ///< Of all `guards`.
   std::vector<std::string> engines;  ///< Empty: the plug-in that --plugin names, or the default engine's.
   std::string plugin;
   std::vector<std::string> scenarios = {"honesty", "lookalikes"};

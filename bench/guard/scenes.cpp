@@ -15,11 +15,12 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 /// Runs one scene and prints its line. @return the line as JSON
-Json runScene(const std::string& scene, host::PluginLibrary& library, const std::string& guard) {
+Json runScene(const std::string& scene, host::PluginLibrary& library, const std::string& guard,
+              const host::GuardChoice& choice) {
   const host::sim::Scenario scenario = host::sim::loadScenario(scene);
   host::sim::SimulatedCamera camera(scenario);
   host::sim::SimulationTally tally(camera);
-  host::sim::simulate(camera, library, {host::Pace::Video, host::guardChoiceOf(guard)}, {&tally});
+  host::sim::simulate(camera, library, {host::Pace::Video, choice}, {&tally});
   const host::sim::SimulationTotals totals = tally.totals();
   const host::sim::Honesty& h = totals.honesty;
   const auto found = totals.states.find(host::TrackState::Reacquired);
@@ -49,7 +50,8 @@ void compareScenes(const GuardOptions& options) {
   for (const Engine& engine : enginesOf(options)) {
     host::PluginLibrary library(engine.path);
     for (const std::string& scene : options.scenarios) {
-      for (const std::string& guard : options.guards) all.push_back(runScene(scene, library, guard));
+      for (const std::string& guard : options.guards)
+        all.push_back(runScene(scene, library, guard, options.choices.at(guard)));
     }
   }
   if (json) json->write(Json{{"scenes", all}}.dump(1));

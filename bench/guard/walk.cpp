@@ -47,7 +47,7 @@ void follow(Walk& walk, host::PluginLibrary& library, AnswerCache& cache, const 
   const Footage& footage = *walk.footage;
   const auto& marks = walk.target->marks;
   const Base base{&library, walk.preset, footage.scene(), [&footage](long i) { return footage.at(i); }, &cache};
-  Watched watched(base, {walk.guard, walk.model});
+  Watched watched(base, walk.choice);
   const std::size_t first =
       std::min(marks.size() - 1, static_cast<std::size_t>(walk.target->firstVisibleMark() + walk.start));
   const long begin = marks[first].frame;

@@ -18,8 +18,8 @@ struct Walk {
   const host::TruthTarget* target = nullptr;
   const Footage* footage = nullptr;
   std::string engine, preset, guard;
-  std::string model;  ///< Of the guard's network.
-  int start = 0;      ///< So many marks after the first visible one.
+  host::GuardChoice choice;  ///< Of the guard.
+  int start = 0;             ///< So many marks after the first visible one.
 
   host::MetricSums sums;  ///< Of the marked frames.
   int longestWrong = 0;   ///< Frames in a row called seen whose box overlaps the truth by less than 0.1.

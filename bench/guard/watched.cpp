@@ -5,32 +5,9 @@
 #include <mutex>
 #include <utility>
 
-#include "base/host_error.h"
 #include "config/presets.h"
-#ifdef CSRT_HAS_GUARD_NETWORK
-#include "csrt_guard/network_opinion.h"
-#endif
 
 namespace bench {
-namespace {
-
-std::optional<csrt_guard::Guard> guardOf(const GuardKind& kind) {
-  if (kind.name == "off") return std::nullopt;
-  csrt_guard::Guard guard;
-  if (kind.name != "network") return guard;
-#ifdef CSRT_HAS_GUARD_NETWORK
-  std::string fault;
-  auto opinion = csrt_guard::readNetworkOpinion(kind.model, fault);
-  if (opinion == nullptr) throw host::HostError(host::ExitCode::Usage, "--guard-model: " + fault);
-  guard.consult(std::move(opinion));
-  return guard;
-#else
-  throw host::HostError(host::ExitCode::Usage, "the guard 'network' needs OpenCV 4.9 or later");
-#endif
-}
-
-}  // namespace
-
 void CachedPlugin::init(long frame, const cv::Rect& box) {
   begin_ = frame;
   box_ = box;
@@ -65,14 +42,7 @@ host::FollowerAnswer CachedPlugin::update(long frame) {
   return answer;
 }
 
-void checkGuard(const GuardKind& kind) {
-  if (kind.name != "off" && kind.name != "colour" && kind.name != "network") {
-    throw host::HostError(host::ExitCode::Usage, "there is no guard '" + kind.name + "'");
-  }
-  guardOf(kind);
-}
-
-Watched::Watched(const Base& base, const GuardKind& guard) : plugin_(base), guard_(guardOf(guard)) {}
+Watched::Watched(const Base& base, const host::GuardChoice& guard) : plugin_(base), guard_(host::makeGuard(guard)) {}
 
 void Watched::start(const host::SourceFrame& frame, const cv::Rect& box) {
   if (guard_) guard_->start(frame.bgr, box);

@@ -10,6 +10,7 @@
 #include "csrt_guard/csrt_guard.h"
 #include "evaluation/follower.h"
 #include "footage.h"
+#include "plugin/guard_choice.h"
 #include "plugin/plugin_library.h"
 
 namespace bench {
@@ -41,20 +42,10 @@ class CachedPlugin {
   std::unique_ptr<host::Follower> live_;
 };
 
-/// A guard of the comparisons.
-struct GuardKind {
-  std::string name = "off";  ///< Or "colour" or "network".
-  std::string model;         ///< The network's file.
-};
-
-/// @throws HostError (Usage) when there is no guard of that name, or its network cannot be read or run here
-void checkGuard(const GuardKind& kind);
-
 /// The plug-in, and perhaps a guard beside it.
 class Watched {
  public:
-  /// @param guard  one that passed checkGuard()
-  Watched(const Base& base, const GuardKind& guard);
+  Watched(const Base& base, const host::GuardChoice& guard);
   void start(const host::SourceFrame& frame, const cv::Rect& box);
   /// What a host would report of this frame.
   host::FollowerAnswer step(const host::SourceFrame& frame);

@@ -23,7 +23,7 @@ Contestant bare(const std::string& name, const std::string& words, std::function
 /// The plug-in with its defaults and every preset, under one guard.
 void addPlugins(std::vector<Contestant>& all, const ContestantOptions& options, const std::string& engine,
                 const std::string& guard) {
-  const host::GuardChoice choice = host::guardChoiceOf(guard);
+  const host::GuardChoice choice = host::guardChoiceOf({guard, guard == "network" ? options.model : ""});
   const auto add = [&](const std::string& name, const std::string& words, const std::string& config) {
     const std::string at = options.engines.size() > 1 ? "@" + engine : "";
     const std::string by = options.engines.size() > 1 ? ", engine " + engine : "";
