@@ -8,7 +8,7 @@ namespace {
 
 constexpr double kTrusted = 0.3;       // score below which an opinion does not say where the target is
 constexpr double kVouching = 0.45;     // score from which it speaks for a target that changes its colours
-constexpr double kStep = 0.15;         // diagonals that a target may be from where it should be: others are farther ...
+constexpr double kStep = 0.20;         // diagonals that a target may be from where it should be: others are farther ...
 constexpr double kStepPerMiss = 0.02;  // ... and more for every frame that it was not seen
 constexpr double kStepMost = 0.6;
 constexpr int kGap = 25;            // frames: a target that was not seen for longer has to be found anew

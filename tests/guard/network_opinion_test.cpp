@@ -1,5 +1,5 @@
-// The second opinion by OpenCV's tracker network: with a tiny network that finds what is bright, with broken and foreign
-// files, and with ViTTrack itself where CSRT_VITTRACK names its file.
+// The second opinion by OpenCV's tracker network: with a tiny network that finds what is bright, with broken and
+// foreign files, and with ViTTrack itself where CSRT_VITTRACK names its file.
 #include <gtest/gtest.h>
 
 #include <cstdio>
