@@ -24,9 +24,7 @@ constexpr float kLookRate = 0.1F;
 constexpr double kResize = 1.02;    // a frame
 constexpr double kSmallest = 0.45;  // of the size at the start
 constexpr double kBiggest = 2.2;
-constexpr double kEvenScore = 0.55;   // says nothing about who it is ...
-constexpr double kScoreWeight = 6.0;  // ... and 0.17 more is e times likelier to be the target
-constexpr double kScoreFactorMost = 6.0;
+constexpr double kEvenScore = 0.55;  // score from which it is rather the target than another of its kind
 
 double overlap(const cv::Rect& a, const cv::Rect& b) {
   const double common = (a & b).area();
@@ -48,10 +46,6 @@ double fromWay(const cv::Point2d& point, const cv::Point2d& from, const cv::Poin
 }
 
 }  // namespace
-
-double scoreFactor(double score) {
-  return std::clamp(std::exp(kScoreWeight * (score - kEvenScore)), 1.0 / kScoreFactorMost, kScoreFactorMost);
-}
 
 void Adviser::start(const cv::Mat& frame, const cv::Rect& box) {
   latest_.reset();
@@ -82,7 +76,9 @@ bool Adviser::follows_(const cv::Mat& frame, const std::optional<cv::Rect>& expe
   const cv::Point2d at = TargetMotion::centre(ahead.box());
   latest_ = opinion_->look(frame, around(at, size_));
   if (latest_) latest_->box = limited_(latest_->box);
-  const double allowed = std::min(kStepMost, kStep + kStepPerMiss * missed) * std::hypot(size_.width, size_.height);
+  const bool sure = latest_ && latest_->score >= kEvenScore;
+  const double allowed =
+      (sure ? kStepMost : std::min(kStepMost, kStep + kStepPerMiss * missed)) * std::hypot(size_.width, size_.height);
   return latest_ && latest_->score >= kTrusted &&
          fromWay(TargetMotion::centre(latest_->box), gone ? at : from_, at) <= allowed;
 }

@@ -27,9 +27,6 @@ struct Advice {
   bool back = false;     ///< The opinion has it again after a short time without.
 };
 
-/// How much likelier a score is for the target than for another of its kind.
-double scoreFactor(double score);
-
 /// Nothing of this needs an opinion to be there: without one, present() is false.
 class Adviser {
  public:

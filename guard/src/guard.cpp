@@ -111,6 +111,7 @@ class Guard::Impl {
     rivalry_.clear();
     hope_.reset();
     adviser_.start(frame, box);
+    advice_ = {};
     return started_ = true;
   }
 

@@ -153,12 +153,19 @@ TEST_F(SecondOpinionTest, ABoxThatJumpsIsSomebodyElses) {
   otherClothes = kRedBlue;  // in the same clothes
   other = personAt(person.x + 30, 150);
   visible = false;
-  script->say = [this](const cv::Rect&) { return Opinion{other, 0.9}; };
+  script->say = [this](const cv::Rect&) { return Opinion{other, 0.5}; };
   for (int i = 0; i < 2; ++i) {  // later the colours find it: nothing else is there
     walk();
     other.x += 2;
     EXPECT_FALSE(judge({}).restart) << i << verdict.reason;
   }
+}
+
+TEST_F(SecondOpinionTest, UnlessItIsSureOfIt) {
+  person.x += 30;
+  opinionSees(0.7);
+  EXPECT_TRUE(judge({}).restart) << verdict.reason;
+  EXPECT_GT(overlapOf(*verdict.box, person), 0.8);
 }
 
 TEST_F(SecondOpinionTest, AnUnsureOneIsNotHeard) {

@@ -70,7 +70,7 @@ TEST_F(NetworkGuard, NeverWritesOverTheNetwork) {
 
 TEST_F(NetworkGuard, SaysTheSumOfTheFileAndWhatTheNetworkSaw) {
   Json scene = Json::parse(runProgram({"simulate", "--print", "honesty"}).out);
-  scene["duration_s"] = 2;
+  scene["duration_s"] = 4;
   scene.erase("expect");
   writeText(folder.file("scene.json"), scene.dump());
   const ProgramResult result = runProgram({"simulate", folder.file("scene.json"), "--guard", "network", "--guard-model",
