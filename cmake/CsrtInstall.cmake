@@ -31,17 +31,35 @@ configure_file(cmake/csrt_tracking_plugin.pc.in ${PROJECT_BINARY_DIR}/csrt_track
 install(FILES ${PROJECT_BINARY_DIR}/csrt_tracking_plugin.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT dev)
 
-# The engine alone, for programs that use OpenCV's tracker and nothing else of this project.
-install(TARGETS csrt_engine ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT engine)
-install(FILES ${PROJECT_SOURCE_DIR}/engine/include/csrt_engine/csrt_engine.h
-  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/csrt_engine COMPONENT engine)
-configure_package_config_file(cmake/csrt_engineConfig.cmake.in ${PROJECT_BINARY_DIR}/csrt_engineConfig.cmake
-  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/csrt_engine PATH_VARS CMAKE_INSTALL_INCLUDEDIR CMAKE_INSTALL_LIBDIR)
-write_basic_package_version_file(${PROJECT_BINARY_DIR}/csrt_engineConfigVersion.cmake COMPATIBILITY SameMajorVersion)
-install(FILES ${PROJECT_BINARY_DIR}/csrt_engineConfig.cmake ${PROJECT_BINARY_DIR}/csrt_engineConfigVersion.cmake
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/csrt_engine COMPONENT engine)
-configure_file(cmake/csrt_engine.pc.in ${PROJECT_BINARY_DIR}/csrt_engine.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/csrt_engine.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT engine)
+# csrt_install_library(<target> <component> <header>...): a static library of its own, with CMake package and pkg-config
+# file. Static, because neither promises its binary interface from one version to the next.
+function(csrt_install_library target component)
+  install(TARGETS ${target} ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${component})
+  install(FILES ${ARGN} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${target} COMPONENT ${component})
+  set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/${target})
+  configure_package_config_file(cmake/${target}Config.cmake.in ${PROJECT_BINARY_DIR}/${target}Config.cmake
+    INSTALL_DESTINATION ${package_dir} PATH_VARS CMAKE_INSTALL_INCLUDEDIR CMAKE_INSTALL_LIBDIR)
+  write_basic_package_version_file(${PROJECT_BINARY_DIR}/${target}ConfigVersion.cmake COMPATIBILITY SameMajorVersion)
+  install(FILES ${PROJECT_BINARY_DIR}/${target}Config.cmake ${PROJECT_BINARY_DIR}/${target}ConfigVersion.cmake
+    DESTINATION ${package_dir} COMPONENT ${component})
+  configure_file(cmake/${target}.pc.in ${PROJECT_BINARY_DIR}/${target}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${target}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT ${component})
+endfunction()
+
+# The engine alone, for programs that use OpenCV's tracker and nothing else of this project; and the guard alone, for
+# those that have a tracker and want to know when it is wrong.
+csrt_install_library(csrt_engine engine ${PROJECT_SOURCE_DIR}/engine/include/csrt_engine/csrt_engine.h)
+file(GLOB csrt_guard_headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/guard/include/csrt_guard/*.h)
+if(TARGET csrt_guard_network)  # only where OpenCV can run a tracker network
+  install(TARGETS csrt_guard_network ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT guard)
+  configure_file(cmake/csrt_guard_network.pc.in ${PROJECT_BINARY_DIR}/csrt_guard_network.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/csrt_guard_network.pc
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT guard)
+else()
+  list(FILTER csrt_guard_headers EXCLUDE REGEX network)
+endif()
+csrt_install_library(csrt_guard guard ${csrt_guard_headers})
+
 # The modules for live sources: a package of their own, so that the program alone stays small.
 foreach(module csrt_live_gst csrt_live_av)
   if(TARGET ${module})
@@ -86,7 +104,7 @@ set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
-set(CPACK_COMPONENTS_ALL plugin hostlib dev tools engine ${csrt_live_component})
+set(CPACK_COMPONENTS_ALL plugin hostlib dev tools engine guard ${csrt_live_component})
 set(CPACK_COMPONENTS_GROUPING ONE_PER_GROUP)
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
@@ -101,12 +119,14 @@ set(csrt_package_hostlib libocula-tools-standin)
 set(csrt_package_dev csrt-tracking-dev)
 set(csrt_package_tools csrt-track)
 set(csrt_package_engine libcsrt-engine-dev)
+set(csrt_package_guard libcsrt-guard-dev)
 set(csrt_package_live csrt-track-live)
 set(csrt_section_plugin libs)
 set(csrt_section_hostlib libs)
 set(csrt_section_dev libdevel)
 set(csrt_section_tools video)
 set(csrt_section_engine libdevel)
+set(csrt_section_guard libdevel)
 set(csrt_section_live video)
 set(csrt_depends_plugin "libocula-tools-standin (= ${PROJECT_VERSION}-1)")
 set(csrt_depends_hostlib "")
@@ -114,11 +134,12 @@ set(csrt_depends_dev
   "csrt-tracking-plugin (= ${PROJECT_VERSION}-1), ament-cmake, libclass-loader-dev, libconsole-bridge-dev, libopencv-dev")
 set(csrt_depends_tools "csrt-tracking-plugin (= ${PROJECT_VERSION}-1)")
 set(csrt_depends_engine "libopencv-dev, libopencv-contrib-dev")
+set(csrt_depends_guard "libopencv-dev")
 set(csrt_depends_live "csrt-track (= ${PROJECT_VERSION}-1), gstreamer1.0-plugins-base, gstreamer1.0-plugins-good")
 set(CPACK_DEBIAN_LIVE_PACKAGE_RECOMMENDS "gstreamer1.0-libav, gstreamer1.0-plugins-bad, gstreamer1.0-plugins-ugly")
 file(READ ${PROJECT_SOURCE_DIR}/packaging/descriptions.txt csrt_descriptions)
 find_program(GZIP_PROGRAM gzip)
-foreach(component plugin hostlib dev tools engine ${csrt_live_component})
+foreach(component plugin hostlib dev tools engine guard ${csrt_live_component})
   string(TOUPPER ${component} upper)
   set(package ${csrt_package_${component}})
   set(CPACK_DEBIAN_${upper}_PACKAGE_NAME ${package})

@@ -19,6 +19,7 @@ import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "bad_input"))
 import cases_files  # noqa: E402
+import cases_guard  # noqa: E402
 import cases_runs  # noqa: E402
 import cases_sources  # noqa: E402
 import cases_texts  # noqa: E402
@@ -31,7 +32,7 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 def all_cases():
     cases = []
-    for part in (cases_files, cases_runs, cases_sources, cases_texts, cases_usage):
+    for part in (cases_files, cases_guard, cases_runs, cases_sources, cases_texts, cases_usage):
         cases += part.cases()
     return cases
 

@@ -23,7 +23,7 @@ cp -a "$base" "$os"
 mkdir -p "$archives/partial"
 cp -r tests/package_root "$os/trial"
 cp build/package/*.deb "$os/trial"
-cp -r examples/minimal-host examples/engine "$os/trial"
+cp -r examples/minimal-host examples/engine examples/guarded-host tests/install/guarded_host_check.sh "$os/trial"
 doc_blocks "$os/trial/blocks" README.md docs/csrt-track.md
 cp tools/lib/doc-blocks.sh "$os/trial"
 export ROOT_BINDS="$archives:/var/cache/apt/archives"

@@ -5,6 +5,7 @@
 #include "adviser.h"
 #include "colour_model.h"
 #include "csrt_guard/csrt_guard.h"
+#include "frame_check.h"
 #include "place_tracks.h"
 #include "rivalry.h"
 #include "target_motion.h"
@@ -22,11 +23,6 @@ constexpr double kBiggest = 2.2;
 constexpr int kRolledBack = 15;   // frames at most from which the last sure sight still says where the target is
 constexpr double kHope = 0.3;     // likelihood from which a find is worth a second opinion
 constexpr double kLargest = 1e6;  // pixels; larger numbers are no box
-
-bool usable(const cv::Mat& frame) {
-  return !frame.empty() && frame.dims == 2 && frame.depth() == CV_8U &&
-         (frame.channels() == 1 || frame.channels() == 3 || frame.channels() == 4);
-}
 
 bool usable(const cv::Rect& box) {
   return box.width > 1 && box.height > 1 && box.width < kLargest && box.height < kLargest &&
@@ -88,13 +84,14 @@ class Guard::Impl {
 
   bool start(const cv::Mat& frame, const cv::Rect& box) {
     started_ = false;
-    if (!usable(frame) || !usable(box)) return false;
+    if (!isPicture(frame) || !usable(box)) return false;
     const cv::Rect inside = box & cv::Rect({}, frame.size());
     if (inside.area() < box.area() / 3.0 || inside.area() < 16) return false;
     const double scale = workScale(box.size());
     const cv::Rect part = grown(box, kSurroundings) & cv::Rect({}, frame.size());
     const cv::Mat bgr = shrunkenBgr(frame, part, scale);
     const cv::Rect2d inView((box.x - part.x) * scale, (box.y - part.y) * scale, box.width * scale, box.height * scale);
+    frames_.start(frame, bgr);
     palette_.learn(bgr, wholePixels(inView));
     const CodedView view = viewOf(frame, part, scale, palette_);
     if (!model_.learn(view, view.toView(box), palette_)) return false;
@@ -115,8 +112,10 @@ class Guard::Impl {
     return started_ = true;
   }
 
+  bool colourless() const { return started_ && frames_.colourless(); }
+
   std::optional<double> likenessOf(const cv::Mat& frame, const cv::Rect& box) const {
-    if (!started_ || !usable(frame) || !usable(box)) return std::nullopt;
+    if (!started_ || !isPicture(frame) || !usable(box)) return std::nullopt;
     const CodedView view = viewOf(frame, box, workScale(box.size()), palette_);
     if (view.codes.empty()) return std::nullopt;
     return model_.likenessAt(view, view.toView(box), palette_);
@@ -124,7 +123,7 @@ class Guard::Impl {
 
   Verdict judge(const cv::Mat& frame, const Answer& answer) {
     if (!started_) return passedOn_(answer, "not started");
-    if (!usable(frame)) return passedOn_(answer, "no picture to judge by");
+    if (const char* fault = frames_.fault(frame)) return passedOn_(answer, fault);
     if (!adviser_.present()) return judgeAlone_(frame, answer);
     std::optional<cv::Rect> expected;
     if (lost_ > 0) expected = wholePixels(hope_.value_or(motion_.box()));
@@ -451,6 +450,7 @@ class Guard::Impl {
 
   Settings settings_;
   bool started_ = false;
+  FrameCheck frames_;
   Palette palette_;
   ColourModel model_;
   TargetMotion motion_;
@@ -483,6 +483,10 @@ void Guard::consult(std::unique_ptr<SecondOpinion> opinion) {
 
 bool Guard::start(const cv::Mat& frame, const cv::Rect& box) {
   return impl_->start(frame, box);
+}
+
+bool Guard::colourless() const {
+  return impl_->colourless();
 }
 
 std::optional<double> Guard::likenessOf(const cv::Mat& frame, const cv::Rect& box) const {

@@ -23,6 +23,7 @@ void catchInterrupts() {
   action.sa_flags = 0;
   if (sigaction(SIGHUP, nullptr, &before) == 0 && before.sa_handler != SIG_IGN) sigaction(SIGHUP, &action, nullptr);
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);
 }
 
 int interruptSignal() {

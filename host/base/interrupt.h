@@ -7,7 +7,8 @@ namespace host {
 
 /// From now on SIGINT, SIGTERM and SIGHUP only set a flag; a second SIGINT or SIGTERM ends the process as usual. A lost
 /// connection sends SIGHUP more than once, so that every one of them only sets the flag; where it was ignored, as under
-/// nohup, it stays so. SIGPIPE is ignored, so that a closed pipe is an error of the write.
+/// nohup, it stays so. SIGPIPE and SIGXFSZ are ignored, so that a closed pipe and a file that may grow no further are
+/// errors of the write.
 void catchInterrupts();
 
 /// 0, or the number of the signal that asked to stop. Any thread.

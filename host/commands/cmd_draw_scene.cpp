@@ -1,6 +1,7 @@
 // csrt-track draw-scene: writes a small drawn video, for a first look where no clip is at hand.
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
-#include <cstdio>
 #include <memory>
 #include <string>
 
@@ -19,13 +20,18 @@ const cv::Size kSize(640, 360);
 struct DrawOptions {
   std::string path;
   int frames = 200;
+  int sign = 0;
 };
 
+void checkRange(const char* option, int value, int least, int most) {
+  if (value >= least && value <= most) return;
+  throw HostError(ExitCode::Usage, fmt::format("{} {} is not between {} and {}", option, value, least, most));
+}
+
 int draw(const DrawOptions& options) {
-  if (options.frames < 1 || options.frames > 100000) {
-    throw HostError(ExitCode::Usage, "--frames " + std::to_string(options.frames) + " is not between 1 and 100000");
-  }
-  writeStreetScene(options.path, kSize, options.frames, kFps);
+  checkRange("--frames", options.frames, 1, 100000);
+  checkRange("--sign", options.sign, 0, kSize.width / 3);
+  writeStreetScene(options.path, kSize, options.frames, kFps, options.sign);
   return interruptSignal() != 0 ? 128 + interruptSignal() : static_cast<int>(ExitCode::Done);
 }
 
@@ -37,7 +43,11 @@ void addDrawSceneCommand(CLI::App& app, int& status) {
       "draw-scene", "Write a small drawn video to try things on; its figure starts in 116,165,32,60");
   command.add_option("file", options->path, "The video to write, such as scene.avi")->required()->type_name("FILE");
   command.add_option("--frames", options->frames, "Length, frames")->type_name("N")->capture_default_str();
-  command.footer(helpFooter({"draw-scene scene.avi", "track scene.avi --box 116,165,32,60 --video out.mp4"},
+  command.add_option("--sign", options->sign, "The figure passes behind a sign so wide, pixels; 0: behind a lamp post")
+      ->type_name("N")
+      ->capture_default_str();
+  command.footer(helpFooter({"draw-scene scene.avi", "track scene.avi --box 116,165,32,60 --video out.mp4",
+                             "draw-scene lost.avi --sign 90", "track lost.avi --box 116,165,32,60 --guard colour"},
                             {{6, "the video could not be written to its end"}, {130, kInterrupted}}));
   command.callback([options, &status] { status = draw(*options); });
 }

@@ -33,7 +33,7 @@ cv::Mat drawFigure(cv::Size size, cv::RNG& rng) {
 
 }  // namespace
 
-StreetScene::StreetScene(cv::Size size, std::uint64_t seed) {
+StreetScene::StreetScene(cv::Size size, std::uint64_t seed, int sign) : sign_(sign) {
   cv::RNG rng(seed);
   background_ = texture(size, cv::Scalar(105, 120, 115), 18, rng);
   const cv::Rect road(0, size.height / 2, size.width, size.height / 4);
@@ -49,20 +49,22 @@ cv::Rect StreetScene::truth(int i) const {
   return {x, y, figure_.cols, figure_.rows};
 }
 
+cv::Rect StreetScene::cover() const {
+  const int width = sign_ > 0 ? sign_ : std::max(3, background_.cols / 90);
+  return {background_.cols / 2, background_.rows / 8, width, background_.rows * 5 / 8};
+}
+
 cv::Mat StreetScene::frame(int i) const {
   cv::Mat picture = background_.clone();
   figure_.copyTo(picture(truth(i)));
-  const int post = background_.cols / 2;
-  cv::rectangle(picture,
-                cv::Rect(post, background_.rows / 8, std::max(3, background_.cols / 90), background_.rows * 5 / 8),
-                cv::Scalar(70, 75, 80), cv::FILLED);
+  cv::rectangle(picture, cover(), cv::Scalar(70, 75, 80), cv::FILLED);
   return picture;
 }
 
-void writeStreetScene(const std::string& path, cv::Size size, int frames, double fps) {
+void writeStreetScene(const std::string& path, cv::Size size, int frames, double fps, int sign) {
   checkVideoName(path, "the video");
   PendingFile file(path, "the video");
-  const StreetScene scene(size, kStreetSceneSeed);
+  const StreetScene scene(size, kStreetSceneSeed, sign);
   VideoOutput video(file, size, fps);
   for (int i = 0; i < frames && interruptSignal() == 0; ++i) video.write(scene.frame(i));
   video.close();

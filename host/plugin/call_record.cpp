@@ -47,6 +47,7 @@ Json toJson(const GuardNote& note) {
     json["opinion"] = {{"box", toJson(verdict.opinion->box)}, {"score", roundedTo(verdict.opinion->score, 3)}};
   }
   json["frames_lost"] = verdict.framesLost;
+  if (note.colourless) json["colourless"] = true;
   Json tracker = {{"state", note.trackerState}, {"seen", note.trackerSeen}};
   if (note.trackerBox) tracker["box"] = toJson(*note.trackerBox);
   json["tracker"] = std::move(tracker);

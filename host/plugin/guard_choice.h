@@ -50,6 +50,7 @@ struct GuardNote {
   std::string trackerState;            ///< The plug-in's own state, as in the records.
   std::optional<cv::Rect> trackerBox;  ///< The plug-in's own box.
   bool trackerSeen = false;            ///< The plug-in claimed to see the target.
+  bool colourless = false;             ///< There was no colour at the start: the guard judges by brightness.
 };
 
 }  // namespace host

@@ -118,6 +118,7 @@ void TargetSession::watch_(CallRecord& record, CallFacts& facts, const Frame& fr
   note.trackerState = host::name(facts.state);
   note.trackerBox = facts.box;
   note.trackerSeen = facts.seen;
+  note.colourless = guard_->colourless();
   note.verdict = guard_->judge(pictureOf(frame), {facts.box, facts.seen && facts.box});
   switch (note.verdict.state) {
     case csrt_guard::State::Unguarded:

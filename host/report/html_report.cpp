@@ -4,6 +4,7 @@
 #include <openssl/evp.h>
 
 #include <algorithm>
+#include <cmath>
 #include <opencv2/core/utility.hpp>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/imgproc.hpp>
@@ -48,6 +49,21 @@ std::string eventText(const CallRecord& record, const std::string& before) {
   if (record.isInit) return record.started ? "started" : "did not start: " + explained(record.reason);
   std::string what = before.empty() ? name(record.state) : before + " → " + name(record.state);
   if (!record.reason.empty()) what += ": " + explained(record.reason);
+  return what;
+}
+
+/// What changed in the guard's mind, such as "guard: doubted → searching: nothing near looks enough like it". Empty:
+/// nothing a person wants to know of.
+std::string guardEventText(const GuardNote& note, const std::string& before, bool reasonIsTold) {
+  const std::string now = csrt_guard::name(note.verdict.state);
+  const bool asHoped = note.verdict.state == csrt_guard::State::Agreed;
+  std::string what;
+  if (before.empty()) {
+    if (note.colourless) what = "guard: no colour in the picture, it judges by brightness";
+    if (!asHoped) what += (what.empty() ? "guard: " : "; ") + now + ": " + note.verdict.reason;
+  } else if (now != before) {
+    what = "guard: " + before + " → " + now + (reasonIsTold ? "" : std::string(": ") + note.verdict.reason);
+  }
   return what;
 }
 
@@ -105,10 +121,20 @@ bool HtmlReport::noteEvent_(Target& target, const CallRecord& record, std::strin
   const std::string state = name(record.state);
   // After a start the first answer is no change of state, as long as it is the one that is hoped for.
   const bool asExpected = target.justStarted && record.state == TrackState::Tracked;
-  const bool event = record.isInit || (state != target.lastState && !target.lastState.empty() && !asExpected);
-  if (event) {
+  std::string what;
+  if (record.isInit || (state != target.lastState && !target.lastState.empty() && !asExpected)) {
     const std::string before = target.justStarted ? "start" : target.lastState;
-    const std::string what = eventText(record, record.isInit ? "" : before);
+    what = eventText(record, record.isInit ? "" : before);
+  }
+  if (record.isInit) target.lastGuard.clear();
+  if (record.guard) {
+    const bool reasonIsTold = !what.empty() && record.reason == record.guard->verdict.reason;
+    const std::string guard = guardEventText(*record.guard, target.lastGuard, reasonIsTold);
+    what += (what.empty() || guard.empty() ? "" : "; ") + guard;
+    target.lastGuard = csrt_guard::name(record.guard->verdict.state);
+  }
+  const bool event = !what.empty();
+  if (event) {
     target.events.push_back({{"frame", record.frame}, {"time_s", record.time_s}, {"what", what}});
     note += (note.empty() ? "" : "; ") + record.target + " " + what;
   }
@@ -123,11 +149,29 @@ void HtmlReport::add_(Target& target, const CallRecord& record) {
   if (record.score) point["score"] = *record.score;
   if (record.window) point["window"] = std::max(record.window->width, record.window->height);
   if (record.box) point["side"] = std::max(record.box->width, record.box->height);
+  addGuard_(target, record, point);
   judge_(target, record, point);
   target.frames.push_back(std::move(point));
   if (record.isInit) return;
   ++target.states[name(record.state)];
   target.ms.push_back(record.update_ms);
+}
+
+void HtmlReport::addGuard_(Target& target, const CallRecord& record, Json& point) {
+  if (!record.guard) return;
+  const csrt_guard::Verdict& verdict = record.guard->verdict;
+  target.guarded = true;
+  if (verdict.restart) ++target.foundByGuard;
+  point["guard"] = csrt_guard::name(verdict.state);
+  if (target.lastReason != verdict.reason) point["why"] = verdict.reason;  // the page carries it on
+  target.lastReason = verdict.reason;
+  const auto put = [&point](const char* key, const std::optional<double>& value) {
+    if (value) point[key] = std::round(*value * 1000) / 1000;
+  };
+  put("likeness", verdict.likeness);
+  put("usual", verdict.usual);
+  put("around", verdict.around);
+  put("belief", verdict.belief);
 }
 
 void HtmlReport::judge_(Target& target, const CallRecord& record, Json& point) {
@@ -170,6 +214,7 @@ Json HtmlReport::toJson_(const std::string& name, const Target& target) const {
   for (const auto& [state, count] : target.states) {
     figures.push_back({state, fmt::format("{:.1f} %", 100.0 * static_cast<double>(count) / updates)});
   }
+  if (target.guarded) figures.push_back({"found by the guard", std::to_string(target.foundByGuard)});
   figures.push_back({"ms per frame, median", fmt::format("{:.1f}", quantile(target.ms, 0.5))});
   figures.push_back({"ms, 95 of 100 frames", fmt::format("{:.1f}", quantile(target.ms, 0.95))});
   if (!target.samples.judgements.empty()) {

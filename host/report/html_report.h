@@ -32,6 +32,10 @@ class HtmlReport : public RunObserver {
     nlohmann::ordered_json frames = nlohmann::ordered_json::array();
     nlohmann::ordered_json events = nlohmann::ordered_json::array();
     std::string lastState;
+    std::string lastGuard;   ///< The guard's state; empty: it has not judged since the start.
+    std::string lastReason;  ///< And why.
+    long foundByGuard = 0;
+    bool guarded = false;
     bool justStarted = false;  ///< The call before was a start on a given box.
     std::map<std::string, long> states;
     std::vector<double> ms;
@@ -48,6 +52,7 @@ class HtmlReport : public RunObserver {
   void add_(Target& target, const CallRecord& record);
   void judge_(Target& target, const CallRecord& record, nlohmann::ordered_json& point);
   bool noteEvent_(Target& target, const CallRecord& record, std::string& note);
+  void addGuard_(Target& target, const CallRecord& record, nlohmann::ordered_json& point);
   void keepStill_(const cv::Mat& picture, const SourceFrame& frame, const std::string& note);
   void thinStills_();
   nlohmann::ordered_json toJson_(const std::string& name, const Target& target) const;

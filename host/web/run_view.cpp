@@ -157,6 +157,10 @@ Json RunView::targets_Locked_(double now) const {
     if (record.secondsSinceSeen) json["unseen_s"] = rounded(*record.secondsSinceSeen, 100);
     json["update_ms"] = rounded(record.update_ms, 10);
     if (!target.glance.why().empty()) json["why"] = target.glance.why();
+    if (record.guard) {
+      const csrt_guard::Verdict& verdict = record.guard->verdict;
+      json["guard"] = {{"state", csrt_guard::name(verdict.state)}, {"reason", verdict.reason}};
+    }
     all.push_back(std::move(json));
   }
   return all;

@@ -16,7 +16,7 @@ plugin=$(find "$prefix" -name libcsrt_tracking_plugin.so)
 
 "$prefix/bin/csrt-track" schema records >/dev/null || fail 'the installed csrt-track prints no schema'
 
-for example in minimal-host gimbal-host engine; do
+for example in minimal-host gimbal-host engine guarded-host; do
   cmake -S "$source/examples/$example" -B "$work/cmake-$example" -G Ninja -DCMAKE_PREFIX_PATH="$prefix" \
     -DPython3_EXECUTABLE=/usr/bin/python3 -DCMAKE_CXX_COMPILER="$compiler" -DCMAKE_BUILD_TYPE=Release >/dev/null
   cmake --build "$work/cmake-$example" >/dev/null
@@ -48,4 +48,14 @@ for example in "$work/cmake-engine/engine-example" "$work/engine-example"; do
   [ "$(wc -l <"$work/out.txt")" -eq 11 ] || fail "$example printed other than 11 boxes"
   nm -C "$example" | grep 'csrt_engine::create' >/dev/null || fail "$example is not linked with the engine"
 done
-echo 'install_test.sh: installed, found by CMake and pkg-config, hosts and the example of the engine built and run'
+
+# The guard without the plug-in, beside a tracker of OpenCV that loses the figure.
+# shellcheck disable=SC2046
+"$compiler" -std=c++17 -O1 "$source/examples/guarded-host/main.cpp" -o "$work/guarded-host" \
+  $(pkg-config --cflags --libs csrt_guard)
+"$prefix/bin/csrt-track" draw-scene "$work/scene/sign.avi" --sign 90 >/dev/null
+for host in "$work/cmake-guarded-host/guarded-host" "$work/guarded-host"; do
+  "$source/tests/install/guarded_host_check.sh" "$host" "$work/scene/sign.avi" || fail "$host is not held by the guard"
+  nm -C "$host" | grep 'csrt_guard::Guard::judge' >/dev/null || fail "$host is not linked with the guard"
+done
+echo 'install_test.sh: installed, found by CMake and pkg-config, hosts, the example of the engine and a guarded tracker built and run'

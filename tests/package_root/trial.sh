@@ -3,7 +3,8 @@
 # documentation's blocks.
 set -euo pipefail
 cd /trial
-packages=(csrt-tracking-plugin libocula-tools-standin csrt-tracking-dev csrt-track libcsrt-engine-dev csrt-track-live)
+packages=(csrt-tracking-plugin libocula-tools-standin csrt-tracking-dev csrt-track libcsrt-engine-dev libcsrt-guard-dev
+  csrt-track-live)
 
 say() { echo "package-root-test: $*"; }
 fail() { say "$*" >&2; exit 1; }
@@ -56,6 +57,19 @@ build_and_run_engine() {
   done
 }
 
+# Nor does the guard; the tracker that it watches is OpenCV's.
+build_and_run_guarded() {
+  local program
+  quietly cmake -S guarded-host -B guarded-by-cmake
+  quietly cmake --build guarded-by-cmake
+  # shellcheck disable=SC2046
+  quietly g++ -std=c++17 guarded-host/main.cpp -o guarded-by-pkg-config $(pkg-config --cflags --libs csrt_guard)
+  quietly csrt-track draw-scene sign.avi --sign 90
+  for program in guarded-by-cmake/guarded-host ./guarded-by-pkg-config; do
+    quietly ./guarded_host_check.sh "$program" sign.avi
+  done
+}
+
 run_hosts() {
   local host plugin
   plugin=$(pkg-config --variable=plugin csrt_tracking_plugin)
@@ -63,6 +77,43 @@ run_hosts() {
     "$host" "$plugin" scene.avi 116,165,32,60 >boxes.txt || fail "$host did not start"
     [ "$(grep -c score boxes.txt)" -eq 19 ] || fail "$host printed other than 19 boxes"
   done
+}
+
+# http METHOD PATH [BODY]: the answer of the served run at 127.0.0.1:$port, head and body; bash itself is the client.
+http() {
+  exec 3<>"/dev/tcp/127.0.0.1/$port" || return 1
+  printf '%s %s HTTP/1.1\r\nHost: 127.0.0.1:%s\r\nX-Csrt-Track: 1\r\nContent-Type: application/json\r\n' \
+    "$1" "$2" "$port" >&3
+  printf 'Content-Length: %d\r\nConnection: close\r\n\r\n%s' "${#3}" "$3" >&3
+  timeout 20 cat <&3
+  exec 3>&-
+}
+
+# The page in a browser, as far as it is the server's: it is there, and what is chosen on it is followed.
+serve_over_http() {
+  local pid port='' status=0 i
+  quietly csrt-track draw-scene long.avi --frames 600
+  csrt-track serve long.avi --http 127.0.0.1:0 --records served.jsonl --guard colour >serve.log 2>&1 &
+  pid=$!
+  for ((i = 0; i < 300 && ${#port} == 0; ++i)); do
+    sleep 0.1
+    port=$(sed -n 's,.*http://127\.0\.0\.1:\([0-9]*\)/.*,\1,p' serve.log)
+  done
+  [ -n "$port" ] || { cat serve.log; fail 'serve --http does not say where its page is'; }
+  http GET / '' >answer.txt
+  grep -q '<title>' answer.txt || { cat answer.txt; fail 'serve --http shows no page'; }
+  http GET /metrics '' >answer.txt
+  grep -q '^csrt_' answer.txt || { cat answer.txt; fail 'serve --http gives no figures'; }
+  http POST /api/targets '{"name": "wall", "box": [40, 20, 60, 60]}' >answer.txt
+  grep -q '^HTTP/1.1 20' answer.txt || { cat answer.txt; fail 'the target chosen over HTTP was refused'; }
+  for ((i = 0; i < 300; ++i)); do
+    [ "$(grep -c '"target":"wall".*"state":"tracked"' served.jsonl)" -lt 5 ] || break
+    sleep 0.1
+  done
+  [ "$i" -lt 300 ] || { tail -n 2 served.jsonl; fail 'the target chosen over HTTP is not followed'; }
+  kill -TERM "$pid"
+  wait "$pid" || status=$?
+  [ "$status" -eq 143 ] || { cat serve.log; fail "the served run ends with $status"; }
 }
 
 # Blocks that show the installed program alone; the others are about the source tree.
@@ -94,6 +145,8 @@ run_hosts
 say 'two hosts were built, by CMake and by pkg-config, and followed it too'
 build_and_run_engine
 say "the engine's example was built, by CMake and by pkg-config, and followed it too"
+build_and_run_guarded
+say "the guard's example was built, by CMake and by pkg-config, and found the figure behind the sign again"
 for engine in opencv fast; do
   csrt-track track scene.avi --box figure=116,165,32,60 --engine "$engine" --records - --quiet |
     sed -E 's/"update_ms":[^,]*,//; s/"engine":"[a-z]*",//' >"$engine.jsonl"
@@ -101,6 +154,8 @@ done
 cmp opencv.jsonl fast.jsonl || fail 'the two plug-ins gave different records'
 quietly csrt-track doctor
 say 'both plug-ins gave the same records'
+serve_over_http
+say 'serve --http showed its page, and followed what was chosen over it'
 run_documentation
 quietly apt-get -y purge "${packages[@]}"
 paths >after.txt

@@ -2,7 +2,7 @@
 import json
 import os
 
-from case import Case, write
+from case import Case, contents, write
 from material import BOX, CLIP_BOX
 
 TRACK = ["track", "frames", "--box", BOX, "--quiet"]
@@ -147,6 +147,17 @@ def results():
         Case(group, "merge of parts of different divisions", [], 2, ("1/3", "2/2"),
              shell='"$CSRT" evaluate frames --truth truth.csv --shard 2/2 --quiet --json other.json && '
              '"$CSRT" merge part1.json other.json'),
+        Case(group, "two shards that write one file", [], 1, ("missing",), one_line=False,
+             shell='for i in 1 2; do "$CSRT" evaluate frames --truth truth.csv --shard $i/2 --quiet --json one.json & done; '
+                   'wait; "$CSRT" merge one.json --json m.json', leaves=("one.json", "m.json")),
+        Case(group, "a shard into a folder that holds no more", [], 6, ("out/1.json", "File too large"),
+             shell='mkdir out && echo kept >out/other.json; ulimit -f 1; '
+                   '"$CSRT" evaluate frames --truth truth.csv --shard 1/2 --quiet --json out/1.json',
+             leaves_not=("out/1.json",), leaves=("out/other.json",)),
+        Case(group, "shards by machines whose clocks are apart", [], 1, (), one_line=False,
+             shell='"$CSRT" merge part1.json part2.json --json a.json; touch -d 1990-01-01 part1.json; '
+                   'touch -d 2050-01-01 part2.json; "$CSRT" merge part1.json part2.json --json b.json',
+             check=lambda f, r: None if contents(f + "/a.json") == contents(f + "/b.json") else "the results differ"),
         Case(group, "a target with no judged frame", ["evaluate", "frames", "--truth", "t.csv"], 0, (),
              prepare=unjudged, one_line=False,
              check=lambda f, r: None if any("late" in line and " - " in line and "0.000" not in line

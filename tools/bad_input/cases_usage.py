@@ -74,6 +74,7 @@ def words():
             "standard output"),
         one("no time to search", ["tune", "otb", "--budget", "0", "--out", "o"], "--budget"),
         one("a drawn video without frames", ["draw-scene", "d.avi", "--frames", "0"], "--frames"),
+        one("a drawn sign as wide as the picture", ["draw-scene", "d.avi", "--sign", "640"], "--sign"),
         one("a saved run that is steered by hand", ["track", "frames", "--show", "--save-run", "s"], "--show"),
     ]
     cases += [Case("help", f"{command} --help", command.split() + ["--help"], 0, ("Exit status:",), check=names(exits))

@@ -19,11 +19,14 @@ def png(width, height, rows):
     return b"\x89PNG\r\n\x1a\n" + chunk(b"IHDR", header) + chunk(b"IDAT", data) + chunk(b"IEND", b"")
 
 
-def picture(number, width=160, height=120):
+def picture(number, width=160, height=120, colour=True):
     """A textured square that walks to the right over a textured ground."""
     noise = random.Random(7)
-    ground = [bytes(noise.randrange(90, 130) for _ in range(3 * width)) for _ in range(height)]
-    figure = [bytes(noise.choice((30, 220)) for _ in range(3 * 24)) for _ in range(24)]
+
+    def row_of(pixels, level):
+        return bytes(level() for _ in range(3 * pixels)) if colour else bytes(v for _ in range(pixels) for v in [level()] * 3)
+    ground = [row_of(width, lambda: noise.randrange(90, 130)) for _ in range(height)]
+    figure = [row_of(24, lambda: noise.choice((30, 220))) for _ in range(24)]
     left = 40 + 2 * number
     rows = []
     for y, row in enumerate(ground):

@@ -98,6 +98,10 @@ class Guard {
   /// Judges the tracker's answer for this frame. Never throws for a picture or a box, however wrong.
   Verdict judge(const cv::Mat& frame, const Answer& answer);
 
+  /// The target and the frame at the start had no colour, as in infrared: it is judged by brightness alone, which
+  /// tells less apart.
+  bool colourless() const;
+
   /// How like the target a box of this frame is, as in Verdict::likeness; empty where there is nothing to look at.
   std::optional<double> likenessOf(const cv::Mat& frame, const cv::Rect& box) const;
 

@@ -75,12 +75,15 @@ function redraw() {
 
 const chosen = () => state && (state.targets.find(t => t.name === selected) || state.targets[0]);
 
+// Why the guard does not agree with the tracker's box; nothing where it does, or where there is none.
+const guardWords = guard => guard && guard.state !== 'agreed' ? 'Guard: ' + guard.reason : '';
+
 function stepBanner() {
   const banner = byId('banner'), target = chosen();
   let standing = 'idle', words = 'Nothing is followed', more = 'Drag a box over the target, or tap on it.';
   if (state.ended) { standing = 'gone'; words = 'The run has ended'; more = ''; }
   else if (state.no_signal) { standing = 'no_signal'; words = 'No signal for ' + state.silent_s.toFixed(0) + ' s'; more = 'The last picture is shown.'; }
-  else if (target) { standing = target.standing; words = target.words; more = state.targets.length > 1 ? target.name : ''; }
+  else if (target) { standing = target.standing; words = target.words; more = [state.targets.length > 1 && target.name, guardWords(target.guard)].filter(Boolean).join(' · '); }
   showBanner(standing, words, more);
   // Said aloud only when something becomes another, not while seconds count.
   const said = standing + (target ? target.name : '');

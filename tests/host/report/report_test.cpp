@@ -108,6 +108,62 @@ TEST_F(Report, PicturesAreWideAndThePageStaysSmall) {
   EXPECT_EQ(cv::imdecode(std::vector<char>(bytes.begin(), bytes.end()), cv::IMREAD_COLOR).size(), cv::Size(1280, 720));
 }
 
+/// A figure that goes behind a sign and comes out: the guard doubts, searches and finds.
+class GuardedReport : public Report {
+ protected:
+  void SetUp() override {
+    host::writeStreetScene(folder_.file("sign.avi"), {640, 360}, 170, 25.0, 90);
+    const ProgramResult result = runProgram({"track", folder_.file("sign.avi"), "--quiet", "--start", "60", "--box",
+                                             "figure=236,171,32,60", "--guard", "colour", "--report", page()});
+    ASSERT_EQ(result.status, 0) << result.err;
+  }
+};
+
+TEST_F(GuardedReport, TellsWhatTheGuardDecidedAndWhy) {
+  const Json target = data()["targets"].at(0);
+  std::set<std::string> states;
+  std::string reason;
+  for (const Json& frame : target["frames"]) {
+    if (!frame.contains("guard")) continue;
+    states.insert(frame["guard"]);
+    reason = frame.value("why", reason);
+    EXPECT_NE(reason, "") << frame;
+  }
+  for (const char* state : {"agreed", "doubted", "searching", "reacquired"})
+    EXPECT_EQ(states.count(state), 1U) << state;
+  std::string events;
+  for (const Json& event : target["events"]) events += event["what"].get<std::string>() + "\n";
+  for (const char* change :
+       {"guard: agreed → doubted", "guard: doubted → searching: ", "guard: searching → reacquired"}) {
+    EXPECT_NE(events.find(change), std::string::npos) << events;
+  }
+  bool counted = false;
+  for (const Json& figure : target["figures"]) counted = counted || figure.at(0) == "found by the guard";
+  EXPECT_TRUE(counted);
+}
+
+TEST_F(GuardedReport, ShowsTheGuardAboveTheSameFrames) {
+  if (!hasBrowser()) GTEST_SKIP() << "chromium is not installed";
+  const PageVisit visit = openInBrowser(page(), folder_);
+  EXPECT_EQ(visit.complaints(), "");
+  EXPECT_NE(visit.dom.find("aria-label=\"Chart: guard over frames: agreed"), std::string::npos);
+  EXPECT_NE(visit.dom.find("aria-label=\"Chart: likeness of the box"), std::string::npos);
+  EXPECT_NE(visit.dom.find("lost and looked for"), std::string::npos);
+  std::set<std::string> areas;
+  for (std::size_t at = visit.dom.find("data-area=\""); at != std::string::npos;
+       at = visit.dom.find("data-area=\"", at + 1)) {
+    areas.insert(visit.dom.substr(at + 11, visit.dom.find('"', at + 11) - at - 11));
+  }
+  EXPECT_EQ(areas.size(), 1U);
+}
+
+TEST_F(Report, WithoutAGuardSaysNothingOfOne) {
+  ASSERT_EQ(track({"--frames", "7"}, "ttpptt").status, 0);
+  for (const Json& frame : data()["targets"].at(0)["frames"]) EXPECT_FALSE(frame.contains("guard"));
+  if (!hasBrowser()) return;
+  EXPECT_NE(openInBrowser(page(), folder_).dom.find("<div id=\"guardbox\" hidden"), std::string::npos);
+}
+
 TEST_F(Report, JudgesByTheTruth) {
   std::string truth;
   for (int i = 0; i < 7; ++i) truth += "10,20,30,40\n";

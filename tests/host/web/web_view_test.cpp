@@ -75,6 +75,20 @@ TEST(GlanceTest, AGuardThatSearchesIsSearching) {
   EXPECT_EQ(glance.standing(), Standing::Searching);
 }
 
+TEST(RunViewTest, ATargetSaysWhatItsGuardMakesOfItAndOneWithoutNothing) {
+  RunView view;
+  view.begin({});
+  view.frame(frameOf(1, 1.0), {record(TrackState::Tracked)}, 1.0);
+  EXPECT_FALSE(view.targets(1.0)[0].contains("guard"));
+  CallRecord guarded = record(TrackState::Inactive, 3);
+  guarded.guard.emplace();
+  guarded.guard->verdict.state = csrt_guard::State::Searching;
+  guarded.guard->verdict.reason = "nowhere";
+  view.frame(frameOf(2, 1.1), {guarded}, 1.1);
+  EXPECT_EQ(view.targets(1.1)[0]["guard"]["state"], "searching");
+  EXPECT_EQ(view.targets(1.1)[0]["guard"]["reason"], "nowhere");
+}
+
 TEST(GlanceTest, LostStaysSaidWithItsReasonUntilSomethingIsSeen) {
   Glance glance;
   glance.take(record(TrackState::Tracked), 0);
