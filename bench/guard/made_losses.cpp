@@ -48,7 +48,9 @@ host::SourceFrame MadeLoss::frame(long i) const {
   const long at = event == Event::Jump && i >= begin ? i + kJump : i;
   host::SourceFrame frame = footage->at(std::min(at, footage->count() - 1));
   frame.index = i;
-  if (during && event == Event::Black) frame.bgr = cv::Mat::zeros(frame.bgr.size(), frame.bgr.type());
+  if (during && event == Event::Black) {  // a picture of its own: zeros() would be written into the footage's pixels
+    frame.bgr = cv::Mat(frame.bgr.size(), frame.bgr.type(), cv::Scalar::all(0.0));
+  }
   if (during && (event == Event::Covered || event == Event::Elsewhere)) {
     if (const auto there = bench::truthAt(*truth, at)) frame.bgr = covered(frame.bgr, *there);
   }
