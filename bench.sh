@@ -55,6 +55,11 @@ for engine in opencv fast; do
   build/bench/bin/tracker_comparison --drawn "$drawn" --engine "$engine" --json "$out/trackers/drawn-$engine.json" \
     >"$out/tracker_comparison-$engine.txt" || csrt_die "tracker_comparison failed"
 done
+echo "guard_comparison ..." >&2
+scenes=honesty,lookalikes
+[ "$short" = no ] || scenes=lookalikes
+build/bench/bin/guard_comparison scenes --scenarios "$scenes" --json "$out/trackers/guard-scenes.json" \
+  >"$out/guard_comparison-scenes.txt" || csrt_die "guard_comparison failed"
 
 if [ "$short" = yes ]; then
   python3 bench/write_tables.py --check "$out"

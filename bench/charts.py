@@ -60,12 +60,12 @@ def labels_apart(heights, least=15):
     return placed
 
 
-def bar_chart(title, rows, series, colours, top, tick, unit, note=""):
+def bar_chart(title, rows, series, colours, top, tick, unit, note="", behind=90):
     """Bars side by side. rows: (label, {series: (value, low, high, words)}); low and high may be None: no whisker;
-    a value of None: no bar, only the words."""
+    a value of None: no bar, only the words. behind: room for the words of the longest bar."""
     left, width, row_height = 190, 640, 18 * len(series) + 14
     height = 62 + row_height * len(rows) + (22 if note else 0)
-    scale = (width - left - 90) / top
+    scale = (width - left - behind) / top
     parts = [text(14, 18, title)]
     place = left
     for name in series:

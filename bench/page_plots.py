@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Draws the pictures of docs/performance.md, redetection.md and presets.md from what the benchmarks wrote.
+"""Draws the pictures of docs/performance.md, redetection.md, presets.md and guard.md from what the benchmarks wrote.
 
 page_plots.py frames UPDATE.json FAST_UPDATE.json FOLDER   frame-time.svg, from update_bench and fast_update_bench
 page_plots.py recovery RECOVERY.json FOLDER                recovery.svg, from recovery_comparison --json
 page_plots.py presets FOLDER NAME=RESULT.json ...          presets.svg, from `csrt-track evaluate --json` of each preset
+page_plots.py guard WALKERS.json FOLDER                    guard-walkers.svg, from `guard_comparison walkers --json`
 """
 
 import json
@@ -16,6 +17,7 @@ from charts import BLUE, BROWN, GREEN, GREY, bar_chart, line_chart
 
 ON_TARGET = 0.3  # overlap, as evaluate counts it
 RESAMPLES = 2000
+LONG_RUN = 30  # frames
 
 
 def read(path):
@@ -93,12 +95,38 @@ def presets(folder, results):
         "Whiskers: 95 % interval when the walkers are drawn anew."))
 
 
+def guard(path, folder):
+    """A walker's share on target over all starts, without and with the guard, the defaults of the first engine."""
+    groups = read(path)["walkers"]["groups"]
+    names = {"off": "without the guard", "colour": "with it"}
+    chosen = {group["guard"]: group["walks"] for group in groups
+              if group["engine"] == groups[0]["engine"] and group["preset"] == "defaults" and group["guard"] in names}
+    if set(chosen) != set(names):
+        sys.exit("page_plots.py: the result lacks the defaults without or with the guard")
+
+    def bar(walker, kind):
+        walks = [walk for walk in chosen[kind] if walk["target"] == walker]
+        held, longest = sum(walk["held"] for walk in walks), max(walk["longest_wrong_run"] for walk in walks)
+        share = 100 * sum(walk["on_target"] for walk in walks) / sum(walk["marks"] for walk in walks)
+        return share, None, None, f"{share:.0f} %, held {held} of {len(walks)}" + (f", wrong for {longest} frames" if longest > LONG_RUN else "")
+
+    walkers = sorted({walk["target"] for walk in chosen["off"]}, key=lambda name: (len(name), name))
+    rows = [(f"walker {walker}", {names[kind]: bar(walker, kind) for kind in names}) for walker in walkers]
+    pathlib.Path(folder, "guard-walkers.svg").write_text(bar_chart(
+        "Walkers: share of the marks on target, all starts together", rows, tuple(names.values()),
+        dict(zip(names.values(), (BROWN, BLUE))), 100, 20, " %",
+        f"Wrong: called seen while elsewhere for more than {LONG_RUN} frames in a row, the longest such run of all starts.",
+        behind=220))
+
+
 def main(arguments):
     what, *rest = arguments or [""]
     if what == "frames" and len(rest) == 3:
         frames(*rest)
     elif what == "recovery" and len(rest) == 2:
         recovery(*rest)
+    elif what == "guard" and len(rest) == 2:
+        guard(*rest)
     elif what == "presets" and len(rest) >= 2 and all("=" in given for given in rest[1:]):
         presets(rest[0], rest[1:])
     else:
