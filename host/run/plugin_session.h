@@ -14,10 +14,10 @@ namespace host {
 
 /// How the plug-in works on all targets of a run.
 struct PluginWork {
-  std::string configText;                ///< For setConfig(); empty: nothing is passed.
-  Pace pace = Pace::Fast;                ///< Which time the plug-in sees.
-  GuardChoice guard;  ///< Who watches the plug-in's answers.
-  bool logToStderr = false;              ///< Whether the log lines of configuring are shown.
+  std::string configText;    ///< For setConfig(); empty: nothing is passed.
+  Pace pace = Pace::Fast;    ///< Which time the plug-in sees.
+  GuardChoice guard;         ///< Who watches the plug-in's answers.
+  bool logToStderr = false;  ///< Whether the log lines of configuring are shown.
 };
 
 /// A plug-in object of its own. It is started on the next frame after startOn() and updated on all others.

@@ -17,14 +17,14 @@ namespace host {
 
 /// One run of `serve`: its source, its targets, and who may command it.
 struct ServeRun {
-  std::string sourceName;                ///< As the user named it.
-  std::string configText;                ///< For setConfig(); empty: nothing is passed.
-  MetadataTable metadata;                ///< What a recorded camera said, by frame; empty: nothing.
-  Pace pace = Pace::Source;              ///< Which time the plug-in sees.
-  GuardChoice guard;  ///< Who watches the plug-in's answers.
-  int threads = 1;                       ///< Targets are spread over so many threads.
-  bool logToStderr = false;              ///< Whether the plug-in's log lines are shown.
-  double videoDelay_s = 0.0;             ///< From capture to arrival, where the sender does not say when it captured.
+  std::string sourceName;     ///< As the user named it.
+  std::string configText;     ///< For setConfig(); empty: nothing is passed.
+  MetadataTable metadata;     ///< What a recorded camera said, by frame; empty: nothing.
+  Pace pace = Pace::Source;   ///< Which time the plug-in sees.
+  GuardChoice guard;          ///< Who watches the plug-in's answers.
+  int threads = 1;            ///< Targets are spread over so many threads.
+  bool logToStderr = false;   ///< Whether the plug-in's log lines are shown.
+  double videoDelay_s = 0.0;  ///< From capture to arrival, where the sender does not say when it captured.
 };
 
 /// The frames that a source keeps, and how many of them to catch up with.

@@ -18,14 +18,14 @@ namespace host {
 
 /// What to run: which targets, how configured, at what pace.
 struct TrackRun {
-  std::string sourceName;                ///< As the user named it.
-  std::string configText;                ///< For setConfig(); empty: nothing is passed.
-  std::vector<TargetOption> targets;     ///< Empty: `steering` is asked.
-  MetadataTable metadata;                ///< What the camera said, by frame; empty: nothing.
-  Pace pace = Pace::Fast;                ///< Which time the plug-in sees, and how fast frames come.
-  GuardChoice guard;  ///< Who watches the plug-in's answers.
-  int threads = 1;                       ///< Targets are spread over so many threads.
-  bool logToStderr = false;              ///< Whether the plug-in's log lines are shown.
+  std::string sourceName;             ///< As the user named it.
+  std::string configText;             ///< For setConfig(); empty: nothing is passed.
+  std::vector<TargetOption> targets;  ///< Empty: `steering` is asked.
+  MetadataTable metadata;             ///< What the camera said, by frame; empty: nothing.
+  Pace pace = Pace::Fast;             ///< Which time the plug-in sees, and how fast frames come.
+  GuardChoice guard;                  ///< Who watches the plug-in's answers.
+  int threads = 1;                    ///< Targets are spread over so many threads.
+  bool logToStderr = false;           ///< Whether the plug-in's log lines are shown.
 };
 
 /// What a run came to.

@@ -29,8 +29,8 @@ class SimulationObserver : public RunObserver {
 
 /// How to run a scenario.
 struct SimulationOptions {
-  Pace pace = Pace::Video;               ///< Which time the plug-in sees; Pace::Source: the scene takes its own time.
-  GuardChoice guard;  ///< Who watches the plug-in's answers.
+  Pace pace = Pace::Video;  ///< Which time the plug-in sees; Pace::Source: the scene takes its own time.
+  GuardChoice guard;        ///< Who watches the plug-in's answers.
 };
 
 /// Runs the camera's scenario to its end, or until a signal asks to stop.
