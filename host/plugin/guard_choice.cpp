@@ -1,6 +1,7 @@
 #include "plugin/guard_choice.h"
 
 #include <cstdio>
+#include <filesystem>
 
 #include "base/captured_stderr.h"
 #include "base/host_error.h"
@@ -19,6 +20,10 @@ GuardKind kindOf(const std::string& word) {
 
 /// @throws HostError (Usage) when it is no network that the guard can ask
 void tryNetwork(const std::string& file) {
+  if (std::filesystem::path(file).extension() != ".onnx") {
+    throw HostError(ExitCode::Usage,
+                    "--guard-model '" + file + "' must have a name that ends in .onnx: OpenCV goes by it");
+  }
   std::string fault;
   const CapturedStderr captured;  // OpenCV says at length what we say in one sentence
   if (readNetwork(file, fault) == nullptr) {

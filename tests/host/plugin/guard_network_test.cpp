@@ -49,6 +49,8 @@ class NetworkGuard : public testing::Test {
 TEST_F(NetworkGuard, RefusesAFileThatIsMissingEmptyBrokenOrNoSuchNetworkBeforeAnythingIsWritten) {
   expectRefused(folder.file("none.onnx"), "is not there");
   expectRefused(folder.file(""), "is no file");
+  writeText(folder.file("tiny.bin"), tiny_network::bytes());
+  expectRefused(folder.file("tiny.bin"), "ends in .onnx");
   writeText(folder.file("empty.onnx"), "");
   expectRefused(folder.file("empty.onnx"), "is empty");
   writeText(folder.file("text.onnx"), "this is no network");
