@@ -424,8 +424,7 @@ class Guard::Impl {
     return verdict;
   }
 
-  Verdict reacquire_(PlaceTrack track, double belief, const Look& look,
-                     const std::optional<Opinion>& confirmed) {
+  Verdict reacquire_(PlaceTrack track, double belief, const Look& look, const std::optional<Opinion>& confirmed) {
     const cv::Rect2d box = confirmed ? cv::Rect2d(confirmed->box) : track.box;
     Verdict verdict = verdict_(State::Reacquired, wholePixels(box), true, "found: likely the target", look);
     verdict.restart = true;

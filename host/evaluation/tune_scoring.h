@@ -17,7 +17,7 @@ struct TuneGoal {
   std::string name = "success";  ///< "success": area under the success curve; "on-target"; "both": their mean.
   double maxCost = 0.0;          ///< CPU time per update, in times of defaultCpu_ms; 0: time does not count.
   double defaultCpu_ms = 0.0;    ///< Of the plug-in's defaults on the same machine.
-  GuardChoice guard;             ///< Who watches the plug-in's answers meanwhile.
+  GuardChoice guard{};           ///< Who watches the plug-in's answers meanwhile.
 };
 
 /// @throws HostError (Usage) for another name
