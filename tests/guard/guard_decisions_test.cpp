@@ -141,6 +141,39 @@ TEST_F(GuardTest, WaitsWhereTwoMayBeTheTarget) {
   EXPECT_LT(verdict.belief.value(), 0.75);
 }
 
+TEST_F(GuardTest, ReportsTheTrackersOwnBoxAsAPredictionWhileItSearches) {
+  visible = false;
+  const cv::Rect stuck = personAt(330, 150);
+  for (int i = 0; i < 20; ++i) judge({stuck, true});
+  EXPECT_EQ(verdict.state, State::Searching);
+  EXPECT_EQ(verdict.box, stuck);
+  EXPECT_FALSE(verdict.seen);
+  judge({stuck, false});
+  EXPECT_FALSE(verdict.box.has_value()) << "the tracker does not claim it either";
+}
+
+TEST_F(GuardTest, AFindThatIsLessSureMustHoldForLonger) {
+  const auto restartAfter = [&](int away) {
+    Guard fresh;
+    const cv::Rect start = personAt(200, 150);
+    cv::Mat first = ground.clone();
+    drawPerson(first, start, kRedBlue);
+    EXPECT_TRUE(fresh.start(first, start));
+    for (int i = 0; i < 12; ++i) fresh.judge(first, {start, true});
+    for (int i = 0; i < 20; ++i) fresh.judge(ground, {});
+    cv::Mat back = ground.clone();
+    drawPerson(back, personAt(start.x + away, start.y), kRedBlue);
+    for (int i = 1; i < 60; ++i) {
+      if ((verdict = fresh.judge(back, {})).restart) return i;
+    }
+    return 1000;
+  };
+  EXPECT_LE(restartAfter(40), 3);
+  EXPECT_GE(restartAfter(240), 5);
+  EXPECT_GE(restartAfter(300), 10);
+  EXPECT_LT(restartAfter(300), 60) << "alone, it is taken in the end";
+}
+
 TEST_F(GuardTest, KeepsLookingForTheSizeThatTheTargetHad) {
   for (int i = 1; i <= 10; ++i) {  // the tracker's box shrinks, and stays on the target
     const cv::Rect box = walk();

@@ -24,7 +24,7 @@ TEST(SimulateCommand, ListsAndPrintsTheShippedScenarios) {
   const ProgramResult list = runProgram({"simulate", "--list"});
   EXPECT_EQ(list.status, 0) << list.err;
   const std::vector<std::string> lines = linesOf(list.out);
-  EXPECT_EQ(lines.size(), 10U);
+  EXPECT_EQ(lines.size(), 11U);
   const ProgramResult print = runProgram({"simulate", "--print", "zoom-step"});
   EXPECT_EQ(print.status, 0);
   EXPECT_TRUE(json::parse(print.out, nullptr, false).contains("camera"));
