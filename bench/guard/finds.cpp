@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <opencv2/imgproc.hpp>
 
+#include "made_losses.h"
 #include "options.h"
 
 namespace bench {
@@ -39,14 +39,6 @@ csrt_guard::Guard taughtUpTo(const Find& find, const Footage& footage) {
   return guard;
 }
 
-cv::Mat coveredFrame(const cv::Mat& frame, const cv::Rect2d& truth) {
-  cv::Mat picture = frame.clone();
-  const cv::Rect board(cvRound(truth.x - truth.width * 0.3), cvRound(truth.y - truth.height * 0.1),
-                       cvRound(truth.width * 1.6), cvRound(truth.height * 1.2));
-  cv::rectangle(picture, board, cv::Scalar(70, 95, 120), cv::FILLED);
-  return picture;
-}
-
 void loseAndFind(Find& find, const Footage& footage) {
   csrt_guard::Guard guard = taughtUpTo(find, footage);
   const long lost = find.target->marks[find.mark].frame;
@@ -54,7 +46,7 @@ void loseAndFind(Find& find, const Footage& footage) {
     const auto truth = truthAt(*find.target, i);
     if (!truth) return;
     const bool hidden = i <= lost + find.covered;
-    const cv::Mat frame = hidden ? coveredFrame(footage.at(i).bgr, *truth) : footage.at(i).bgr;
+    const cv::Mat frame = hidden ? covered(footage.at(i).bgr, *truth) : footage.at(i).bgr;
     const csrt_guard::Verdict v = guard.judge(frame, {});
     if (!v.restart) continue;
     find.found = true;

@@ -16,14 +16,6 @@ cv::Point2d shiftOf(const cv::Size& size) {
   return {-size.width / 5.0, size.height / 12.0};
 }
 
-cv::Mat covered(const cv::Mat& frame, const cv::Rect2d& target) {
-  cv::Mat picture = frame.clone();
-  const cv::Rect board(cvRound(target.x - target.width * 0.3), cvRound(target.y - target.height * 0.1),
-                       cvRound(target.width * 1.6), cvRound(target.height * 1.2));
-  cv::rectangle(picture, board, cv::Scalar(70, 95, 120), cv::FILLED);
-  return picture;
-}
-
 cv::Mat moved(const cv::Mat& frame) {
   const cv::Point2d by = shiftOf(frame.size());
   const cv::Mat shift = (cv::Mat_<double>(2, 3) << 1, 0, by.x, 0, 1, by.y);
@@ -33,6 +25,14 @@ cv::Mat moved(const cv::Mat& frame) {
 }
 
 }  // namespace
+
+cv::Mat covered(const cv::Mat& frame, const cv::Rect2d& target) {
+  cv::Mat picture = frame.clone();
+  const cv::Rect board(cvRound(target.x - target.width * 0.3), cvRound(target.y - target.height * 0.1),
+                       cvRound(target.width * 1.6), cvRound(target.height * 1.2));
+  cv::rectangle(picture, board, cv::Scalar(70, 95, 120), cv::FILLED);
+  return picture;
+}
 
 long MadeLoss::first() const {
   return begin - kRunUp;

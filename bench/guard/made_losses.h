@@ -19,6 +19,9 @@ enum class Event {
   Elsewhere  ///< Covered; meanwhile the view moves by a fifth of its width.
 };
 
+/// A copy of a frame in which a board stands before the target, full-frame pixels.
+cv::Mat covered(const cv::Mat& frame, const cv::Rect2d& target);
+
 /// One loss. Its scene has frames of its own numbers, which are the footage's up to the event.
 struct MadeLoss {
   std::string target;                        ///< Whose it is.

@@ -297,37 +297,13 @@ class Guard::Impl {
     if (advice_.back && answer.seen && look.likeness && look.margin >= likeEnough_()) {
       return regained_(answer, look, trackAt_(*answer.box));
     }
-    const std::vector<Place> places = placesIn_(frame, answer, look);
-    std::vector<double> own;
-    std::vector<double> alike;
-    for (const Place& place : places) {
-      own.push_back(ownDensity(evidenceOf_(place)));
-      alike.push_back(marginOf_(place.likeness) >= kMayBeIt ? lookFactor(recent_, place.look) : 0.0);
-    }
-    tracks_.update(places, sinceCheck_ + 1, false, own, alike);
-    sinceCheck_ = 0;
-    double all = 1.0;  // of something else
-    double bestOdds = 0.0;
-    PlaceTrack* best = nullptr;
-    for (PlaceTrack& track : tracks_.all()) {
-      if (track.other) continue;
-      if (track.age == 0) born_(track);
-      const double odds = oddsOf(evidenceOf_(track), rivalry_);
-      all += odds;
-      if (!track.found || odds <= bestOdds) continue;
-      bestOdds = odds;
-      best = &track;
-    }
+    followPlaces_(placesIn_(frame, answer, look));
+    const Likeliest found = likeliest_();
+    PlaceTrack* best = found.track;
     if (best == nullptr) return predicted_("lost: nothing near looks enough like the target", answer, look);
-    const double belief = bestOdds / all;
-    const double among = bestOdds / (all - 1.0);  // of finds
-    const bool believed = belief >= settings_.believe && among >= settings_.among;
+    const double belief = found.belief;
     if (belief >= kHope) hope_ = best->box;
-    for (PlaceTrack& track : tracks_.all()) {
-      const bool ahead = &track == best && believed;
-      track.likeliest = ahead ? track.likeliest + 1 : std::max(0, track.likeliest - 1);
-    }
-    if (!believed) {
+    if (!found.believed) {
       Verdict verdict = predicted_("lost: what is found may as well be somebody else", answer, look);
       verdict.belief = belief;
       return verdict;
@@ -343,6 +319,48 @@ class Guard::Impl {
       if (!confirmed) return predicted_("lost: the second opinion does not see it in what is found", answer, look);
     }
     return reacquire_(*best, belief, look, confirmed);
+  }
+
+  /// Continues the tracks of all that may be the target with these places.
+  void followPlaces_(const std::vector<Place>& places) {
+    std::vector<double> own;
+    std::vector<double> alike;
+    for (const Place& place : places) {
+      own.push_back(ownDensity(evidenceOf_(place)));
+      alike.push_back(marginOf_(place.likeness) >= kMayBeIt ? lookFactor(recent_, place.look) : 0.0);
+    }
+    tracks_.update(places, sinceCheck_ + 1, false, own, alike);
+    sinceCheck_ = 0;
+  }
+
+  struct Likeliest {
+    PlaceTrack* track = nullptr;  ///< Of those found in this frame; null: none.
+    double belief = 0.0;          ///< See Verdict::belief.
+    bool believed = false;        ///< Enough, and enough of all that is found.
+  };
+
+  /// Weighs all that may be the target, and counts in how many frames which was the likeliest.
+  Likeliest likeliest_() {
+    Likeliest found;
+    double bestOdds = 0.0;
+    double finds = 0.0;
+    for (PlaceTrack& track : tracks_.all()) {
+      if (track.other) continue;
+      if (track.age == 0) born_(track);
+      const double odds = oddsOf(evidenceOf_(track), rivalry_);
+      finds += odds;
+      if (!track.found || odds <= bestOdds) continue;
+      bestOdds = odds;
+      found.track = &track;
+    }
+    if (found.track == nullptr) return found;
+    found.belief = bestOdds / (1.0 + finds);  // 1: of something that is not found
+    found.believed = found.belief >= settings_.believe && bestOdds >= settings_.among * finds;
+    for (PlaceTrack& track : tracks_.all()) {
+      const bool ahead = &track == found.track && found.believed;
+      track.likeliest = ahead ? track.likeliest + 1 : std::max(0, track.likeliest - 1);
+    }
+    return found;
   }
 
   /// For how many looks a find must be the likeliest: who may come out from behind something is waited for.

@@ -43,6 +43,8 @@ class PlaceTracks {
   /// Takes all tracks `frames` on and gives each place to the track that it continues, or else to a new one.
   /// @param other  new ones are somebody else
   /// @param own    by place: how likely the target itself would be there; nobody else gets it then. May be empty
+  /// @param alike  by place: how much it looks as the target did of late, see lookFactor(); who looks less like what is
+  ///               there does not get it either. May be empty
   void update(const std::vector<Place>& places, int frames, bool other, const std::vector<double>& own = {},
               const std::vector<double>& alike = {});
 
