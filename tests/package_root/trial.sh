@@ -97,7 +97,7 @@ serve_over_http() {
   pid=$!
   for ((i = 0; i < 300 && ${#port} == 0; ++i)); do
     sleep 0.1
-    port=$(sed -n 's,.*http://127\.0\.0\.1:\([0-9]*\)/.*,\1,p' serve.log)
+    port=$(sed -n 's,.*//[^:/]*:\([0-9]*\)/.*,\1,p' serve.log)
   done
   [ -n "$port" ] || { cat serve.log; fail 'serve --http does not say where its page is'; }
   http GET / '' >answer.txt
