@@ -4,6 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <vector>
+
+#include "place_tracks.h"
 
 using csrt_guard::Evidence;
 using csrt_guard::oddsOf;
@@ -93,6 +96,37 @@ TEST(RivalryDensity, IsThatOfTheStartAgainAfterClearing) {
   Rivalry rivalry = seen(50, 4, 0.9);
   rivalry.clear();
   EXPECT_EQ(rivalry.density(0.9), Rivalry().density(0.9));
+}
+
+csrt_guard::Place placeOf(std::size_t colour, int x) {
+  csrt_guard::Place place;
+  place.box = cv::Rect2d(x, 100, 20, 50);
+  place.likeness = 0.9;
+  for (csrt_guard::Colours& half : place.look) half.at(colour) = 1.0F;
+  return place;
+}
+
+TEST(PlaceTracks, WhoLooksLikeTheTargetIsNotTakenForSomebodyKnownWhoDoesNot) {
+  for (const double alike : {0.0, 1.0}) {
+    csrt_guard::PlaceTracks tracks;
+    tracks.update({placeOf(0, 100)}, 1, true);
+    tracks.update({placeOf(1, 100)}, 1, false, {}, {alike});
+    const auto& all = tracks.all();
+    ASSERT_EQ(all.size(), alike > 0.0 ? 2U : 1U) << alike;
+    EXPECT_EQ(all.back().other, alike == 0.0) << alike;
+  }
+}
+
+TEST(PlaceTracks, WhereAllAreTakenWhoWasNotFoundForLongestMakesRoom) {
+  csrt_guard::PlaceTracks tracks;
+  std::vector<csrt_guard::Place> many;
+  for (int i = 0; i < 20; ++i) many.push_back(placeOf(0, 200 * i));
+  tracks.update(many, 1, true);
+  ASSERT_EQ(tracks.all().size(), 16U);
+  tracks.update({placeOf(0, 9000)}, 1, false);
+  EXPECT_EQ(tracks.all().size(), 16U);
+  EXPECT_TRUE(tracks.all().back().found);
+  EXPECT_FALSE(tracks.all().back().other);
 }
 
 }  // namespace

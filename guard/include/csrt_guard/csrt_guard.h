@@ -47,7 +47,7 @@ struct Verdict {
   bool seen = false;            ///< Whether `box` may be called seen; else it is a prediction.
   bool restart = false;         ///< Start the tracker over on `box` of this frame.
   const char* reason = "";      ///< Why, in words; points to a constant.
-  // The evidence. Likeness is that of colours with those of the first frame: 0 nothing in common, 1 the same.
+  // The evidence. Likeness is that of colours with the target's so far: 0 nothing in common, 1 the same.
   std::optional<double> likeness;  ///< Of the box; empty where there was none to look at.
   std::optional<double> usual;     ///< What the target has on average.
   std::optional<double> around;    ///< What the places beside the target have on average.
@@ -59,19 +59,20 @@ struct Verdict {
 /// Likeness is judged as a margin, on a scale of the target's own: 0 is what its surroundings have, 1 what it usually
 /// has. Rates are shares of what is new, a frame.
 struct Settings {
-  double doubtBelow = 0.5;    ///< Margin: closer to the surroundings than to the target.
-  int doubtFrames = 3;        ///< So many doubtful frames in a row make a loss.
-  double driftRate = 0.15;    ///< Of a mean of the margin ...
-  double driftBelow = 0.6;    ///< ... which is doubtful as well when it falls below this.
-  double sureFrom = 0.8;      ///< A box of this margin says where the target goes and what it looks like of late.
-  double recentRate = 0.1;    ///< Of what it looks like of late.
-  double believe = 0.4;       ///< How likely a find must be the target, rather than anything else that is found.
-  double among = 0.75;        ///< ... and how much of that it must have of all finds together.
-  int confirmFrames = 4;      ///< Frames for which a find of likelihood 0.75 must be the likeliest ...
-  double patience = 3.5;      ///< ... and more for a less likely one, by this power of how much less ...
-  double sure = 0.95;         ///< ... but from this likelihood on ...
-  int sureFrames = 2;         ///< ... so many.
-  int predictFrames = 10;     ///< A lost target is predicted for so many frames; then nothing is reported.
+  double doubtBelow = 0.5;  ///< Margin: closer to the surroundings than to the target.
+  int doubtFrames = 3;      ///< So many doubtful frames in a row make a loss.
+  double driftRate = 0.15;  ///< Of a mean of the margin ...
+  double driftBelow = 0.6;  ///< ... which is doubtful as well when it falls below this.
+  double sureFrom = 0.8;    ///< A box of this margin says where the target goes and what it looks like of late.
+  double recentRate = 0.1;  ///< Of what it looks like of late.
+  double believe = 0.4;     ///< How likely a find must be the target, rather than anything else ...
+  double among = 0.75;      ///< ... and how much of that it must have of all finds together.
+  int confirmFrames = 4;    ///< Frames for which a find of likelihood 0.75 must be the likeliest ...
+  double patience = 3.5;    ///< ... and more for a less likely one, by this power of how much less ...
+  double sure = 0.95;       ///< ... but from this likelihood on ...
+  int sureFrames = 2;       ///< ... so many.
+  int predictFrames =
+      10;  ///< A lost target is predicted for so many frames; then the tracker's own box is reported, not seen.
   double usualFrom = 0.85;    ///< A box of this margin teaches what likeness is usual ...
   double learnFrom = 0.75;    ///< ... and one of this what the target looks like in the long run: the mean of all that
   double learnRate = 0.02;    ///< was seen, later at this rate; 0: only the first picture counts.
