@@ -17,6 +17,7 @@
 #include "commands/plugin_choice.h"
 #include "commands/run_options.h"
 #include "input/file_plan.h"
+#include "plugin/guard_model.h"
 #include "plugin/plugin_library.h"
 #include "run/saved_run.h"
 #include "run/track_run.h"
@@ -27,6 +28,7 @@ namespace {
 struct ReplayOptions {
   std::string folder;
   PluginChoice plugin;
+  std::string guardModel;
   std::string records;
   int threads = 1;
 };
@@ -57,6 +59,27 @@ std::string pluginOf(const ReplayOptions& options, const SavedRun& saved) {
   return pathOf(choice);
 }
 
+/// The saved run's guard. A network is not in the folder: it must be given, and be the same.
+GuardChoice guardOf(const ReplayOptions& options, const SavedGuard& saved) {
+  const auto refuse = [](const std::string& why) { throw HostError(ExitCode::Usage, why); };
+  const std::string& model = options.guardModel;
+  if (saved.modelSha256.empty() && !model.empty()) {
+    refuse("--guard-model is of use with a run that was made with --guard network; '" + options.folder + "' was not");
+  }
+  if (!saved.modelSha256.empty() && model.empty()) {
+    refuse("'" + options.folder + "' was made with --guard network, whose file is not in it: give it with " +
+           "--guard-model FILE; its sha256 is " + saved.modelSha256);
+  }
+  if (!model.empty()) {
+    const std::string sum = readGuardModel(model).sha256;
+    if (sum != saved.modelSha256) {
+      refuse("--guard-model '" + model + "' has the sha256 " + sum + ", but '" + options.folder +
+             "' was made with the file of sha256 " + saved.modelSha256);
+    }
+  }
+  return chosenGuard({saved.which, model}, false);
+}
+
 /// Prints how many records differ and the first of them. @return true when all are the same
 bool compare(const std::vector<nlohmann::json>& saved, const std::vector<nlohmann::json>& now) {
   std::size_t different = 0;
@@ -82,6 +105,7 @@ void checkFiles(const ReplayOptions& options) {
   plan.readsFolder("the saved run's", options.folder);
   plan.readsFolder("the saved run's", options.folder + "/frames");
   plan.reads("--plugin", pathOf(options.plugin));
+  plan.reads("--guard-model", options.guardModel);
   plan.writes("--records", options.records);
   plan.check();
 }
@@ -90,6 +114,7 @@ int replay(const ReplayOptions& options) {
   checkFiles(options);
   SavedRun saved = readSavedRun(options.folder);
   saved.run.threads = options.threads;
+  saved.run.guard = guardOf(options, saved.guard);
   PluginLibrary library(pluginOf(options, saved));
   std::optional<TextOutput> output;
   if (!options.records.empty()) output.emplace(options.records, "--records");
@@ -115,6 +140,10 @@ void addReplayCommand(CLI::App& app, int& status) {
       *app.add_subcommand("replay", "Repeat a run that 'track --save-run' kept, and compare every record");
   command.add_option("folder", options->folder, "The folder that --save-run wrote")->required()->type_name("DIR");
   addPluginOptions(command, options->plugin);
+  command
+      .add_option("--guard-model", options->guardModel,
+                  "The network's file, where the run was made with --guard network; the folder holds its sha256 alone")
+      ->type_name("FILE");
   addThreadsOption(command, options->threads);
   command.add_option("--records", options->records, "Write the replay's records, one JSON line per call")
       ->type_name("FILE");

@@ -12,9 +12,9 @@ namespace host {
 namespace {
 
 GuardKind kindOf(const std::string& word) {
-  if (word == "off") return GuardKind::Off;
-  if (word == "colour") return GuardKind::Colour;
-  if (word == "network") return GuardKind::Network;
+  for (const GuardKind kind : {GuardKind::Off, GuardKind::Colour, GuardKind::Network}) {
+    if (word == name(kind)) return kind;
+  }
   throw HostError(ExitCode::Usage, "--guard '" + word + "' is neither off, colour nor network");
 }
 
@@ -33,6 +33,18 @@ void tryNetwork(const std::string& file) {
 }
 
 }  // namespace
+
+const char* name(GuardKind kind) {
+  switch (kind) {
+    case GuardKind::Colour:
+      return "colour";
+    case GuardKind::Network:
+      return "network";
+    case GuardKind::Off:
+      break;
+  }
+  return "off";
+}
 
 GuardChoice guardChoiceOf(const GuardOptions& options) {
   GuardChoice choice;

@@ -15,6 +15,9 @@ enum class GuardKind {
   Network  ///< The same with a tracker network as a second opinion; see second_opinion.h.
 };
 
+/// The word of --guard: "off", "colour" or "network".
+const char* name(GuardKind kind);
+
 /// The options as they were written.
 struct GuardOptions {
   std::string which = "off";  ///< --guard

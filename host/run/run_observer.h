@@ -7,6 +7,7 @@
 
 #include "input/frame_source.h"
 #include "plugin/call_record.h"
+#include "plugin/guard_choice.h"
 
 namespace host {
 
@@ -21,6 +22,7 @@ struct RunInfo {
   std::string configText;            ///< What setConfig() got; empty: nothing.
   std::string pluginPath;
   std::string engine;  ///< The plug-in's: opencv, fast or unknown.
+  GuardChoice guard;   ///< Who watches the plug-in's answers.
 };
 
 /// All calls come from one thread. A thrown HostError ends the run in order.

@@ -112,12 +112,40 @@ class SavedFrames : public FrameSource {
   std::size_t next_ = 0;
 };
 
+nlohmann::ordered_json toJson(const GuardChoice& guard) {
+  nlohmann::ordered_json json = {{"which", name(guard.kind)}};
+  if (!guard.sha256.empty()) json["model_sha256"] = guard.sha256;
+  return json;
+}
+
+bool isSha256(const std::string& text) {
+  return text.size() == 64 && text.find_first_not_of("0123456789abcdef") == std::string::npos;
+}
+
+/// What `about` says of the guard.
+SavedGuard guardOf(const nlohmann::json& about, const std::string& path) {
+  SavedGuard guard;
+  if (!about.contains("guard")) return guard;
+  const nlohmann::json& saved = about.at("guard");
+  guard.which = saved.at("which");
+  const bool network = guard.which == name(GuardKind::Network);
+  if (!network && guard.which != name(GuardKind::Colour) && guard.which != name(GuardKind::Off)) {
+    throw HostError(ExitCode::Source,
+                    "'" + path + "' names a guard that this csrt-track does not have: '" + guard.which + "'");
+  }
+  if (!network) return guard;
+  guard.modelSha256 = saved.at("model_sha256");
+  if (!isSha256(guard.modelSha256)) damaged(path, "the sum of the guard's network is none");
+  return guard;
+}
+
 nlohmann::ordered_json aboutRun(const RunInfo& info, const TrackRun& run) {
   nlohmann::ordered_json about = {{"format", kFormat},          {"version", kVersion},
                                   {"source", info.source},      {"fps", info.fps},
                                   {"config", info.configText},  {"pace", name(run.pace)},
                                   {"plugin", info.pluginPath},  {"engine", info.engine},
                                   {"csrt_track", CSRT_VERSION}, {"opencv", cv::getVersionString()}};
+  if (run.guard.kind != GuardKind::Off) about["guard"] = toJson(run.guard);
   about["targets"] = nlohmann::ordered_json::array();
   for (const TargetOption& target : run.targets) {
     about["targets"].push_back(
@@ -191,6 +219,7 @@ SavedRun readSavedRun(const std::string& folder) {
     saved.run.sourceName = folder;
     saved.run.configText = saved.about.at("config");
     saved.run.pace = paceOf(saved.about.at("pace").get<std::string>());
+    saved.guard = guardOf(saved.about, aboutPath);
     for (const nlohmann::json& target : saved.about.at("targets")) {
       const std::vector<int> box = target.at("box");
       saved.run.targets.push_back({target.at("name"), BBox{box.at(0), box.at(1), box.at(2), box.at(3)}});

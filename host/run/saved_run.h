@@ -21,7 +21,7 @@ class RunSaver : public RunObserver {
  public:
   /// @param folder  is made; must be empty or not there. @throws HostError (Usage) when it cannot be made, is not
   ///                empty, or is being written by another process
-  /// @param run     must outlive this; its configuration, targets and pace are kept
+  /// @param run     must outlive this; its configuration, targets, pace and guard are kept
   RunSaver(const std::string& folder, const TrackRun& run);
   /// A run in which no target was ever followed is no run to hand over: the folder is then left as it was found.
   ~RunSaver() override;
@@ -39,9 +39,16 @@ class RunSaver : public RunObserver {
   std::optional<TextOutput> frames_;
 };
 
+/// The guard of a saved run, which holds no network.
+struct SavedGuard {
+  std::string which = "off";  ///< A word for --guard.
+  std::string modelSha256;    ///< Of the network's file, 64 hexadecimal digits; empty: there was none.
+};
+
 /// A saved run, read back.
 struct SavedRun {
-  TrackRun run;
+  TrackRun run;          ///< Without the guard.
+  SavedGuard guard;      ///< "off" where run.json, being older, names none.
   nlohmann::json about;  ///< run.json.
   std::vector<nlohmann::json> records;
   std::unique_ptr<FrameSource> frames;

@@ -36,6 +36,7 @@ class TrackDirector : public RunDirector {
     info.configText = run_.configText;
     info.pluginPath = library_.path();
     info.engine = library_.engine();
+    info.guard = run_.guard;
   }
 
   std::vector<RunSession*> sessions(SourceFrame& frame) override {

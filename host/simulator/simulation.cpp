@@ -33,7 +33,7 @@ class MarkedSession : public RunSession {
 class SimulationDirector : public RunDirector {
  public:
   SimulationDirector(SimulatedCamera& camera, PluginLibrary& library, const SimulationOptions& options)
-      : camera_(camera), library_(library), session_(camera, library, options) {}
+      : camera_(camera), library_(library), guard_(options.guard), session_(camera, library, options) {}
 
   void begin(const SourceFrame& /*first*/, RunInfo& info) override {
     info.source = camera_.scenario().name;
@@ -41,6 +41,7 @@ class SimulationDirector : public RunDirector {
     info.configText = camera_.scenario().config;
     info.pluginPath = library_.path();
     info.engine = library_.engine();
+    info.guard = guard_;
   }
 
   std::vector<RunSession*> sessions(SourceFrame& /*frame*/) override { return {&session_}; }
@@ -60,6 +61,7 @@ class SimulationDirector : public RunDirector {
  private:
   SimulatedCamera& camera_;
   PluginLibrary& library_;
+  const GuardChoice& guard_;
   MarkedSession session_;
   bool started_ = true;
 };

@@ -126,6 +126,7 @@ void RunKeeper::write_(const std::string& folder, const RunInfo& info, const Cal
     run.sourceName = info.source;
     run.configText = info.configText;
     run.pace = pace_;
+    run.guard = info.guard;
     const cv::Rect box = start.givenBox.value_or(cv::Rect());
     run.targets.push_back({start.target, BBox{box.x, box.y, box.width, box.height}});
     RunSaver saver(folder, run);

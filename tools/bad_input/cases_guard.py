@@ -1,4 +1,6 @@
-"""A guard beside the tracker, over pictures and boxes that it cannot make much of: it says so, and takes nothing away."""
+"""A guard beside the tracker, over pictures and boxes that it cannot make much of: it says so, and takes nothing away.
+And a saved run whose guard cannot be had."""
+import json
 import os
 import subprocess
 
@@ -39,6 +41,37 @@ def nothing_is_taken_away(box):
     return check
 
 
+def saved_with(guard):
+    def prepare(folder):
+        with open(os.path.join(folder, "saved/run.json"), encoding="utf-8") as file:
+            about = json.load(file)
+        write(folder, "saved/run.json", json.dumps(dict(about, guard=guard)))
+        write(folder, "net.onnx", "this is no network")
+    return prepare
+
+
+def replays():
+    network = {"which": "network", "model_sha256": "a" * 64}
+
+    def one(name, guard, status, says, args=()):
+        return Case("guard", "replay, " + name, ["replay", "saved", *args], status, says, prepare=saved_with(guard))
+    return [
+        one("a guard there is not", {"which": "dog"}, 3, ("run.json", "'dog'")),
+        one("a guard that is a number", {"which": 7}, 3, ("run.json", "damaged")),
+        one("a guard that is a list", [], 3, ("run.json", "damaged")),
+        one("a network of no sum", {"which": "network"}, 3, ("run.json", "damaged")),
+        one("a network of half a sum", dict(network, model_sha256="abc"), 3, ("run.json", "damaged")),
+        one("a network without its file", network, 2, ("--guard-model", "a" * 64)),
+        one("a network's file that is not there", network, 2, ("none.onnx", "not there"), ["--guard-model", "none.onnx"]),
+        one("another network's file", network, 2, ("net.onnx", "a" * 64), ["--guard-model", "net.onnx"]),
+        one("a network for a run without", {"which": "colour"}, 2, ("--guard-model",), ["--guard-model", "net.onnx"]),
+        one("over the network's file", network, 2, ("net.onnx", "--records"),
+            ["--guard-model", "net.onnx", "--records", "net.onnx"]),
+        Case("guard", "a run with a guard is repeated", [], 0, ("identical",), one_line=False,
+             shell=f'"$CSRT" track frames --box {BOX} --guard colour --quiet --save-run s && "$CSRT" replay s'),
+    ]
+
+
 def cases():
     group = "guard"
     return [
@@ -53,4 +86,5 @@ def cases():
         Case(group, "a box outside", WATCHED + ["500,30,24,24"], 5, ("outside",)),
         Case(group, "a box of no number", WATCHED + ["nan,30,24,24"], 2, ("nan,30,24,24",)),
         Case(group, "a guard there is not", ["track", "frames", "--box", BOX, "--guard", "dog"], 2, ("--guard 'dog'",)),
+        *replays(),
     ]

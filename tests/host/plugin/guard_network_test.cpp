@@ -90,6 +90,23 @@ TEST_F(NetworkGuard, SaysTheSumOfTheFileAndWhatTheNetworkSaw) {
   EXPECT_GT(asked, 10);
 }
 
+TEST_F(NetworkGuard, ASavedRunIsRepeatedWithTheSameFileAlone) {
+  const std::string clip = folder.file("clip.avi");
+  const std::string model = folder.file("tiny.onnx");
+  host::writeStreetScene(clip, {320, 180}, 12, 10.0);
+  const ProgramResult saved = runProgram({"track", clip, "--box", "58,82,16,30", "--quiet", "--guard", "network",
+                                          "--guard-model", model, "--save-run", folder.file("run")});
+  ASSERT_EQ(saved.status, 0) << saved.err;
+  const Json guard = Json::parse(textOf(folder.file("run/run.json")))["guard"];
+  EXPECT_EQ(guard, Json({{"which", "network"}, {"model_sha256", host::readGuardModel(model).sha256}}));
+  const ProgramResult again = runProgram({"replay", folder.file("run"), "--guard-model", model});
+  EXPECT_EQ(again.status, 0) << again.out << again.err;
+  EXPECT_TRUE(has(again.out, "identical: all 12 records")) << again.out;
+  const std::string other = folder.file("other.onnx");
+  writeText(other, tiny_network::bytes() + tiny_network::part(99, ""));
+  expectOneSentence(runProgram({"replay", folder.file("run"), "--guard-model", other}), 2, "was made with the file of");
+}
+
 TEST_F(NetworkGuard, GoesByColourWhereTheFileIsGoneLater) {
   const host::GuardChoice choice = host::guardChoiceOf({"network", folder.file("tiny.onnx")});
   EXPECT_EQ(choice.sha256.size(), 64U);

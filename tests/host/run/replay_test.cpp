@@ -2,8 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <set>
 
+#include "run/saved_run.h"
 #include "support/host_program.h"
+#include "web/run_keeper.h"
 
 namespace host_test {
 namespace {
@@ -29,8 +32,17 @@ class Replay : public testing::Test {
     all.insert(all.end(), more.begin(), more.end());
     return runProgram(all);
   }
-  ProgramResult replay(const std::string& plugin = CSRT_REAL_PLUGIN) {
-    return runProgram({"replay", folder_.file("run"), "--plugin", plugin});
+  ProgramResult replay(const std::string& plugin = CSRT_REAL_PLUGIN) { return replayWith({"--plugin", plugin}); }
+  ProgramResult replayWith(const std::vector<std::string>& more) {
+    std::vector<std::string> all = {"replay", folder_.file("run")};
+    all.insert(all.end(), more.begin(), more.end());
+    return runProgram(all);
+  }
+  Json about() const { return Json::parse(textOf(folder_.file("run/run.json"))); }
+  void sayOfTheGuard(const Json& guard) {
+    Json changed = about();
+    changed["guard"] = guard;
+    writeText(folder_.file("run/run.json"), changed.dump());
   }
   void edit(const std::string& name, const std::string& from, const std::string& to) {
     std::string text = textOf(folder_.file("run/" + name));
@@ -97,6 +109,81 @@ TEST_F(Replay, SaysWhatIsWrongWithAFolder) {
 TEST_F(Replay, ARunWithoutTheClipSTimeSaysSo) {
   ASSERT_EQ(save({"--pace", "fast"}).status, 0);
   for (const Json& record : recordsOf(textOf(folder_.file("run/records.jsonl")))) EXPECT_EQ(record["pace"], "fast");
+}
+
+TEST_F(Replay, RepeatsARunWithItsGuard) {
+  ASSERT_EQ(save({"--guard", "colour"}).status, 0);
+  EXPECT_EQ(about()["guard"], Json({{"which", "colour"}}));
+  int judged = 0;
+  for (const Json& record : recordsOf(textOf(folder_.file("run/records.jsonl")))) judged += record.contains("guard");
+  EXPECT_EQ(judged, 11);
+  const ProgramResult result = replay();
+  EXPECT_EQ(result.status, 0) << result.out << result.err;
+  EXPECT_NE(result.out.find("identical: all 12 records"), std::string::npos) << result.out;
+}
+
+TEST_F(Replay, ARunThatNamesNoGuardIsRepeatedWithout) {
+  ASSERT_EQ(save({"--guard", "colour"}).status, 0);
+  Json older = about();
+  older.erase("guard");
+  writeText(folder_.file("run/run.json"), older.dump());
+  const ProgramResult result = replayWith({"--records", folder_.file("again.jsonl")});
+  EXPECT_EQ(result.status, 1) << result.err;
+  for (const Json& record : recordsOf(textOf(folder_.file("again.jsonl")))) EXPECT_FALSE(record.contains("guard"));
+}
+
+TEST_F(Replay, ARunWithoutAGuardSaysNothingOfOne) {
+  ASSERT_EQ(save({"--guard", "off"}).status, 0);
+  const std::set<std::string> known = {"format", "version", "source",     "fps",    "config", "pace",
+                                       "plugin", "engine",  "csrt_track", "opencv", "targets"};
+  const Json saved = about();
+  for (const auto& [key, value] : saved.items()) EXPECT_EQ(known.count(key), 1U) << key << " " << value;
+  EXPECT_EQ(replay().status, 0);
+}
+
+TEST_F(Replay, ARunWithANetworkWantsThatNetwork) {
+  const std::string sum(64, 'a');
+  ASSERT_EQ(save({"--guard", "colour"}).status, 0);
+  writeText(folder_.file("abc.onnx"), "abc");
+  expectOneSentence(replayWith({"--guard-model", folder_.file("abc.onnx")}), 2, "of use with a run that was made with");
+  sayOfTheGuard({{"which", "network"}, {"model_sha256", sum}});
+  expectOneSentence(replay(), 2, "give it with --guard-model FILE; its sha256 is " + sum);
+  expectOneSentence(replayWith({"--guard-model", folder_.file("none.onnx")}), 2, "is not there");
+  expectOneSentence(replayWith({"--guard-model", folder_.file("abc.onnx")}), 2,
+                    "has the sha256 ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+}
+
+TEST_F(Replay, SaysWhatIsWrongWithTheGuardOfARun) {
+  ASSERT_EQ(save({"--guard", "colour"}).status, 0);
+  sayOfTheGuard({{"which", "sonar"}});
+  expectOneSentence(replay(), 3, "a guard that this csrt-track does not have: 'sonar'");
+  for (const Json& damaged : {Json("colour"), Json::object(), Json({{"which", 3}}), Json({{"which", "network"}}),
+                              Json({{"which", "network"}, {"model_sha256", "short"}})}) {
+    sayOfTheGuard(damaged);
+    expectOneSentence(replay(), 3, "run.json");
+  }
+}
+
+TEST(RunKeeper, KeepsTheGuardOfAServedRun) {
+  const TempFolder folder;
+  std::string saved;
+  {
+    host::web::RunKeeper keeper(folder.file(""), host::Pace::Source);
+    host::RunInfo info;
+    info.fps = 25.0;
+    info.guard.kind = host::GuardKind::Colour;
+    keeper.begin(info);
+    ASSERT_TRUE(keeper.tryArm());
+    host::SourceFrame frame;
+    frame.bgr = cv::Mat(16, 16, CV_8UC3, cv::Scalar::all(9));
+    host::CallRecord start;
+    start.target = "car";
+    start.isInit = start.started = true;
+    start.givenBox = cv::Rect(1, 2, 8, 8);
+    keeper.judged(frame, {start});
+    saved = keeper.json()["folder"];
+  }
+  EXPECT_EQ(host::readSavedRun(saved).guard.which, "colour");
 }
 
 TEST(Pace, SourceKeepsTheClipSRate) {
