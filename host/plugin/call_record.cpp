@@ -96,6 +96,7 @@ Json toJson(const CallRecord& record) {
   if (!record.sourceNote.empty()) json["source_note"] = record.sourceNote;
   if (record.isInit) json["started"] = record.started;
   if (record.givenBox) json["given_box"] = toJson(*record.givenBox);
+  if (!record.guardModelSha256.empty()) json["guard_model_sha256"] = record.guardModelSha256;
   json["engine"] = record.engine;
   json["pace"] = record.pace;
   json["update_ms"] = roundedTo(record.update_ms, 3);

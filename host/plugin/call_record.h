@@ -50,6 +50,7 @@ struct CallRecord : CallFacts {
   double update_ms = 0.0;                  ///< Wall-clock time of the plug-in's call, milliseconds.
   std::vector<AlgoOutput> outputs;         ///< The plug-in's, in its order; without the window that debugging adds.
   std::optional<cv::Rect> givenBox;        ///< Of init(): the box to start on, full-frame pixels.
+  std::string guardModelSha256;            ///< Of init() with --guard network: of its file, 64 digits; else empty.
   std::optional<long> framesSinceSeen;     ///< 0: seen in this frame. Empty: never seen.
   std::optional<double> secondsSinceSeen;  ///< In the source's time; empty: never seen.
   std::optional<double> ageMs;             ///< Live: the picture's age when the answer was ready, milliseconds.

@@ -32,6 +32,24 @@ void tryNetwork(const std::string& file) {
   }
 }
 
+/// The network, as long as its file is the one that the sum was taken of. @param fault  why there is none
+std::unique_ptr<csrt_guard::SecondOpinion> sameNetwork(const GuardChoice& choice, std::string& fault) {
+  const std::string option = "--guard-model '" + choice.model + "'";
+  try {
+    if (readGuardModel(choice.model).sha256 != choice.sha256) {
+      fault = option + " is another file by now";
+      return nullptr;
+    }
+  } catch (const HostError& e) {
+    fault = e.what();
+    return nullptr;
+  }
+  std::string why;
+  std::unique_ptr<csrt_guard::SecondOpinion> network = readNetwork(choice.model, why);
+  if (network == nullptr) fault = option + " can no longer be read (" + why + ")";
+  return network;
+}
+
 }  // namespace
 
 const char* name(GuardKind kind) {
@@ -67,15 +85,17 @@ GuardChoice guardChoiceOf(const GuardOptions& options) {
   return choice;
 }
 
-std::optional<csrt_guard::Guard> makeGuard(const GuardChoice& choice) {
+std::optional<csrt_guard::Guard> makeGuard(const GuardChoice& choice, std::string* asked) {
+  if (asked != nullptr) asked->clear();
   if (choice.kind == GuardKind::Off) return std::nullopt;
   csrt_guard::Guard guard;
   if (choice.kind == GuardKind::Colour) return guard;
   std::string fault;
-  std::unique_ptr<csrt_guard::SecondOpinion> network = readNetwork(choice.model, fault);
+  std::unique_ptr<csrt_guard::SecondOpinion> network = sameNetwork(choice, fault);
   if (network == nullptr) {
-    std::fprintf(stderr, "csrt-track: --guard-model '%s' can no longer be read (%s): the guard goes by colour alone\n",
-                 choice.model.c_str(), fault.c_str());
+    std::fprintf(stderr, "csrt-track: %s: the guard goes by colour alone\n", fault.c_str());
+  } else if (asked != nullptr) {
+    *asked = choice.sha256;
   }
   guard.consult(std::move(network));
   return guard;

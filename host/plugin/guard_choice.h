@@ -43,9 +43,10 @@ inline constexpr const char* kGuardModelHelp =
 ///         no such network; a program without the network guard
 GuardChoice guardChoiceOf(const GuardOptions& options);
 
-/// A guard of this kind; empty: Off. Where the network's file, read once already, can no longer be read, that is said
-/// on standard error and the guard goes by colour alone. Any thread.
-std::optional<csrt_guard::Guard> makeGuard(const GuardChoice& choice);
+/// A guard of this kind; empty: Off. Where the network's file, read once already, is gone or another by now, that is
+/// said on standard error and the guard goes by colour alone. Any thread.
+/// @param asked  becomes the sha256 of the network that the guard asks, else empty; may be null
+std::optional<csrt_guard::Guard> makeGuard(const GuardChoice& choice, std::string* asked = nullptr);
 
 /// What the guard made of one call. Boxes are full-frame pixels.
 struct GuardNote {

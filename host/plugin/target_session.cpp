@@ -75,6 +75,7 @@ std::vector<std::string> TargetSession::configure(const std::string& json) {
 CallRecord TargetSession::init(const Frame& frame, const FramePlace& place, const BBox& box) {
   CallRecord record = begin_(place, true);
   record.givenBox = cv::Rect(box.x, box.y, box.width, box.height);
+  record.guardModelSha256 = guardModelSha256_;
   const std::string thrown = timedCall_(record, [&] { return plugin_->init({frame}, box, &record.started); });
   if (!thrown.empty()) record.started = false;
   seen_.reset();
@@ -108,7 +109,7 @@ CallRecord TargetSession::silent(const FramePlace& place) const {
 }
 
 void TargetSession::guardWith(const GuardChoice& choice) {
-  guard_ = makeGuard(choice);
+  guard_ = makeGuard(choice, &guardModelSha256_);
 }
 
 /// Lets the guard judge what the plug-in answered; the facts become what is to be reported.

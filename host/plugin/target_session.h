@@ -73,6 +73,7 @@ class TargetSession {
   std::optional<cv::Rect> lastBox_;
   Pace pace_ = Pace::Fast;
   std::optional<csrt_guard::Guard> guard_;
+  std::string guardModelSha256_;  // of the network that the guard asks; empty: none
 };
 
 }  // namespace host

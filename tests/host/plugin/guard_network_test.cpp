@@ -79,14 +79,18 @@ TEST_F(NetworkGuard, SaysTheSumOfTheFileAndWhatTheNetworkSaw) {
                                            folder.file("tiny.onnx"), "--records", records});
   EXPECT_EQ(result.status, 0) << result.err;
   EXPECT_TRUE(has(result.err, "sha256 " + host::readGuardModel(folder.file("tiny.onnx")).sha256)) << result.err;
-  int asked = 0;
+  int asked = 0, starts = 0;
   for (const std::string& line : linesOf(textOf(records))) {
     Json record = Json::parse(line);
     record.erase("truth");
     record.erase("camera");
     EXPECT_EQ(recordFault(record), "") << record;
     asked += record.contains("guard") && record["guard"].contains("opinion");
+    if (!record.contains("guard_model_sha256")) continue;
+    ++starts;
+    EXPECT_EQ(record["guard_model_sha256"], host::readGuardModel(folder.file("tiny.onnx")).sha256);
   }
+  EXPECT_EQ(starts, 1);
   EXPECT_GT(asked, 10);
 }
 
@@ -107,13 +111,36 @@ TEST_F(NetworkGuard, ASavedRunIsRepeatedWithTheSameFileAlone) {
   expectOneSentence(runProgram({"replay", folder.file("run"), "--guard-model", other}), 2, "was made with the file of");
 }
 
+/// What is said when a guard is made; it must be one that asks no network.
+std::string saidOfColourAlone(const host::GuardChoice& choice) {
+  std::string asked = "something";
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(host::makeGuard(choice, &asked).has_value());
+  EXPECT_EQ(asked, "");
+  const std::string said = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(has(said, "goes by colour alone")) << said;
+  EXPECT_EQ(linesOf(said).size(), 1U) << said;
+  return said;
+}
+
 TEST_F(NetworkGuard, GoesByColourWhereTheFileIsGoneLater) {
   const host::GuardChoice choice = host::guardChoiceOf({"network", folder.file("tiny.onnx")});
-  EXPECT_EQ(choice.sha256.size(), 64U);
+  std::string asked;
+  EXPECT_TRUE(host::makeGuard(choice, &asked).has_value());
+  EXPECT_EQ(asked, host::readGuardModel(folder.file("tiny.onnx")).sha256);
   std::filesystem::remove(folder.file("tiny.onnx"));
-  testing::internal::CaptureStderr();
-  EXPECT_TRUE(host::makeGuard(choice).has_value());
-  EXPECT_TRUE(has(testing::internal::GetCapturedStderr(), "can no longer be read"));
+  EXPECT_TRUE(has(saidOfColourAlone(choice), "is not there"));
+}
+
+TEST(NetworkOfARun, IsNotExchangedWhileItGoesOn) {
+  const TempFolder folder;
+  writeText(folder.file("tiny.onnx"), tiny_network::bytes());
+  host::GuardChoice choice;
+  choice.kind = host::GuardKind::Network;
+  choice.model = folder.file("tiny.onnx");
+  choice.sha256 = host::readGuardModel(choice.model).sha256;
+  writeText(choice.model, tiny_network::bytes() + tiny_network::part(99, ""));
+  EXPECT_TRUE(has(saidOfColourAlone(choice), "is another file by now"));
 }
 
 TEST(GuardModelOption, IsAskedForAndNotTakenWithoutANetwork) {

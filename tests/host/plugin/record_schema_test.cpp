@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "base/embedded.h"
+#include "plugin/call_record.h"
 #include "support/host_program.h"
 
 namespace host_test {
@@ -54,6 +55,20 @@ TEST(RecordSchema, RefusesWhatARecordMustNotBe) {
   EXPECT_NE(recordFault(with(tracked(), "score", 1.5)), "");
   EXPECT_NE(recordFault(with(tracked(), "started", true)), "") << "only init starts";
   EXPECT_NE(recordFault(with(tracked(), "call", "init")), "") << "init says whether it started";
+}
+
+TEST(RecordSchema, AStartNamesTheNetworkThatTheGuardAsks) {
+  host::CallRecord start;
+  start.target = "t";
+  start.isInit = start.started = true;
+  start.givenBox = cv::Rect(1, 2, 30, 40);
+  EXPECT_FALSE(host::toJson(start).contains("guard_model_sha256"));
+  start.guardModelSha256 = std::string(64, '7');
+  const Json json = host::toJson(start);
+  EXPECT_EQ(json["guard_model_sha256"], start.guardModelSha256);
+  EXPECT_EQ(recordFault(json), "");
+  EXPECT_NE(recordFault(with(json, "guard_model_sha256", "7")), "") << "that is no sum";
+  EXPECT_NE(recordFault(with(tracked(), "guard_model_sha256", start.guardModelSha256)), "") << "only a start has it";
 }
 
 }  // namespace
