@@ -55,6 +55,7 @@ struct GuardNote {
   std::optional<cv::Rect> trackerBox;  ///< The plug-in's own box.
   bool trackerSeen = false;            ///< The plug-in claimed to see the target.
   bool colourless = false;             ///< There was no colour at the start: the guard judges by brightness.
+  double judge_ms = 0.0;               ///< Wall-clock time of the guard's own work, milliseconds; not in the records.
 };
 
 }  // namespace host

@@ -120,7 +120,9 @@ void TargetSession::watch_(CallRecord& record, CallFacts& facts, const Frame& fr
   note.trackerBox = facts.box;
   note.trackerSeen = facts.seen;
   note.colourless = guard_->colourless();
+  const Clock::time_point begin = Clock::now();
   note.verdict = guard_->judge(pictureOf(frame), {facts.box, facts.seen && facts.box});
+  note.judge_ms = millisecondsSince(begin);
   switch (note.verdict.state) {
     case csrt_guard::State::Unguarded:
     case csrt_guard::State::Agreed:

@@ -161,6 +161,8 @@ void HtmlReport::addGuard_(Target& target, const CallRecord& record, Json& point
   if (!record.guard) return;
   const csrt_guard::Verdict& verdict = record.guard->verdict;
   target.guarded = true;
+  target.guardMs.push_back(record.guard->judge_ms);
+  point["guard_ms"] = record.guard->judge_ms;
   if (verdict.restart) ++target.foundByGuard;
   point["guard"] = csrt_guard::name(verdict.state);
   if (target.lastReason != verdict.reason) point["why"] = verdict.reason;  // the page carries it on
@@ -217,6 +219,10 @@ Json HtmlReport::toJson_(const std::string& name, const Target& target) const {
   if (target.guarded) figures.push_back({"found by the guard", std::to_string(target.foundByGuard)});
   figures.push_back({"ms per frame, median", fmt::format("{:.1f}", quantile(target.ms, 0.5))});
   figures.push_back({"ms, 95 of 100 frames", fmt::format("{:.1f}", quantile(target.ms, 0.95))});
+  if (target.guarded) {
+    figures.push_back({"ms of the guard, median", fmt::format("{:.2f}", quantile(target.guardMs, 0.5))});
+    figures.push_back({"ms of the guard, 95 of 100", fmt::format("{:.2f}", quantile(target.guardMs, 0.95))});
+  }
   if (!target.samples.judgements.empty()) {
     const MetricSums sums = sumsOf(target.samples);
     const Metrics metrics = metricsOf(sums);

@@ -38,7 +38,8 @@ class HtmlReport : public RunObserver {
     bool guarded = false;
     bool justStarted = false;  ///< The call before was a start on a given box.
     std::map<std::string, long> states;
-    std::vector<double> ms;
+    std::vector<double> ms;       ///< Of the plug-in's calls.
+    std::vector<double> guardMs;  ///< Of the guard, where it judged.
     TargetSamples samples;
     const TruthTarget* truth = nullptr;
   };

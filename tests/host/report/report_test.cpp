@@ -1,6 +1,7 @@
 // track --report: one page that needs nothing but a browser.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <opencv2/imgcodecs.hpp>
 #include <opencv2/videoio.hpp>
 #include <set>
@@ -46,6 +47,14 @@ class Report : public testing::Test {
     const std::string mark = "type=\"application/json\">";
     const std::size_t begin = text.find(mark) + mark.size();
     return Json::parse(text.substr(begin, text.find("</script>", begin) - begin), nullptr, false);
+  }
+
+  /// How many of the first target's figures have these words in their names.
+  long figuresNaming(const std::string& words) const {
+    const Json figures = data()["targets"].at(0)["figures"];
+    return std::count_if(figures.begin(), figures.end(), [&words](const Json& figure) {
+      return figure.at(0).get<std::string>().find(words) != std::string::npos;
+    });
   }
 
   TempFolder folder_;
@@ -142,6 +151,16 @@ TEST_F(GuardedReport, TellsWhatTheGuardDecidedAndWhy) {
   EXPECT_TRUE(counted);
 }
 
+TEST_F(GuardedReport, TellsTheGuardSTimeBesideThePlugIns) {
+  const Json target = data()["targets"].at(0);
+  for (const Json& frame : target["frames"]) {
+    EXPECT_EQ(frame.contains("guard_ms"), frame.contains("guard")) << frame;
+    EXPECT_GE(frame.value("guard_ms", 1.0), 0.0) << frame;
+  }
+  EXPECT_EQ(figuresNaming("ms per frame"), 1);
+  EXPECT_EQ(figuresNaming("ms of the guard"), 2);
+}
+
 TEST_F(GuardedReport, ShowsTheGuardAboveTheSameFrames) {
   if (!hasBrowser()) GTEST_SKIP() << "chromium is not installed";
   const PageVisit visit = openInBrowser(page(), folder_);
@@ -149,6 +168,7 @@ TEST_F(GuardedReport, ShowsTheGuardAboveTheSameFrames) {
   EXPECT_NE(visit.dom.find("aria-label=\"Chart: guard over frames: agreed"), std::string::npos);
   EXPECT_NE(visit.dom.find("aria-label=\"Chart: likeness of the box"), std::string::npos);
   EXPECT_NE(visit.dom.find("lost and looked for"), std::string::npos);
+  EXPECT_NE(visit.dom.find("aria-label=\"Chart: ms per frame; ms of the guard\""), std::string::npos);
   std::set<std::string> areas;
   for (std::size_t at = visit.dom.find("data-area=\""); at != std::string::npos;
        at = visit.dom.find("data-area=\"", at + 1)) {
@@ -159,9 +179,14 @@ TEST_F(GuardedReport, ShowsTheGuardAboveTheSameFrames) {
 
 TEST_F(Report, WithoutAGuardSaysNothingOfOne) {
   ASSERT_EQ(track({"--frames", "7"}, "ttpptt").status, 0);
-  for (const Json& frame : data()["targets"].at(0)["frames"]) EXPECT_FALSE(frame.contains("guard"));
+  for (const Json& frame : data()["targets"].at(0)["frames"]) {
+    EXPECT_FALSE(frame.contains("guard") || frame.contains("guard_ms"));
+  }
+  EXPECT_EQ(figuresNaming("guard"), 0);
   if (!hasBrowser()) return;
-  EXPECT_NE(openInBrowser(page(), folder_).dom.find("<div id=\"guardbox\" hidden"), std::string::npos);
+  const std::string dom = openInBrowser(page(), folder_).dom;
+  EXPECT_NE(dom.find("<div id=\"guardbox\" hidden"), std::string::npos);
+  EXPECT_NE(dom.find("aria-label=\"Chart: ms per frame\""), std::string::npos);
 }
 
 TEST_F(Report, JudgesByTheTruth) {
