@@ -67,6 +67,12 @@ std::string guardEventText(const GuardNote& note, const std::string& before, boo
   return what;
 }
 
+/// Of the settings; empty without a guard.
+std::string guardLine(const GuardChoice& guard) {
+  if (guard.kind == GuardKind::Off) return {};
+  return fmt::format("guard: {}{}\n", name(guard.kind), guard.sha256.empty() ? "" : ", sha256 " + guard.sha256);
+}
+
 const TruthMark* markAt(const TruthTarget* truth, long frame) {
   if (truth == nullptr) return nullptr;
   const auto at = std::lower_bound(truth->marks.begin(), truth->marks.end(), frame,
@@ -208,6 +214,17 @@ void HtmlReport::thinStills_() {
   for (const Still& still : stills_) stillBytes_ += still.jpeg.size();
 }
 
+void HtmlReport::addTimes_(const Target& target, Json& figures) {
+  const auto at = [](const std::vector<double>& ms, double share, int digits) {
+    return fmt::format("{:.{}f}", quantile(ms, share), digits);
+  };
+  figures.push_back({target.guarded ? "ms of the plug-in, median" : "ms per frame, median", at(target.ms, 0.5, 1)});
+  figures.push_back({target.guarded ? "ms of the plug-in, 95 of 100" : "ms, 95 of 100 frames", at(target.ms, 0.95, 1)});
+  if (!target.guarded) return;
+  figures.push_back({"ms of the guard, median", at(target.guardMs, 0.5, 2)});
+  figures.push_back({"ms of the guard, 95 of 100", at(target.guardMs, 0.95, 2)});
+}
+
 Json HtmlReport::toJson_(const std::string& name, const Target& target) const {
   Json json = {{"name", name}, {"frames", target.frames}, {"events", target.events}};
   Json figures = Json::array();
@@ -217,12 +234,7 @@ Json HtmlReport::toJson_(const std::string& name, const Target& target) const {
     figures.push_back({state, fmt::format("{:.1f} %", 100.0 * static_cast<double>(count) / updates)});
   }
   if (target.guarded) figures.push_back({"found by the guard", std::to_string(target.foundByGuard)});
-  figures.push_back({"ms per frame, median", fmt::format("{:.1f}", quantile(target.ms, 0.5))});
-  figures.push_back({"ms, 95 of 100 frames", fmt::format("{:.1f}", quantile(target.ms, 0.95))});
-  if (target.guarded) {
-    figures.push_back({"ms of the guard, median", fmt::format("{:.2f}", quantile(target.guardMs, 0.5))});
-    figures.push_back({"ms of the guard, 95 of 100", fmt::format("{:.2f}", quantile(target.guardMs, 0.95))});
-  }
+  addTimes_(target, figures);
   if (!target.samples.judgements.empty()) {
     const MetricSums sums = sumsOf(target.samples);
     const Metrics metrics = metricsOf(sums);
@@ -245,9 +257,9 @@ void HtmlReport::end() {
   data["about"] = fmt::format("{}, {} x {} pixels, {:.3g} frames per second, from frame {}, {} frames{}", info_.source,
                               info_.frameSize.width, info_.frameSize.height, info_.fps, info_.firstFrame, frames_,
                               interruptSignal() != 0 ? "; interrupted by " + interruptName() : "");
-  data["settings"] = fmt::format("configuration: {}\nplug-in: {}\nengine: {}\ncsrt-track {}, OpenCV {}",
+  data["settings"] = fmt::format("configuration: {}\nplug-in: {}\nengine: {}\n{}csrt-track {}, OpenCV {}",
                                  info_.configText.empty() ? "the plug-in's own" : info_.configText, info_.pluginPath,
-                                 info_.engine, CSRT_VERSION, cv::getVersionString());
+                                 info_.engine, guardLine(info_.guard), CSRT_VERSION, cv::getVersionString());
   data["targets"] = Json::array();
   for (const std::string& target : names_) data["targets"].push_back(toJson_(target, targets_[target]));
   data["stills"] = Json::array();

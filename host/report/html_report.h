@@ -56,6 +56,7 @@ class HtmlReport : public RunObserver {
   void addGuard_(Target& target, const CallRecord& record, nlohmann::ordered_json& point);
   void keepStill_(const cv::Mat& picture, const SourceFrame& frame, const std::string& note);
   void thinStills_();
+  static void addTimes_(const Target& target, nlohmann::ordered_json& figures);
   nlohmann::ordered_json toJson_(const std::string& name, const Target& target) const;
 
   WholeText file_;

@@ -157,8 +157,9 @@ TEST_F(GuardedReport, TellsTheGuardSTimeBesideThePlugIns) {
     EXPECT_EQ(frame.contains("guard_ms"), frame.contains("guard")) << frame;
     EXPECT_GE(frame.value("guard_ms", 1.0), 0.0) << frame;
   }
-  EXPECT_EQ(figuresNaming("ms per frame"), 1);
+  EXPECT_EQ(figuresNaming("ms of the plug-in"), 2);
   EXPECT_EQ(figuresNaming("ms of the guard"), 2);
+  EXPECT_NE(data()["settings"].get<std::string>().find("\nguard: colour\n"), std::string::npos);
 }
 
 TEST_F(GuardedReport, ShowsTheGuardAboveTheSameFrames) {
@@ -168,7 +169,7 @@ TEST_F(GuardedReport, ShowsTheGuardAboveTheSameFrames) {
   EXPECT_NE(visit.dom.find("aria-label=\"Chart: guard over frames: agreed"), std::string::npos);
   EXPECT_NE(visit.dom.find("aria-label=\"Chart: likeness of the box"), std::string::npos);
   EXPECT_NE(visit.dom.find("lost and looked for"), std::string::npos);
-  EXPECT_NE(visit.dom.find("aria-label=\"Chart: ms per frame; ms of the guard\""), std::string::npos);
+  EXPECT_NE(visit.dom.find("aria-label=\"Chart: ms of the plug-in; ms of the guard\""), std::string::npos);
   std::set<std::string> areas;
   for (std::size_t at = visit.dom.find("data-area=\""); at != std::string::npos;
        at = visit.dom.find("data-area=\"", at + 1)) {
@@ -183,6 +184,9 @@ TEST_F(Report, WithoutAGuardSaysNothingOfOne) {
     EXPECT_FALSE(frame.contains("guard") || frame.contains("guard_ms"));
   }
   EXPECT_EQ(figuresNaming("guard"), 0);
+  EXPECT_EQ(figuresNaming("plug-in"), 0);
+  EXPECT_EQ(figuresNaming("ms per frame, median"), 1);
+  EXPECT_EQ(data()["settings"].get<std::string>().find("guard"), std::string::npos);
   if (!hasBrowser()) return;
   const std::string dom = openInBrowser(page(), folder_).dom;
   EXPECT_NE(dom.find("<div id=\"guardbox\" hidden"), std::string::npos);
