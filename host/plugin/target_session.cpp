@@ -193,7 +193,7 @@ void TargetSession::take_(CallRecord& record, const CallFacts& facts) {
   lastBox_ = record.box;
   if (seen_) {
     record.framesSinceSeen = callsSinceSeen_;
-    record.secondsSinceSeen = record.time_s - seen_->time_s;
+    record.secondsSinceSeen = std::max(0.0, record.time_s - seen_->time_s);
   }
 }
 
