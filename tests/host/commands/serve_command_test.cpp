@@ -128,11 +128,13 @@ TEST(ServeCommand, APipeIsFollowedAsSomebodyChooses) {
   EXPECT_TRUE(before["targets"].empty());
   const Json started = person.ask("box 40,50,24,20");
   EXPECT_EQ(started["ok"], true);
+  // Until the target is followed, and a frame three before the newest is kept.
+  const auto ready = [](const Json& status) {
+    if (!status.is_object() || status["targets"].empty() || !status["targets"][0].contains("box")) return false;
+    return status["frames_kept"][1].get<long>() - status["frames_kept"][0].get<long>() >= 3;
+  };
   Json status;
-  for (int i = 0;
-       i < 500 && (!status.is_object() || status["targets"].empty() || !status["targets"][0].contains("box")); ++i) {
-    status = person.ask("status");
-  }
+  for (int i = 0; i < 500 && !ready(status); ++i) status = person.ask("status");
   const long kept = status["frames_kept"][0];
   const long newest = status["frames_kept"][1];
   const Json older = person.ask("box 40,50,24,20 frame=" + std::to_string(newest - 3));
