@@ -31,10 +31,11 @@ void printTrace(const Walk& walk, const Watched& watched, const host::SourceFram
   std::printf("truthlike %.2f on %s base %s ", truth ? watched.likenessOf(frame.bgr, whole(*truth)).value_or(-1) : -1.0,
               whoIs(answer.box, frame.index, everybody).c_str(),
               whoIs(watched.plain.box, frame.index, everybody).c_str());
-  std::printf("  %s+%d f%ld base seen%d iou %.2f | %s iou %.2f like %.2f usual %.2f around %.2f lost %d %s%s\n",
-              walk.target->name.c_str(), walk.start, frame.index, watched.plain.seen, overlap(watched.plain.box),
-              csrt_guard::name(v.state), overlap(answer.box), v.likeness.value_or(-1), v.usual.value_or(-1),
-              v.around.value_or(-1), v.framesLost, v.reason, v.restart ? " RESTART" : "");
+  std::printf(
+      "  %s+%d f%ld base seen%d iou %.2f | %s iou %.2f like %.2f usual %.2f around %.2f belief %.2f lost %d %s%s\n",
+      walk.target->name.c_str(), walk.start, frame.index, watched.plain.seen, overlap(watched.plain.box),
+      csrt_guard::name(v.state), overlap(answer.box), v.likeness.value_or(-1), v.usual.value_or(-1),
+      v.around.value_or(-1), v.belief.value_or(-1), v.framesLost, v.reason, v.restart ? " RESTART" : "");
   if (!v.opinion) return;
   const cv::Rect2d there(v.opinion->box);
   std::printf("  opinion %.2f iou %.2f on %s\n", v.opinion->score, overlap(there),

@@ -6,6 +6,7 @@
 #include "colour_model.h"
 #include "csrt_guard/csrt_guard.h"
 #include "frame_check.h"
+#include "identity.h"
 #include "place_tracks.h"
 #include "rivalry.h"
 #include "target_motion.h"
@@ -20,11 +21,12 @@ constexpr int kResizedAfter = 20;      // frames without the target after which 
 constexpr double kResize = 1.02;       // a frame
 constexpr double kSmallest = 0.45;     // of the size at the start
 constexpr double kBiggest = 2.2;
-constexpr int kRolledBack = 15;    // frames at most from which the last sure sight still says where the target is
-constexpr double kHope = 0.3;      // likelihood from which a find is worth a second opinion
-constexpr double kMayBeIt = 0.7;   // margin from which a place is not taken for somebody known who looks less alike
-constexpr double kTouches = 0.01;  // share of a box from which a place beside the target is a part of it
-constexpr double kLargest = 1e6;   // pixels; larger numbers are no box
+constexpr int kRolledBack = 15;     // frames at most from which the last sure sight still says where the target is
+constexpr double kHope = 0.3;       // likelihood from which a find is worth a second opinion
+constexpr double kMayBeIt = 0.7;    // margin from which a place is not taken for somebody known who looks less alike
+constexpr double kTouches = 0.01;   // share of a box from which a place beside the target is a part of it
+constexpr double kElsewhere = 0.3;  // share of a find that a box elsewhere may cover
+constexpr double kLargest = 1e6;    // pixels; larger numbers are no box
 
 bool usable(const cv::Rect& box) {
   return box.width > 1 && box.height > 1 && box.width < kLargest && box.height < kLargest &&
@@ -98,6 +100,7 @@ class Guard::Impl {
     const CodedView view = viewOf(frame, part, scale, palette_);
     if (!model_.learn(view, view.toView(box), palette_)) return false;
     recent_ = *coloursIn(view, view.toView(box), palette_);
+    identity_.start(recent_);
     size_ = startSize_ = box.size();
     motion_.start(box);
     usual_.start(0.9, 2);
@@ -193,6 +196,7 @@ class Guard::Impl {
     if (look.margin >= settings_.usualFrom) usual_.add(*look.likeness);
     if (colours && look.margin >= settings_.learnFrom && settings_.learnRate > 0.0) {
       ++learnt_;
+      identity_.learn(*colours);
       model_.learnMore(*colours, static_cast<float>(std::max(settings_.learnRate, 1.0 / (learnt_ + 1))));
     }
     lookAround_(look.view, box);
@@ -228,7 +232,9 @@ class Guard::Impl {
   double likeEnough_() const { return advice_.vouched ? settings_.vouchedFrom : settings_.doubtBelow; }
 
   Verdict follow_(const cv::Mat& frame, const Answer& answer, const Look& look) {
-    const bool alike = look.likeness && look.margin >= likeEnough_();
+    noteIdentity_(answer, look);
+    const bool other = identity_.looksLikeOther() && !advice_.vouched;
+    const bool alike = look.likeness && look.margin >= likeEnough_() && !other;
     steady_ += settings_.driftRate * (std::min(1.0, look.margin) - steady_);
     if (answer.seen && alike && (advice_.vouched || steady_ >= settings_.driftBelow)) {
       if (advice_.vouched) learnChange_(look, *answer.box);
@@ -240,12 +246,19 @@ class Guard::Impl {
     }
     sure_.miss();
     if (++doubts_ < settings_.doubtFrames) {
-      return verdict_(State::Doubted, answer.box, false,
-                      answer.seen ? "the tracker's box looks little like the target" : "the tracker does not see it",
-                      look);
+      const char* shows = other ? "the tracker's box looks more like somebody else near the target"
+                                : "the tracker's box looks little like the target";
+      return verdict_(State::Doubted, answer.box, false, answer.seen ? shows : "the tracker does not see it", look);
     }
     beginSearch_();
     return search_(frame, answer, look);
+  }
+
+  /// Whether the box shows the target or somebody else.
+  void noteIdentity_(const Answer& answer, const Look& look) {
+    if (!look.likeness) return;
+    const std::optional<HalfColours> colours = coloursIn(look.view, look.view.toView(*answer.box), palette_);
+    if (colours) identity_.followed(*colours);
   }
 
   /// Goes back to where the target was last surely seen, and on from there.
@@ -265,8 +278,12 @@ class Guard::Impl {
         viewOf(frame, grownBy(box, settings_.othersWithin * diagonal(box)), workScale(size_), palette_);
     const std::vector<Place> places = without_(alike_(findPlaces(view, size_, false, model_, palette_)), box, kTouches);
     tracks_.update(places, sinceCheck_, true);
+    if (tracks_.meets(box)) identity_.meets();
     rivalry_.looked(view.part.area() / (diagonal(box) * diagonal(box)));
-    for (const Place& place : places) rivalry_.rival(marginOf_(place.likeness));
+    for (const Place& place : places) {
+      rivalry_.rival(marginOf_(place.likeness));
+      identity_.learnOther(place.look);
+    }
     sinceCheck_ = 0;
   }
 
@@ -308,7 +325,7 @@ class Guard::Impl {
       verdict.belief = belief;
       return verdict;
     }
-    if (best->likeliest < looksFor_(belief))
+    if (best->likeliest < looksFor_(belief, disputed_(answer, look, best->box)))
       return predicted_("lost: a find must hold for another frame", answer, look);
     if (answer.seen && answer.box && (cv::Rect2d(*answer.box) & best->box).area() > 0.6 * best->box.area()) {
       return regained_(answer, look, best->box);
@@ -347,7 +364,7 @@ class Guard::Impl {
     for (PlaceTrack& track : tracks_.all()) {
       if (track.other) continue;
       if (track.age == 0) born_(track);
-      const double odds = oddsOf(evidenceOf_(track), rivalry_);
+      const double odds = oddsOf(evidenceOf_(track), rivalry_) * identity_.factorOf(track.look);
       finds += odds;
       if (!track.found || odds <= bestOdds) continue;
       bestOdds = odds;
@@ -364,11 +381,19 @@ class Guard::Impl {
   }
 
   /// For how many looks a find must be the likeliest: who may come out from behind something is waited for.
-  double looksFor_(double belief) const {
-    if (belief >= settings_.sure) return settings_.sureFrames;
+  double looksFor_(double belief, bool disputed) const {
+    const double least = disputed ? settings_.disputedFrames : settings_.sureFrames;
+    if (belief >= settings_.sure) return least;
     constexpr double kWellBelieved = 0.75;
-    return std::max(settings_.sureFrames + 1.0,
-                    settings_.confirmFrames * std::pow(kWellBelieved / belief, settings_.patience));
+    return std::max(least + 1.0, settings_.confirmFrames * std::pow(kWellBelieved / belief, settings_.patience));
+  }
+
+  /// The tracker claims to see the target elsewhere, near where it should be, and that looks at least a little like it:
+  /// something may be passing in front.
+  bool disputed_(const Answer& answer, const Look& look, const cv::Rect2d& find) const {
+    if (!answer.seen || !look.likeness || look.margin < settings_.disputedFrom) return false;
+    const cv::Rect2d box(*answer.box);
+    return distance(box, motion_.box()) < diagonal(motion_.box()) && (box & find).area() < kElsewhere * find.area();
   }
 
   /// What looks like the target within reach, the tracker's own box among it.
@@ -436,6 +461,7 @@ class Guard::Impl {
   Verdict regained_(const Answer& answer, const Look& look, const cv::Rect2d& place) {
     const Verdict verdict = verdict_(State::Agreed, answer.box, true, "the tracker's box shows the target again", look);
     tracks_.targetIsIn(place);
+    identity_.again();
     lost_ = 0;
     steady_ = 1.0;
     learn_(look, *answer.box);
@@ -451,6 +477,8 @@ class Guard::Impl {
     motion_.see(box);
     sure_ = motion_;
     tracks_.targetIsIn(track.box);
+    identity_.again();
+    identity_.meets();
     lost_ = 0;
     steady_ = 1.0;
     return verdict;
@@ -502,6 +530,7 @@ class Guard::Impl {
   int sinceCheck_ = 0;
   PlaceTracks tracks_;
   Rivalry rivalry_;
+  Identity identity_;
   TargetMotion sure_;     ///< As of when the target was last seen well.
   HalfColours recent_{};  ///< What the target has looked like of late.
   double steady_ = 1.0;

@@ -21,6 +21,10 @@ constexpr double kNextSpeed = 0.35;     // ... and later
 constexpr float kLookRate = 0.2F;
 constexpr int kLikenessOf = 6;  // looks
 
+constexpr int kKnownLooks = 2;  // from which a track is one
+constexpr int kMomentAgo = 12;  // frames
+constexpr double kMeets = 0.1;  // share of the smaller box
+
 constexpr double kSpread = 0.15;          // diagonals: where one is that was just seen ...
 constexpr double kSpreadPerFrame = 0.04;  // ... and more for every frame since
 constexpr double kSpreadMost = 1.5;
@@ -135,6 +139,13 @@ void PlaceTracks::update(const std::vector<Place>& places, int frames, bool othe
     if (taken[j] || !roomFor_()) continue;
     all_.push_back(trackFrom(places[j], other));
   }
+}
+
+bool PlaceTracks::meets(const cv::Rect2d& box) const {
+  return std::any_of(all_.begin(), all_.end(), [&box](const PlaceTrack& track) {
+    return track.looks >= kKnownLooks && track.unseen <= kMomentAgo &&
+           (track.box & box).area() >= kMeets * std::min(track.box.area(), box.area());
+  });
 }
 
 void PlaceTracks::targetIsIn(const cv::Rect2d& box) {

@@ -51,6 +51,9 @@ class PlaceTracks {
   /// The densities of all others that were not found in the last look, added up.
   double unfoundOthersAt(const Place& place) const;
 
+  /// One of them, seen a moment ago, should be in a part of this box now.
+  bool meets(const cv::Rect2d& box) const;
+
   /// The target is found in this box: all else is somebody else.
   void targetIsIn(const cv::Rect2d& box);
 

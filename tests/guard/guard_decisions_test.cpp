@@ -13,6 +13,11 @@ using csrt_guard::Verdict;
 
 namespace {
 
+/// Of a person whose box this would be, but for the legs.
+cv::Rect shorter(const cv::Rect& box) {
+  return {box.x, box.y, box.width, box.height * 3 / 4};
+}
+
 /// One person walks; the test says what the tracker answers.
 class GuardTest : public testing::Test {
  protected:
@@ -172,6 +177,90 @@ TEST_F(GuardTest, AFindThatIsLessSureMustHoldForLonger) {
   EXPECT_GE(restartAfter(240), 5);
   EXPECT_GE(restartAfter(300), 10);
   EXPECT_LT(restartAfter(300), 60) << "alone, it is taken in the end";
+}
+
+/// Something hides a part of the target and stays, while somebody dressed alike turns up beside it.
+class DisputedGuardTest : public GuardTest {
+ protected:
+  /// Frames until the guard starts the tracker over on that other; -1: not within `most`.
+  int framesToTheOther(bool trackerClaims, int most) {
+    for (int i = 1; i <= most; ++i) {
+      walk();
+      cv::Mat picture = ground.clone();
+      drawPerson(picture, person, kRedBlue);
+      cv::rectangle(picture, cv::Rect(person.x, person.y + 30, person.width, 30), cv::Scalar(60, 160, 50), cv::FILLED);
+      drawPerson(picture, person + cv::Point(60, 0), kRedBlue);
+      verdict = guard.judge(picture, trackerClaims ? Answer{person, true} : Answer{});
+      if (verdict.restart) return i;
+    }
+    return -1;
+  }
+};
+
+TEST_F(DisputedGuardTest, TakesTheOtherSoonWhereTheTrackerClaimsNothing) {
+  const int frames = framesToTheOther(false, 60);
+  EXPECT_GT(frames, 0) << verdict.reason;
+  EXPECT_LT(frames, 15);
+}
+
+TEST_F(DisputedGuardTest, WaitsLongerWhereTheTrackerClaimsToSeeItWhereItShouldBe) {
+  EXPECT_EQ(framesToTheOther(true, 25), -1) << "whatever hides the target may pass";
+  EXPECT_EQ(verdict.state, State::Searching);
+  EXPECT_GT(framesToTheOther(true, 60), 0) << verdict.reason;
+}
+
+TEST_F(GuardTest, DoubtsATrackerThatChangesOverToSomebodyKnownWhoLooksALittleOtherwise) {
+  drawOther = true;
+  otherClothes = kRedBlue;
+  cv::Rect there = personAt(person.x + 100, person.y);
+  for (int i = 0; i < 45; ++i) {
+    there.x += 2;
+    other = shorter(there);
+    ASSERT_EQ(judge({walk(), true}).state, State::Agreed) << verdict.reason;
+  }
+  visible = false;
+  for (int i = 1; i < 30 && verdict.seen; ++i) {
+    there.x += 2;
+    other = shorter(there);
+    judge({there, true});
+  }
+  EXPECT_EQ(verdict.state, State::Doubted) << "likeness " << *verdict.likeness << " of " << *verdict.usual;
+  EXPECT_STREQ(verdict.reason, "the tracker's box looks more like somebody else near the target");
+  EXPECT_GT((*verdict.likeness - *verdict.around) / (*verdict.usual - *verdict.around), 0.6)
+      << "by that alone it agreed";
+}
+
+TEST_F(GuardTest, BelievesAFindLessThatLooksLikeSomebodyKnown) {
+  drawOther = true;
+  otherClothes = kRedBlue;
+  other = shorter(personAt(person.x + 100, person.y));
+  for (int i = 0; i < 45; ++i) {
+    other.x += 2;
+    ASSERT_EQ(judge({walk(), true}).state, State::Agreed) << verdict.reason;
+  }
+  visible = drawOther = false;
+  for (int i = 0; i < 60; ++i) judge({});  // nobody remembers where the other was
+  drawOther = true;
+  other = shorter(person);
+  judge({});
+  EXPECT_GT(verdict.belief.value(), 0.0);
+  EXPECT_LT(verdict.belief.value(), 0.2) << "0.27 by likeness and place alone";
+}
+
+TEST_F(GuardTest, DoesNotTakeAPartOfTheTargetForSomebodyElse) {
+  drawOther = true;
+  otherClothes = kRedBlue;
+  for (int i = 0; i < 20; ++i) {  // the target is wider than the box: more of it is beside
+    walk();
+    other = person + cv::Point(20, 0);
+    ASSERT_EQ(judge({person, true}).state, State::Agreed) << verdict.reason;
+  }
+  visible = drawOther = false;
+  for (int i = 0; i < 4; ++i) judge({});
+  drawOther = true;
+  int frames = 0;
+  while (!judge({}).restart && frames < 60) ++frames;
+  EXPECT_LT(frames, 6) << verdict.reason;
 }
 
 TEST_F(GuardTest, KeepsLookingForTheSizeThatTheTargetHad) {

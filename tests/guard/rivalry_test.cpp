@@ -117,6 +117,20 @@ TEST(PlaceTracks, WhoLooksLikeTheTargetIsNotTakenForSomebodyKnownWhoDoesNot) {
   }
 }
 
+TEST(PlaceTracks, OneThatIsKnownMeetsTheTargetWhenItShouldBeInAPartOfItsBox) {
+  const cv::Rect2d box(112, 100, 20, 50);
+  csrt_guard::PlaceTracks tracks;
+  tracks.update({placeOf(0, 104)}, 1, true);
+  EXPECT_FALSE(tracks.meets(box)) << "found once, it may be anything";
+  for (int i = 0; i < 5; ++i) tracks.update({placeOf(0, 104)}, 3, true);
+  EXPECT_TRUE(tracks.meets(box));
+  EXPECT_FALSE(tracks.meets(cv::Rect2d(122.5, 100, 20, 50))) << "less than a tenth in common";
+  tracks.update({}, 12, true);
+  EXPECT_TRUE(tracks.meets(box)) << "hidden behind the target";
+  tracks.update({}, 1, true);
+  EXPECT_FALSE(tracks.meets(box)) << "who knows where it is by now";
+}
+
 TEST(PlaceTracks, WhereAllAreTakenWhoWasNotFoundForLongestMakesRoom) {
   csrt_guard::PlaceTracks tracks;
   std::vector<csrt_guard::Place> many;
