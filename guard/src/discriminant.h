@@ -21,7 +21,7 @@ class Discriminant {
   void other(const HalfColours& look);
 
   /// Which kind a look is of: 1 as the target's mean, -1 as the others' mean, and beyond. Empty: too few were seen of
-  /// either. Takes longer after a new look was learnt, as the direction is found anew (about 40 us).
+  /// either. Takes longer after a new look was learnt, as the direction is found anew (about 20 us).
   std::optional<double> of(const HalfColours& look);
 
  private:
