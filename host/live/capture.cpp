@@ -51,7 +51,8 @@ double CaptureLoop::step(double waitS) {
   report_.damaged = damagedBefore_ + receiver_->damaged();
   if (received.event == Received::Event::Ended) return close_("the sender ended the stream", false, true);
   if (received.event == Received::Event::Failed) return close_(received.reason, received.refused, false);
-  if (clocks_.steady() - lastLife_ > options_.stalledS) return close_("no picture came", false, false);
+  const double most = report_.decoded == 0 ? options_.firstS : options_.stalledS;
+  if (clocks_.steady() - lastLife_ > most) return close_("no picture came", false, false);
   return 0.0;
 }
 

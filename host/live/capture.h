@@ -55,7 +55,8 @@ class CaptureLoop {
   /// How a source is captured.
   struct Options {
     bool reconnects = true;  ///< Else the first end or failure is final.
-    double stalledS = 5.0;   ///< Without a picture for so long a connection is given up.
+    double stalledS = 5.0;   ///< Without a picture for so long a connection is given up ...
+    double firstS = 5.0;     ///< ... but for so long while there was none at all, on any.
     bool keepsPast = false;  ///< Whether the last second is kept for clicks on an old picture.
   };
 

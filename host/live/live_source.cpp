@@ -62,6 +62,7 @@ LiveSource::LiveSource(const host::SourceOptions& source, const LiveOptions& opt
   CaptureLoop::Options rules;
   rules.reconnects = comesBack(address.kind);
   rules.keepsPast = options.keepsPast;
+  rules.firstS = options.connectLimitS + 1.0;  // read() says first that the time is over
   begin_ = clocks_.steady();
   capture_ = std::make_unique<Capture>([module, request] { return module->open(request); }, rules, std::move(stop));
 }

@@ -60,9 +60,10 @@ class CaptureTest : public ::testing::Test {
     received.refused = refused;
     return received;
   }
-  CaptureLoop loop(bool reconnects = true) {
+  CaptureLoop loop(bool reconnects = true, double firstS = 5.0) {
     CaptureLoop::Options options;
     options.reconnects = reconnects;
+    options.firstS = firstS;
     options.keepsPast = true;
     return {[this] { return std::make_unique<ScriptedReceiver>(script_); },
             options,
@@ -119,6 +120,19 @@ TEST_F(CaptureTest, AConnectionWithoutPicturesIsGivenUp) {
   EXPECT_NEAR(script_.now, 105.0, 0.2);
   EXPECT_EQ(script_.closed, 1);
   EXPECT_EQ(capture.report().reason, "no picture came");
+}
+
+TEST_F(CaptureTest, TheFirstPictureIsWaitedForAsLongAsAsked) {
+  CaptureLoop capture = loop(true, 30.0);
+  const auto secondsToTheEnd = [&] {
+    const double begin = script_.now;
+    for (int steps = 0; capture.step(0.1) == 0.0 && steps < 1000;) ++steps;
+    return script_.now - begin;
+  };
+  EXPECT_NEAR(secondsToTheEnd(), 30.0, 0.3);
+  script_.events.push_back(picture());
+  capture.step(0.1);
+  EXPECT_NEAR(secondsToTheEnd(), 5.0, 0.3) << "later the connection is given up sooner";
 }
 
 TEST_F(CaptureTest, WhatDoesNotComeBackEndsWithItsFirstEnd) {

@@ -111,7 +111,7 @@ void reconnect(const Wishes& wishes) {
 
 Wishes wishesOf(int argc, char** argv) {
   Wishes wishes;
-  wishes.live.connectLimitS = 10.0;
+  wishes.live.connectLimitS = 30.0;
   wishes.source.source = argv[1];
   wishes.seconds = std::atof(argv[2]);
   for (int i = 3; i < argc; ++i) {
