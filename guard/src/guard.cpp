@@ -150,6 +150,7 @@ class Guard::Impl {
   }
 
   struct Look {
+    std::optional<HalfColours> colours;  ///< Empty: nothing to look at.
     std::optional<double> likeness;
     double margin = 0.0;  ///< 0: as the surroundings, 1: as usual.
     CodedView view;
@@ -172,8 +173,10 @@ class Guard::Impl {
     if (!answer.box || !usable(*answer.box)) return look;
     look.view = viewOf(frame, grown(*answer.box, kSurroundings), workScale(answer.box->size()), palette_);
     if (look.view.codes.empty()) return look;
-    look.likeness = model_.likenessAt(look.view, look.view.toView(*answer.box), palette_);
-    if (look.likeness) look.margin = marginOf_(*look.likeness);
+    look.colours = coloursIn(look.view, look.view.toView(*answer.box), palette_);
+    if (!look.colours) return look;
+    look.likeness = model_.likeness(*look.colours);
+    look.margin = marginOf_(*look.likeness);
     return look;
   }
 
@@ -192,31 +195,29 @@ class Guard::Impl {
   }
 
   void learn_(const Look& look, const cv::Rect2d& box) {
-    const std::optional<HalfColours> colours = coloursIn(look.view, look.view.toView(box), palette_);
     if (look.margin >= settings_.usualFrom) usual_.add(*look.likeness);
-    if (colours && look.margin >= settings_.learnFrom && settings_.learnRate > 0.0) {
+    if (look.colours && look.margin >= settings_.learnFrom && settings_.learnRate > 0.0) {
       ++learnt_;
-      identity_.learn(*colours);
-      model_.learnMore(*colours, static_cast<float>(std::max(settings_.learnRate, 1.0 / (learnt_ + 1))));
+      identity_.learn(*look.colours);
+      model_.learnMore(*look.colours, static_cast<float>(std::max(settings_.learnRate, 1.0 / (learnt_ + 1))));
     }
     lookAround_(look.view, box);
-    if (!colours || look.margin < settings_.sureFrom) {
+    if (!look.colours || look.margin < settings_.sureFrom) {
       motion_.stay(box);
       sure_.miss();
       return;
     }
-    blend(recent_, *colours, static_cast<float>(settings_.recentRate));
+    blend(recent_, *look.colours, static_cast<float>(settings_.recentRate));
     motion_.see(box);
     sure_ = motion_;
     if ((box & cv::Rect2d(look.view.part)) == box) learnSize_(box.size());
   }
 
   /// The target changes its colours before the eyes of the second opinion: what is usual goes along.
-  void learnChange_(const Look& look, const cv::Rect2d& box) {
+  void learnChange_(const Look& look) {
     if (look.margin >= settings_.usualFrom) return;
     usual_.add(*look.likeness);
-    const std::optional<HalfColours> colours = coloursIn(look.view, look.view.toView(box), palette_);
-    if (colours) blend(recent_, *colours, static_cast<float>(settings_.recentRate));
+    blend(recent_, *look.colours, static_cast<float>(settings_.recentRate));
   }
 
   /// A box that shrinks or grows slips off the target as a rule: its size is followed slowly, and not far.
@@ -232,12 +233,12 @@ class Guard::Impl {
   double likeEnough_() const { return advice_.vouched ? settings_.vouchedFrom : settings_.doubtBelow; }
 
   Verdict follow_(const cv::Mat& frame, const Answer& answer, const Look& look) {
-    noteIdentity_(answer, look);
+    if (look.colours) identity_.followed(*look.colours);
     const bool other = identity_.looksLikeOther() && !advice_.vouched;
     const bool alike = look.likeness && look.margin >= likeEnough_() && !other;
     steady_ += settings_.driftRate * (std::min(1.0, look.margin) - steady_);
     if (answer.seen && alike && (advice_.vouched || steady_ >= settings_.driftBelow)) {
-      if (advice_.vouched) learnChange_(look, *answer.box);
+      if (advice_.vouched) learnChange_(look);
       doubts_ = 0;
       ++sinceCheck_;
       learn_(look, *answer.box);
@@ -252,13 +253,6 @@ class Guard::Impl {
     }
     beginSearch_();
     return search_(frame, answer, look);
-  }
-
-  /// Whether the box shows the target or somebody else.
-  void noteIdentity_(const Answer& answer, const Look& look) {
-    if (!look.likeness) return;
-    const std::optional<HalfColours> colours = coloursIn(look.view, look.view.toView(*answer.box), palette_);
-    if (colours) identity_.followed(*colours);
   }
 
   /// Goes back to where the target was last surely seen, and on from there.
@@ -411,7 +405,7 @@ class Guard::Impl {
     Place own;
     own.box = box;
     own.likeness = *look.likeness;
-    own.look = coloursIn(look.view, look.view.toView(box), palette_).value_or(HalfColours());
+    own.look = *look.colours;
     places.push_back(own);
     return places;
   }

@@ -20,13 +20,13 @@ class Identity {
   void learn(const HalfColours& look);
   /// This is somebody else: learns the look.
   void learnOther(const HalfColours& look);
-  /// Somebody else is in the target's box too, or was just found to be it: for some frames nothing is learnt, and what
-  /// boxes showed before says nothing any more of whom they show.
+  /// Somebody else is in the target's box too, or the target was just found, likely: for some frames nothing is learnt.
+  /// The first time in those frames, what boxes showed before is forgotten as by again().
   void meets();
   /// The tracker is on the target again, likely: what its boxes showed before says nothing any more.
   void again();
 
-  /// What a find's look says of it: how many times likelier the target it is than without. 1 while too little was seen.
+  /// How many times likelier a find is the target for looking like this, [0.018, 20]; 1: too little was seen to say.
   double factorOf(const HalfColours& look);
 
  private:

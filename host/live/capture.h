@@ -56,7 +56,7 @@ class CaptureLoop {
   struct Options {
     bool reconnects = true;  ///< Else the first end or failure is final.
     double stalledS = 5.0;   ///< Without a picture for so long a connection is given up ...
-    double firstS = 5.0;     ///< ... but for so long while there was none at all, on any.
+    double firstS = 5.0;     ///< ... but for so long before the very first one.
     bool keepsPast = false;  ///< Whether the last second is kept for clicks on an old picture.
   };
 

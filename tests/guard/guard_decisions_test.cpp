@@ -230,6 +230,30 @@ TEST_F(GuardTest, DoubtsATrackerThatChangesOverToSomebodyKnownWhoLooksALittleOth
       << "by that alone it agreed";
 }
 
+TEST_F(GuardTest, AfterAMeetingDoubtsSoonerATrackerThatWentOnWithTheOther) {
+  drawOther = true;
+  otherClothes = kRedBlue;
+  cv::Rect there = personAt(person.x + 120, person.y);
+  for (int i = 0; i < 45; ++i) {  // they walk side by side
+    there.x += 2;
+    other = shorter(there);
+    ASSERT_EQ(judge({walk(), true}).state, State::Agreed) << verdict.reason;
+  }
+  while (there.x > person.x + 12) {  // and meet
+    there.x -= 4;
+    other = shorter(there);
+    judge({person, true});
+  }
+  visible = false;
+  int frames = 0;
+  do {
+    there.x += 2;
+    other = shorter(there);
+    ++frames;
+  } while (judge({there, true}).seen && frames < 30);
+  EXPECT_LT(frames, 8) << "what boxes showed before they met says nothing any more";
+}
+
 TEST_F(GuardTest, BelievesAFindLessThatLooksLikeSomebodyKnown) {
   drawOther = true;
   otherClothes = kRedBlue;
