@@ -1,14 +1,17 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <cstdlib>
 
 #include "adviser.h"
+#include "backdrop.h"
 #include "colour_model.h"
 #include "csrt_guard/csrt_guard.h"
 #include "frame_check.h"
 #include "identity.h"
 #include "place_tracks.h"
 #include "rivalry.h"
+#include "takeover.h"
 #include "target_motion.h"
 #include "target_search.h"
 
@@ -26,6 +29,7 @@ constexpr double kHope = 0.3;       // likelihood from which a find is worth a s
 constexpr double kMayBeIt = 0.7;    // margin from which a place is not taken for somebody known who looks less alike
 constexpr double kTouches = 0.01;   // share of a box from which a place beside the target is a part of it
 constexpr double kElsewhere = 0.3;  // share of a find that a box elsewhere may cover
+constexpr double kSteady = 0.15;    // diagonals that a picture may have moved for the camera to stand still
 constexpr double kLargest = 1e6;    // pixels; larger numbers are no box
 
 bool usable(const cv::Rect& box) {
@@ -110,6 +114,9 @@ class Guard::Impl {
     steady_ = 1.0;
     sure_ = motion_;
     tracks_.clear();
+    takeover_.clear();
+    backdrop_.clear();
+    takenOver_ = false;
     rivalry_.clear();
     hope_.reset();
     adviser_.start(frame, box);
@@ -234,6 +241,13 @@ class Guard::Impl {
 
   Verdict follow_(const cv::Mat& frame, const Answer& answer, const Look& look) {
     if (look.colours) identity_.followed(*look.colours);
+    if (const std::optional<Takeover::Before> before = beforeTakeover_(answer, look)) {
+      beginSearchFrom_(*before, *answer.box);
+      Verdict verdict = search_(frame, answer, look);
+      if (verdict.state == State::Searching)
+        verdict.reason = "lost: the tracker's box goes where somebody else was going";
+      return verdict;
+    }
     const bool other = identity_.looksLikeOther() && !advice_.vouched;
     const bool alike = look.likeness && look.margin >= likeEnough_() && !other;
     steady_ += settings_.driftRate * (std::min(1.0, look.margin) - steady_);
@@ -255,8 +269,37 @@ class Guard::Impl {
     return search_(frame, answer, look);
   }
 
+  /// The target before somebody took the tracker along; empty: nobody did, as it seems.
+  std::optional<Takeover::Before> beforeTakeover_(const Answer& answer, const Look& look) {
+    takeover_.followed(motion_, recent_);
+    if (!answer.seen || !look.colours || advice_.vouched) return std::nullopt;
+    const std::optional<Takeover::Before> before =
+        takeover_.noticed(*answer.box, *look.colours, tracks_.all(), sinceCheck_, settings_.takeoverFrames);
+    if (!before) return std::nullopt;
+    // Where the camera turns, what stands still goes as well.
+    const std::optional<cv::Point2d> moved = backdrop_.movedSince(before->motion.lost() - sinceCheck_);
+    return moved && cv::norm(*moved) <= kSteady * diagonal(*answer.box) ? before : std::nullopt;
+  }
+
+  /// Goes on from where the target was going before somebody took the tracker along.
+  void beginSearchFrom_(const Takeover::Before& before, const cv::Rect2d& box) {
+    motion_ = sure_ = before.motion;
+    recent_ = before.look;
+    lost_ = before.motion.lost();
+    doubts_ = 1;
+    predictUntil_ = lost_ + settings_.predictFrames;
+    takeover_.clear();
+    takenOver_ = true;
+    tracks_.isInstead(before.who, box, sinceCheck_);
+    for (PlaceTrack& track : tracks_.all()) {
+      if (!track.other) born_(track);
+    }
+  }
+
   /// Goes back to where the target was last surely seen, and on from there.
   void beginSearch_() {
+    takeover_.clear();
+    predictUntil_ = settings_.predictFrames;
     lost_ = std::max(1, std::min(sure_.lost(), kRolledBack) - 1);
     if (sure_.lost() <= kRolledBack) {
       motion_ = sure_;
@@ -271,7 +314,8 @@ class Guard::Impl {
     const CodedView view =
         viewOf(frame, grownBy(box, settings_.othersWithin * diagonal(box)), workScale(size_), palette_);
     const std::vector<Place> places = without_(alike_(findPlaces(view, size_, false, model_, palette_)), box, kTouches);
-    tracks_.update(places, sinceCheck_, true);
+    tracks_.updateBeside(box, places, sinceCheck_);
+    backdrop_.note(frame, sinceCheck_);
     if (tracks_.meets(box)) identity_.meets();
     rivalry_.looked(view.part.area() / (diagonal(box) * diagonal(box)));
     for (const Place& place : places) {
@@ -307,6 +351,10 @@ class Guard::Impl {
     ++lost_;
     if (advice_.back && answer.seen && look.likeness && look.margin >= likeEnough_()) {
       return regained_(answer, look, trackAt_(*answer.box));
+    }
+    if (takenOver_ && lost_ > predictUntil_) {  // the target is not found: it may be in the tracker's box after all
+      takenOver_ = false;
+      if (answer.box) tracks_.forget(*answer.box);
     }
     followPlaces_(placesIn_(frame, answer, look));
     const Likeliest found = likeliest_();
@@ -385,12 +433,12 @@ class Guard::Impl {
   /// The tracker claims to see the target elsewhere, near where it should be, and that looks at least a little like it:
   /// something may be passing in front.
   bool disputed_(const Answer& answer, const Look& look, const cv::Rect2d& find) const {
-    if (!answer.seen || !look.likeness || look.margin < settings_.disputedFrom) return false;
+    if (takenOver_ || !answer.seen || !look.likeness || look.margin < settings_.disputedFrom) return false;
     const cv::Rect2d box(*answer.box);
     return distance(box, motion_.box()) < diagonal(motion_.box()) && (box & find).area() < kElsewhere * find.area();
   }
 
-  /// What looks like the target within reach, the tracker's own box among it.
+  /// What looks like the target within reach, the tracker's own box among it, whether or not it claims to see it.
   std::vector<Place> placesIn_(const cv::Mat& frame, const Answer& answer, const Look& look) {
     const double reach = std::min(6.0, 0.8 + 0.12 * lost_) * diagonal(motion_.box());
     const cv::Point2d c = TargetMotion::centre(motion_.box());
@@ -398,7 +446,7 @@ class Guard::Impl {
                                      2 * reach + size_.width, 2 * reach + size_.height);
     const CodedView view = viewOf(frame, part, workScale(size_), palette_);
     std::vector<Place> places = alike_(findPlaces(view, size_, lost_ > kResizedAfter, model_, palette_));
-    if (!answer.seen || !look.likeness || look.margin < settings_.doubtBelow) return places;
+    if (!look.likeness || look.margin < settings_.doubtBelow) return places;
     const cv::Rect2d box(*answer.box);
     if (distance(box, motion_.box()) > reach) return places;
     places = without_(std::move(places), box, 0.5);
@@ -456,6 +504,7 @@ class Guard::Impl {
     const Verdict verdict = verdict_(State::Agreed, answer.box, true, "the tracker's box shows the target again", look);
     tracks_.targetIsIn(place);
     identity_.again();
+    takenOver_ = false;
     lost_ = 0;
     steady_ = 1.0;
     learn_(look, *answer.box);
@@ -473,17 +522,20 @@ class Guard::Impl {
     tracks_.targetIsIn(track.box);
     identity_.again();
     identity_.meets();
+    takenOver_ = false;
     lost_ = 0;
     steady_ = 1.0;
     return verdict;
   }
 
-  /// For a few frames where the target should be; then what the tracker shows, which nobody vouches for.
+  /// For a few frames where the target should be; then the tracker's own box, which nobody vouches for, unless somebody
+  /// took it along.
   Verdict predicted_(const char* reason, const Answer& answer, const Look& look) const {
-    const bool still = lost_ <= settings_.predictFrames;
+    const bool still = lost_ <= predictUntil_;
     Verdict verdict = verdict_(State::Searching, std::nullopt, false, reason, look);
     if (still) verdict.box = wholePixels(motion_.box());
-    if (!still && answer.seen) verdict.box = answer.box;
+    const bool alike = look.likeness && look.margin >= settings_.disputedFrom;
+    if (!still && !takenOver_ && (answer.seen || alike)) verdict.box = answer.box;
     return verdict;
   }
 
@@ -520,13 +572,17 @@ class Guard::Impl {
   SlowMean usual_{0.02};
   SlowMean around_{0.05};
   int lost_ = 0;
+  int predictUntil_ = 0;  ///< So long lost, where the target should be is reported.
   int learnt_ = 0;
   int sinceCheck_ = 0;
   PlaceTracks tracks_;
   Rivalry rivalry_;
   Identity identity_;
-  TargetMotion sure_;     ///< As of when the target was last seen well.
-  HalfColours recent_{};  ///< What the target has looked like of late.
+  Takeover takeover_;
+  Backdrop backdrop_;
+  bool takenOver_ = false;  ///< The search began with that: what the tracker claims disputes nothing.
+  TargetMotion sure_;       ///< As of when the target was last seen well.
+  HalfColours recent_{};    ///< What the target has looked like of late.
   double steady_ = 1.0;
   int doubts_ = 0;
   Adviser adviser_;

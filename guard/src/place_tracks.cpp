@@ -11,15 +11,16 @@ namespace {
 constexpr std::size_t kMost = 16;
 constexpr int kKeptUnseen = 40;         // frames at most ...
 constexpr int kKeptAtFirst = 3;         // ... and this many, with ...
-constexpr int kKeptPerLook = 2;         // ... so many more for every time that it was found
+constexpr int kKeptPerLook = 4;         // ... so many more for every time that it was found
 constexpr double kStep = 0.3;           // diagonals that one may be from where it should be ...
-constexpr double kStepPerFrame = 0.04;  // ... and more for every frame that it was not seen
+constexpr double kStepPerFrame = 0.02;  // ... and more for every frame that it was not seen
 constexpr double kUnlike = 1.5;         // diagonals that colours with nothing in common weigh
 constexpr double kDamping = 0.97;       // of the speed of one that is not seen, a frame
 constexpr double kFirstSpeed = 1.0;     // share of a new speed, the first time ...
 constexpr double kNextSpeed = 0.35;     // ... and later
 constexpr float kLookRate = 0.2F;
-constexpr int kLikenessOf = 6;  // looks
+constexpr int kLikenessOf = 6;   // looks
+constexpr double kHidden = 0.3;  // share of the smaller box that the target hides
 
 constexpr int kKnownLooks = 2;  // from which a track is one
 constexpr int kMomentAgo = 12;  // frames
@@ -83,13 +84,14 @@ double PlaceTracks::unfoundOthersAt(const Place& place) const {
 }
 
 void PlaceTracks::match_(const std::vector<Place>& places, const std::vector<double>& own,
-                         const std::vector<double>& alike, std::vector<bool>& taken) {
+                         const std::vector<double>& alike, const cv::Rect2d& hides, std::vector<bool>& taken) {
   struct Pair {
     double cost;
     std::size_t track, place;
   };
   std::vector<Pair> pairs;
   for (std::size_t i = 0; i < all_.size(); ++i) {
+    if ((all_[i].box & hides).area() > kHidden * std::min(all_[i].box.area(), hides.area())) continue;
     for (std::size_t j = 0; j < places.size(); ++j) {
       const double far = distanceOf(all_[i].box, places[j].box);
       if (far > kStep + kStepPerFrame * all_[i].unseen) continue;
@@ -122,6 +124,15 @@ bool PlaceTracks::roomFor_() {
 
 void PlaceTracks::update(const std::vector<Place>& places, int frames, bool other, const std::vector<double>& own,
                          const std::vector<double>& alike) {
+  update_(places, frames, other, own, alike, {});
+}
+
+void PlaceTracks::updateBeside(const cv::Rect2d& target, const std::vector<Place>& places, int frames) {
+  update_(places, frames, true, {}, {}, target);
+}
+
+void PlaceTracks::update_(const std::vector<Place>& places, int frames, bool other, const std::vector<double>& own,
+                          const std::vector<double>& alike, const cv::Rect2d& hides) {
   for (PlaceTrack& track : all_) {
     track.found = false;
     track.unseen += frames;
@@ -130,7 +141,7 @@ void PlaceTracks::update(const std::vector<Place>& places, int frames, bool othe
     if (track.unseen > frames) track.velocity *= std::pow(kDamping, frames);
   }
   std::vector<bool> taken(places.size(), false);
-  match_(places, own, alike, taken);
+  match_(places, own, alike, hides, taken);
   const auto forgotten = [](const PlaceTrack& track) {
     return track.unseen > std::min(kKeptUnseen, kKeptAtFirst + kKeptPerLook * track.looks);
   };
@@ -139,6 +150,18 @@ void PlaceTracks::update(const std::vector<Place>& places, int frames, bool othe
     if (taken[j] || !roomFor_()) continue;
     all_.push_back(trackFrom(places[j], other));
   }
+}
+
+void PlaceTracks::isInstead(std::size_t who, const cv::Rect2d& box, int behind) {
+  PlaceTrack& one = all_.at(who);
+  for (PlaceTrack& track : all_) track.other = track.other && track.age >= one.unseen;
+  one.box = box - one.velocity * static_cast<double>(behind);
+  one.unseen = 0;
+}
+
+void PlaceTracks::forget(const cv::Rect2d& box) {
+  const auto inside = [&box](const PlaceTrack& track) { return (track.box & box).area() > kHidden * box.area(); };
+  all_.erase(std::remove_if(all_.begin(), all_.end(), inside), all_.end());
 }
 
 bool PlaceTracks::meets(const cv::Rect2d& box) const {

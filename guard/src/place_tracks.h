@@ -48,6 +48,18 @@ class PlaceTracks {
   void update(const std::vector<Place>& places, int frames, bool other, const std::vector<double>& own = {},
               const std::vector<double>& alike = {});
 
+  /// The same while the target is in this box: all places are somebody else's. Who should be in the box as well is
+  /// hidden and not found beside it.
+  void updateBeside(const cv::Rect2d& target, const std::vector<Place>& places, int frames);
+
+  /// One of them, by its number in all(), turns out to be in this box, and the target is not: what was first found
+  /// since he was last found may be the target.
+  /// @param behind  frames that all() is behind the box
+  void isInstead(std::size_t who, const cv::Rect2d& box, int behind);
+
+  /// Nothing is known any more of who is in this box.
+  void forget(const cv::Rect2d& box);
+
   /// The densities of all others that were not found in the last look, added up.
   double unfoundOthersAt(const Place& place) const;
 
@@ -61,7 +73,9 @@ class PlaceTracks {
 
  private:
   void match_(const std::vector<Place>& places, const std::vector<double>& own, const std::vector<double>& alike,
-              std::vector<bool>& taken);
+              const cv::Rect2d& hides, std::vector<bool>& taken);
+  void update_(const std::vector<Place>& places, int frames, bool other, const std::vector<double>& own,
+               const std::vector<double>& alike, const cv::Rect2d& hides);
   bool roomFor_();
   std::vector<PlaceTrack> all_;
 };

@@ -28,10 +28,10 @@ class TargetMotion {
   /// The target is in this box, but how it moves is not to be learnt from that.
   void stay(const cv::Rect2d& box) { box_ = box; }
 
-  /// One frame without the target: on with its last speed, less every frame.
-  void miss() {
+  /// One frame without the target: on with its last speed, of which this share is left every frame.
+  void miss(double left = kDamping) {
     ++lost_;
-    damping_ *= kDamping;
+    damping_ *= left;
     box_ += velocity_ * damping_;
   }
 

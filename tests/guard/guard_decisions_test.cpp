@@ -154,7 +154,20 @@ TEST_F(GuardTest, ReportsTheTrackersOwnBoxAsAPredictionWhileItSearches) {
   EXPECT_EQ(verdict.box, stuck);
   EXPECT_FALSE(verdict.seen);
   judge({stuck, false});
-  EXPECT_FALSE(verdict.box.has_value()) << "the tracker does not claim it either";
+  EXPECT_FALSE(verdict.box.has_value()) << "the tracker does not claim it either, and it looks like the ground";
+}
+
+TEST_F(GuardTest, StartsATrackerOverOnItsOwnBoxThatItNoLongerClaims) {
+  drawOther = true;
+  otherClothes = kRedBlue;
+  int frames = 0;
+  do {
+    walk();
+    other = person + cv::Point(40, 0);
+    judge({person + cv::Point(3, 2), false});
+  } while (!verdict.restart && ++frames < 60);
+  ASSERT_TRUE(verdict.restart) << verdict.reason;
+  EXPECT_EQ(verdict.box, person + cv::Point(3, 2)) << "the box itself, rather than a place near it";
 }
 
 TEST_F(GuardTest, AFindThatIsLessSureMustHoldForLonger) {
@@ -196,6 +209,18 @@ class DisputedGuardTest : public GuardTest {
     return -1;
   }
 };
+
+TEST_F(GuardTest, PassesOnAsAPredictionWhatLooksALittleLikeTheTargetAndIsNotClaimed) {
+  for (int i = 0; i < 20; ++i) {
+    walk();
+    cv::Mat picture = frame();
+    cv::rectangle(picture, cv::Rect(person.x, person.y + 30, person.width, 30), cv::Scalar(60, 160, 50), cv::FILLED);
+    verdict = guard.judge(picture, {person, false});
+  }
+  EXPECT_EQ(verdict.state, State::Searching);
+  EXPECT_EQ(verdict.box, person);
+  EXPECT_FALSE(verdict.seen);
+}
 
 TEST_F(DisputedGuardTest, TakesTheOtherSoonWhereTheTrackerClaimsNothing) {
   const int frames = framesToTheOther(false, 60);
@@ -253,6 +278,75 @@ TEST_F(GuardTest, AfterAMeetingDoubtsSoonerATrackerThatWentOnWithTheOther) {
   } while (judge({there, true}).seen && frames < 30);
   EXPECT_LT(frames, 8) << "what boxes showed before they met says nothing any more";
 }
+
+/// Somebody in the same clothes comes towards the target, so many pixels a frame, and passes it.
+class TakeoverGuardTest : public GuardTest, public testing::WithParamInterface<int> {
+ protected:
+  void SetUp() override {
+    GuardTest::SetUp();
+    drawOther = true;
+    otherClothes = kRedBlue;
+    other = personAt(person.x + 24 + 14 * (2 + GetParam()), person.y);
+    while (other.x > person.x + 20) {
+      other.x -= GetParam();
+      ASSERT_EQ(judge({walk(), true}).state, State::Agreed) << verdict.reason;
+    }
+  }
+  const Verdict& step(bool onTheOther) {
+    other.x -= GetParam();
+    walk();
+    judge({onTheOther ? other : person, true});
+    return verdict;
+  }
+};
+
+TEST_P(TakeoverGuardTest, FindsTheTargetAgainThatTheTrackerLeftForSomebodyAlike) {
+  int frames = 0;
+  while (step(true).state == State::Agreed && frames < 40) ++frames;
+  EXPECT_EQ(verdict.state, State::Searching) << "after " << frames;
+  EXPECT_STREQ(verdict.reason, "lost: the tracker's box goes where somebody else was going");
+  EXPECT_FALSE(verdict.seen);
+  EXPECT_GT(overlapOf(verdict.box.value(), person), 0.25) << "predicted where the target was going";
+  for (int i = 0; i < 12 && !verdict.restart; ++i) step(true);
+  ASSERT_TRUE(verdict.restart) << verdict.reason;
+  EXPECT_GT(overlapOf(*verdict.box, person), 0.5);
+}
+
+TEST_P(TakeoverGuardTest, DoesNotHeedWhatTheTrackerClaimsThatWasTakenAlong) {
+  int frames = 0;
+  while (step(true).state == State::Agreed && frames < 40) ++frames;
+  ASSERT_EQ(verdict.state, State::Searching);
+  person.x = other.x + 50;  // within a diagonal, where the tracker's word would count
+  for (int i = 0; i < 12 && !verdict.restart; ++i) judge({other, true});
+  ASSERT_TRUE(verdict.restart) << verdict.reason;
+  EXPECT_GT(overlapOf(*verdict.box, person), 0.5);
+}
+
+TEST_P(TakeoverGuardTest, ReturnsToTheTrackersBoxWhereTheTargetIsNotFound) {
+  int frames = 0;
+  while (step(true).state == State::Agreed && frames < 40) ++frames;
+  ASSERT_EQ(verdict.state, State::Searching);
+  visible = false;
+  frames = 0;
+  while (!judge({other, true}).seen && frames < 60) ++frames;
+  EXPECT_GE(frames, 8) << "the target may be hidden for a moment";
+  EXPECT_LT(frames, 40) << verdict.reason;
+  EXPECT_GT(overlapOf(verdict.box.value(), other), 0.5);
+}
+
+TEST_P(TakeoverGuardTest, SaysNothingOfItWhileTheCameraTurns) {
+  const cv::Mat wide = groundOf({1600, 360});
+  for (int i = 1; i < 30; ++i) {
+    ground = wide(cv::Rect(std::min(960, 12 * i), 0, 640, 360));
+    ASSERT_NE(step(true).state, State::Searching) << "where anybody goes in the picture, the camera says";
+  }
+}
+
+TEST_P(TakeoverGuardTest, StaysWithATrackerThatStaysOnTheTarget) {
+  for (int i = 0; i < 40; ++i) ASSERT_EQ(step(false).state, State::Agreed) << verdict.reason << ", frame " << i;
+}
+
+INSTANTIATE_TEST_SUITE_P(Speeds, TakeoverGuardTest, testing::Values(4, 6));
 
 TEST_F(GuardTest, BelievesAFindLessThatLooksLikeSomebodyKnown) {
   drawOther = true;

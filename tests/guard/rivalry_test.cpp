@@ -131,6 +131,32 @@ TEST(PlaceTracks, OneThatIsKnownMeetsTheTargetWhenItShouldBeInAPartOfItsBox) {
   EXPECT_FALSE(tracks.meets(box)) << "who knows where it is by now";
 }
 
+TEST(PlaceTracks, WhoShouldBeInTheTargetsBoxIsHiddenAndNotFoundBesideIt) {
+  for (const int target : {101, 130}) {
+    csrt_guard::PlaceTracks tracks;
+    for (int i = 0; i < 3; ++i) tracks.updateBeside(cv::Rect2d(300, 100, 20, 50), {placeOf(0, 101)}, 1);
+    tracks.updateBeside(cv::Rect2d(target, 100, 20, 50), {placeOf(0, 108)}, 3);
+    const bool hidden = target == 101;
+    ASSERT_EQ(tracks.all().size(), hidden ? 2U : 1U) << target;
+    EXPECT_EQ(tracks.all().front().found, !hidden) << target;
+    EXPECT_TRUE(tracks.all().back().other);
+  }
+}
+
+TEST(PlaceTracks, WhereSomebodyIsInsteadOfTheTargetItMayBeWhatTurnedUpSince) {
+  csrt_guard::PlaceTracks tracks;
+  for (int i = 0; i < 3; ++i) tracks.update({placeOf(0, 100), placeOf(1, 300)}, 3, true);
+  tracks.update({placeOf(1, 300)}, 3, true);                   // the first is hidden
+  tracks.update({placeOf(1, 300), placeOf(0, 160)}, 3, true);  // and something turns up
+  tracks.isInstead(0, cv::Rect2d(110, 100, 20, 50), 2);
+  ASSERT_EQ(tracks.all().size(), 3U);
+  EXPECT_TRUE(tracks.all()[0].other);
+  EXPECT_EQ(tracks.all()[0].unseen, 0);
+  EXPECT_NEAR(tracks.all()[0].box.x, 110, 1) << "stood still";
+  EXPECT_TRUE(tracks.all()[1].other) << "was seen beside the target";
+  EXPECT_FALSE(tracks.all()[2].other);
+}
+
 TEST(PlaceTracks, WhereAllAreTakenWhoWasNotFoundForLongestMakesRoom) {
   csrt_guard::PlaceTracks tracks;
   std::vector<csrt_guard::Place> many;

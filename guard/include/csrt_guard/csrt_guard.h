@@ -80,6 +80,7 @@ struct Settings {
   double learnRate = 0.02;    ///< was seen, later at this rate; 0: only the first picture counts.
   int checkEvery = 3;         ///< Every so many frames what else looks like the target is remembered; 0: never.
   double othersWithin = 2.5;  ///< How far from the target that is looked for, in its diagonals.
+  int takeoverFrames = 4;     ///< Frames in a row in which a box must go where somebody else was going; 0: never.
   double vouchedFrom = 0.15;  ///< Instead of doubtBelow, where the second opinion goes along with a box.
   double minContrast = 0.08;  ///< Usual likeness less that of the surroundings from which the guard can judge.
 };
