@@ -16,7 +16,7 @@ class Backdrop {
 
   /// How far what stands still has moved in the picture since that many frames before the last note, full-frame pixels,
   /// in steps of a 96th of the frame: where the pictures differ least, at most a tenth of a side. Empty: it cannot be
-  /// told.
+  /// told. Takes about a millisecond.
   std::optional<cv::Point2d> movedSince(int frames) const;
 
  private:

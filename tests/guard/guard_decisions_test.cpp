@@ -298,12 +298,16 @@ class TakeoverGuardTest : public GuardTest, public testing::WithParamInterface<i
     judge({onTheOther ? other : person, true});
     return verdict;
   }
+  /// The tracker goes with the other until the guard notices it.
+  void goWithTheOther() {
+    int frames = 0;
+    while (step(true).state == State::Agreed && frames < 40) ++frames;
+    ASSERT_EQ(verdict.state, State::Searching) << "after " << frames;
+  }
 };
 
 TEST_P(TakeoverGuardTest, FindsTheTargetAgainThatTheTrackerLeftForSomebodyAlike) {
-  int frames = 0;
-  while (step(true).state == State::Agreed && frames < 40) ++frames;
-  EXPECT_EQ(verdict.state, State::Searching) << "after " << frames;
+  ASSERT_NO_FATAL_FAILURE(goWithTheOther());
   EXPECT_STREQ(verdict.reason, "lost: the tracker's box goes where somebody else was going");
   EXPECT_FALSE(verdict.seen);
   EXPECT_GT(overlapOf(verdict.box.value(), person), 0.25) << "predicted where the target was going";
@@ -313,9 +317,7 @@ TEST_P(TakeoverGuardTest, FindsTheTargetAgainThatTheTrackerLeftForSomebodyAlike)
 }
 
 TEST_P(TakeoverGuardTest, DoesNotHeedWhatTheTrackerClaimsThatWasTakenAlong) {
-  int frames = 0;
-  while (step(true).state == State::Agreed && frames < 40) ++frames;
-  ASSERT_EQ(verdict.state, State::Searching);
+  ASSERT_NO_FATAL_FAILURE(goWithTheOther());
   person.x = other.x + 50;  // within a diagonal, where the tracker's word would count
   for (int i = 0; i < 12 && !verdict.restart; ++i) judge({other, true});
   ASSERT_TRUE(verdict.restart) << verdict.reason;
@@ -323,11 +325,9 @@ TEST_P(TakeoverGuardTest, DoesNotHeedWhatTheTrackerClaimsThatWasTakenAlong) {
 }
 
 TEST_P(TakeoverGuardTest, ReturnsToTheTrackersBoxWhereTheTargetIsNotFound) {
-  int frames = 0;
-  while (step(true).state == State::Agreed && frames < 40) ++frames;
-  ASSERT_EQ(verdict.state, State::Searching);
+  ASSERT_NO_FATAL_FAILURE(goWithTheOther());
   visible = false;
-  frames = 0;
+  int frames = 0;
   while (!judge({other, true}).seen && frames < 60) ++frames;
   EXPECT_GE(frames, 8) << "the target may be hidden for a moment";
   EXPECT_LT(frames, 40) << verdict.reason;

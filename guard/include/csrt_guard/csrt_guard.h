@@ -72,9 +72,10 @@ struct Settings {
   double sure = 0.95;          ///< ... but from this likelihood on ...
   int sureFrames = 2;          ///< ... so many.
   int disputedFrames = 25;     ///< But so many where the tracker claims to see the target near where it should be ...
-  double disputedFrom = 0.25;  ///< ... with this margin or more.
-  int predictFrames =
-      10;  ///< A lost target is predicted for so many frames; then the tracker's own box is reported, not seen.
+  double disputedFrom = 0.25;  ///< ... with this margin or more: it looks at least a little like the target.
+  /// A lost target is predicted for so many frames; then the tracker's own box is reported, not seen, if the tracker
+  /// claims it or it looks at least a little like the target.
+  int predictFrames = 10;
   double usualFrom = 0.85;    ///< A box of this margin teaches what likeness is usual ...
   double learnFrom = 0.75;    ///< ... and one of this what the target looks like in the long run: the mean of all that
   double learnRate = 0.02;    ///< was seen, later at this rate; 0: only the first picture counts.
