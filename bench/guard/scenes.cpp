@@ -14,19 +14,31 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
+/// How often the guard started the tracker over.
+class Restarts : public host::sim::SimulationObserver {
+ public:
+  using SimulationObserver::SimulationObserver;
+  long count() const { return count_; }
+
+ private:
+  void seen(const host::sim::SimulatedFrame& frame) override {
+    if (frame.record.guard && frame.record.guard->verdict.restart) ++count_;
+  }
+  long count_ = 0;
+};
+
 /// Runs one scene and prints its line. @return the line as JSON
 Json runScene(const std::string& scene, host::PluginLibrary& library, const std::string& guard,
               const host::GuardChoice& choice) {
   const host::sim::Scenario scenario = host::sim::loadScenario(scene);
   host::sim::SimulatedCamera camera(scenario);
   host::sim::SimulationTally tally(camera);
-  host::sim::simulate(camera, library, {host::Pace::Video, choice}, {&tally});
+  Restarts restarts(camera);
+  host::sim::simulate(camera, library, {host::Pace::Video, choice}, {&tally, &restarts});
   const host::sim::SimulationTotals totals = tally.totals();
   const host::sim::Honesty& h = totals.honesty;
-  const auto found = totals.states.find(host::TrackState::Reacquired);
-  const long over = found == totals.states.end() ? 0 : found->second;
   std::printf("| %s | %s | %s | %ld | %.2f %% | %ld | %.2f %% | %ld |\n", scene.c_str(), library.engine().c_str(),
-              guard.c_str(), h.frames, 100.0 * h.rightShare(), h.claims, 100.0 * h.wrongClaimShare(), over);
+              guard.c_str(), h.frames, 100.0 * h.rightShare(), h.claims, 100.0 * h.wrongClaimShare(), restarts.count());
   std::fflush(stdout);
   return {{"scene", scene},
           {"engine", library.engine()},
@@ -35,7 +47,7 @@ Json runScene(const std::string& scene, host::PluginLibrary& library, const std:
           {"state_right", h.rightShare()},
           {"claims", h.claims},
           {"wrong_claims", h.wrongClaims},
-          {"starts_over", over}};
+          {"starts_over", restarts.count()}};
 }
 
 }  // namespace

@@ -109,7 +109,7 @@ class Guard::Impl {
     usual_.start(0.9, 2);
     around_.start(0.3, 0);
     lookAround_(view, box);
-    lost_ = doubts_ = learnt_ = sinceCheck_ = 0;
+    lost_ = doubts_ = learnt_ = sinceCheck_ = trial_ = 0;
     steady_ = 1.0;
     sure_ = motion_;
     tracks_.clear();
@@ -256,6 +256,7 @@ class Guard::Impl {
       ++sinceCheck_;
       learn_(look, *answer.box);
       if (look.margin >= settings_.sureFrom) lookForOthers_(frame, *answer.box);
+      if (trial_ > 0) return onTrial_(*answer.box, look);
       return verdict_(State::Agreed, answer.box, true, "the tracker's box shows the target", look);
     }
     sure_.miss();
@@ -266,6 +267,14 @@ class Guard::Impl {
     }
     beginSearch_();
     return search_(frame, answer, look);
+  }
+
+  /// The tracker's box shows what was found, but who that is still has to show.
+  Verdict onTrial_(const cv::Rect& box, const Look& look) {
+    --trial_;
+    Verdict verdict = verdict_(State::Reacquired, box, false, "on trial: likely the target", look);
+    verdict.belief = trialBelief_;
+    return verdict;
   }
 
   /// The target before somebody took the tracker along; empty: nobody did, as it seems.
@@ -285,6 +294,7 @@ class Guard::Impl {
     motion_ = sure_ = before.motion;
     recent_ = before.look;
     lost_ = before.motion.lost();
+    trial_ = 0;
     doubts_ = 1;
     predictUntil_ = lost_ + settings_.predictFrames;
     takeover_.clear();
@@ -298,6 +308,7 @@ class Guard::Impl {
   /// Goes back to where the target was last surely seen, and on from there.
   void beginSearch_() {
     takeover_.clear();
+    trial_ = 0;
     predictUntil_ = settings_.predictFrames;
     lost_ = std::max(1, std::min(sure_.lost(), kRolledBack) - 1);
     if (sure_.lost() <= kRolledBack) {
@@ -512,7 +523,9 @@ class Guard::Impl {
 
   Verdict reacquire_(PlaceTrack track, double belief, const Look& look, const std::optional<Opinion>& confirmed) {
     const cv::Rect2d box = confirmed ? cv::Rect2d(confirmed->box) : track.box;
-    Verdict verdict = verdict_(State::Reacquired, wholePixels(box), true, "found: likely the target", look);
+    trial_ = confirmed || belief >= settings_.provenFrom ? 0 : settings_.trialFrames;
+    trialBelief_ = belief;
+    Verdict verdict = verdict_(State::Reacquired, wholePixels(box), trial_ == 0, "found: likely the target", look);
     verdict.restart = true;
     verdict.likeness = track.likeness;
     verdict.belief = belief;
@@ -574,6 +587,8 @@ class Guard::Impl {
   int predictUntil_ = 0;  ///< So long lost, where the target should be is reported.
   int learnt_ = 0;
   int sinceCheck_ = 0;
+  int trial_ = 0;  ///< Frames for which what was found must still be agreed on to be called seen.
+  double trialBelief_ = 0.0;
   PlaceTracks tracks_;
   Rivalry rivalry_;
   Identity identity_;

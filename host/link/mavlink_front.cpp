@@ -391,15 +391,16 @@ void MavlinkFront::conclude_(CallRecord& record, const SourceFrame& frame) {
   record.gimbal->state = gimbalState_();
 }
 
-/// Controller, delay and place learn where the target was seen; the record learns where the gimbal looked.
+/// Controller, delay and place learn where the target was seen, the controller also where it was likely found; the record
+/// learns where the gimbal looked.
 void MavlinkFront::follow_(CallRecord& record, double captured_s) {
   const std::optional<gimbal::PanTilt> angles = angles_.at(captured_s + delay_.applied_s());
   if (angles) record.gimbal->pan_deg = gimbal::wrapped(angles->pan);
   if (angles) record.gimbal->tilt_deg = angles->tilt;
   std::optional<GroundReport> report;
+  if (isWorthFollowing(record)) controller_.seen(captured_s, offOf(*record.box, camera_.description()));
   if (isSeen(record)) {
     const gimbal::PanTilt off = offOf(*record.box, camera_.description());
-    controller_.seen(captured_s, off);
     delay_.seen(captured_s, off);
     if (calibration_) calibration_->seen(captured_s, off);
     if (options_.camera.knowsGround) {

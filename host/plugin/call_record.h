@@ -73,6 +73,11 @@ inline bool isSeen(const CallRecord& record) {
   return record.box.has_value() && record.framesSinceSeen == 0;
 }
 
+/// Whether a camera should go after the record's box: it is seen, or a find of the guard's that is on trial. Pure.
+inline bool isWorthFollowing(const CallRecord& record) {
+  return isSeen(record) || (record.box.has_value() && record.state == TrackState::Reacquired);
+}
+
 /// Members keep the plug-in's order. NaN and infinite numbers become null.
 nlohmann::ordered_json toJson(const AlgoValue& value);
 

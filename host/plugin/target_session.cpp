@@ -137,7 +137,7 @@ void TargetSession::watch_(CallRecord& record, CallFacts& facts, const Frame& fr
       break;
     case csrt_guard::State::Reacquired:
       facts.box = note.verdict.box;
-      startOver_(record, facts, frame);
+      takeFind_(record, facts, frame, note.verdict);
       break;
   }
   facts.reason = facts.reason.empty() && note.verdict.framesLost > 0 ? note.verdict.reason : facts.reason;
@@ -153,8 +153,18 @@ std::vector<AlgoOutput> TargetSession::initWithoutPointing_(const Frame& frame, 
   return outputs;
 }
 
-/// Starts the plug-in over on the facts' box.
-void TargetSession::startOver_(CallRecord& record, CallFacts& facts, const Frame& frame) {
+/// Starts the plug-in over on what was found in this frame, or follows what was found in an earlier one on trial.
+void TargetSession::takeFind_(CallRecord& record, CallFacts& facts, const Frame& frame,
+                              const csrt_guard::Verdict& verdict) {
+  const BoxFrom from = verdict.restart ? BoxFrom::Guard : facts.boxFrom;
+  if (verdict.restart && !startOver_(record, facts, frame)) return;
+  believeNothing(facts, TrackState::Reacquired);
+  facts.boxFrom = from;
+  facts.seen = verdict.seen;
+}
+
+/// Starts the plug-in over on the facts' box. @return whether it took it; else the box is a prediction
+bool TargetSession::startOver_(CallRecord& record, CallFacts& facts, const Frame& frame) {
   CallRecord start = begin_({record.frame, record.time_s}, true);
   const cv::Rect& box = *facts.box;
   const std::string thrown = timedCall_(start, [&] {
@@ -163,10 +173,7 @@ void TargetSession::startOver_(CallRecord& record, CallFacts& facts, const Frame
   record.update_ms += start.update_ms;
   record.log.insert(record.log.end(), start.log.begin(), start.log.end());
   believeNothing(facts, TrackState::Predicted);
-  if (!start.started || !thrown.empty()) return;
-  facts.state = TrackState::Reacquired;
-  facts.boxFrom = BoxFrom::Guard;
-  facts.seen = true;
+  return start.started && thrown.empty();
 }
 
 CallRecord TargetSession::begin_(const FramePlace& place, bool isInit) const {

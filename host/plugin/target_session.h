@@ -60,7 +60,8 @@ class TargetSession {
   CallRecord begin_(const FramePlace& place, bool isInit) const;
   void watch_(CallRecord& record, CallFacts& facts, const Frame& frame);
   std::vector<AlgoOutput> initWithoutPointing_(const Frame& frame, const BBox& box, bool& started);
-  void startOver_(CallRecord& record, CallFacts& facts, const Frame& frame);
+  void takeFind_(CallRecord& record, CallFacts& facts, const Frame& frame, const csrt_guard::Verdict& verdict);
+  bool startOver_(CallRecord& record, CallFacts& facts, const Frame& frame);
   void take_(CallRecord& record, const CallFacts& facts);
 
   std::shared_ptr<IAlgoPlugin> plugin_;

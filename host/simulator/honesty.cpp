@@ -57,7 +57,8 @@ const char* faultOf(const HonestyFrame& frame, const Sides& sides) {
   }
   if (!maySee) return mayMiss ? "claims a target that cannot be seen" : "does not wait while the camera turns";
   const bool inView = frame.shown == Shown::Target || frame.shown == Shown::Partly;
-  if (inView && frame.seen && frame.overlap < Honesty::kOnTarget) return "claims something beside the target";
+  const bool says = frame.seen || frame.state == TrackState::Reacquired;  // a find says so on trial, too
+  if (inView && says && frame.overlap < Honesty::kOnTarget) return "claims something beside the target";
   return nullptr;
 }
 

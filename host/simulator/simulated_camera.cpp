@@ -34,8 +34,8 @@ GimbalOrder Operator::orderAfter(const CallRecord& record, const ocula::OculaPic
     following_s_ = record.time_s;
   }
   if (phase_ == HostPhase::Pointing && asked_) return {true, *asked_};
-  // Only a box that was seen in this frame: chasing predictions would drive the camera away from where it was lost.
-  const std::optional<cv::Rect2d> box = isSeen(record) ? std::optional<cv::Rect2d>(*record.box) : std::nullopt;
+  // Not a prediction: chasing one would drive the camera away from where the target was lost.
+  const std::optional<cv::Rect2d> box = isWorthFollowing(record) ? std::optional<cv::Rect2d>(*record.box) : std::nullopt;
   return {false, pilot_.rates({record.time_s, now_s, box, readAngles(metadata), hfov})};
 }
 

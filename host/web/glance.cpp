@@ -48,6 +48,7 @@ void Glance::take(const CallRecord& record, double now) {
   unseenS_ = record.secondsSinceSeen;
   if (record.noSignal) return become_(Standing::NoSignal, now);
   if (isSearch(record)) searchedAt_ = now;
+  onTrial_ = record.state == TrackState::Reacquired && !isSeen(record);
   switch (record.state) {
     case TrackState::Waiting:
       return become_(Standing::Waiting, now);
@@ -59,7 +60,7 @@ void Glance::take(const CallRecord& record, double now) {
       why_.clear();
       refused_ = false;
       searchedAt_ = -1e9;
-      return become_(Standing::Tracked, now);
+      return become_(onTrial_ ? Standing::Predicted : Standing::Tracked, now);
     case TrackState::Predicted:
       return become_(now - searchedAt_ < kSearchShows_s ? Standing::Searching : Standing::Predicted, now);
     case TrackState::Lost:
@@ -88,7 +89,7 @@ std::string Glance::words() const {
     case Standing::Tracked:
       return "Tracked";
     case Standing::Predicted:
-      return "Predicted, " + unseen;
+      return (onTrial_ ? "Likely found, " : "Predicted, ") + unseen;
     case Standing::Searching:
       return "Searching, " + unseen;
     case Standing::Lost:

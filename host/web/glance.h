@@ -13,7 +13,7 @@ enum class Standing {
   Idle,       ///< Nothing is followed.
   Waiting,    ///< The camera is being pointed first.
   Tracked,    ///< Seen in this frame.
-  Predicted,  ///< Not seen; the box is moved on by the last motion.
+  Predicted,  ///< Not seen; the box is moved on by the last motion, or is a find on trial.
   Searching,  ///< Not seen, and looked for in the whole picture.
   Lost,       ///< Given up, or never started.
   NoSignal    ///< No picture comes.
@@ -46,6 +46,7 @@ class Glance {
   double searchedAt_ = -1e9;
   std::optional<double> unseenS_;
   std::string why_;
+  bool onTrial_ = false;  ///< The guard found something of late that may be it.
   bool refused_ = false;
 };
 

@@ -192,6 +192,90 @@ TEST_F(GuardTest, AFindThatIsLessSureMustHoldForLonger) {
   EXPECT_LT(restartAfter(300), 60) << "alone, it is taken in the end";
 }
 
+/// The target comes back so far from where it should be that a find of it is not sure.
+class TrialTest : public GuardTest {
+ protected:
+  void findUnsure() {
+    visible = false;
+    ASSERT_EQ(framesToRestart(20), -1);
+    visible = true;
+    person.x += 200;
+    ASSERT_GT(framesToRestart(60), 0) << verdict.reason;
+    ASSERT_EQ(verdict.state, State::Reacquired);
+    ASSERT_LT(verdict.belief.value(), settings.provenFrom);
+    belief = verdict.belief.value();
+  }
+  /// Frames from now on in which the tracker's box is on the target and the find is on trial.
+  int framesOnTrial() {
+    for (int i = 0; i < 60; ++i) {
+      judge({person, true});
+      if (verdict.seen) return i;
+      EXPECT_EQ(verdict.state, State::Reacquired) << i;
+      EXPECT_EQ(verdict.box, person) << i;
+      EXPECT_FALSE(verdict.restart) << i;
+      EXPECT_EQ(verdict.belief, belief) << i;
+    }
+    return 60;
+  }
+
+  csrt_guard::Settings settings;
+  double belief = 0.0;
+};
+
+TEST_F(TrialTest, AFindThatIsNotSureIsOnTrialUntilItWasAgreedOnForLong) {
+  findUnsure();
+  EXPECT_FALSE(verdict.seen);
+  EXPECT_EQ(framesOnTrial(), settings.trialFrames);
+  EXPECT_EQ(verdict.state, State::Agreed);
+  judge({walk(), true});
+  EXPECT_TRUE(verdict.seen) << "the trial is over for good";
+}
+
+TEST_F(TrialTest, ASureFindIsSeenAtOnce) {
+  ASSERT_GT(framesToRestart(10), 0) << "it was there all the time";
+  EXPECT_GE(verdict.belief.value(), settings.provenFrom);
+  EXPECT_TRUE(verdict.seen);
+  judge({person, true});
+  EXPECT_EQ(verdict.state, State::Agreed);
+  EXPECT_TRUE(verdict.seen);
+}
+
+TEST_F(TrialTest, DoubtfulFramesDoNotCount) {
+  findUnsure();
+  for (int i = 0; i < 5; ++i) judge({person, true});
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(judge({personAt(20, 20), true}).state, State::Doubted);
+  EXPECT_EQ(framesOnTrial(), settings.trialFrames - 5);
+}
+
+TEST_F(TrialTest, EndsWithALoss) {
+  findUnsure();
+  for (int i = 0; i < settings.doubtFrames; ++i) judge({personAt(20, 20), true});
+  ASSERT_EQ(verdict.state, State::Searching);
+  int frames = 0;
+  while (!judge({person, true}).seen && frames < 10) ++frames;
+  EXPECT_LT(frames, 10) << "the tracker itself is on the target again";
+  EXPECT_EQ(judge({person, true}).state, State::Agreed);
+}
+
+TEST_F(TrialTest, EndsWithANewStart) {
+  findUnsure();
+  ASSERT_TRUE(guard.start(frame(), person));
+  judge({person, true});
+  EXPECT_EQ(verdict.state, State::Agreed);
+  EXPECT_TRUE(verdict.seen);
+}
+
+TEST_F(TrialTest, ThereIsNoneOfNoFrames) {
+  settings.trialFrames = 0;
+  guard = Guard(settings);
+  SetUp();
+  findUnsure();
+  EXPECT_TRUE(verdict.seen);
+  judge({person, true});
+  EXPECT_EQ(verdict.state, State::Agreed);
+  EXPECT_TRUE(verdict.seen);
+}
+
 /// Something hides a part of the target and stays, while somebody dressed alike turns up beside it.
 class DisputedGuardTest : public GuardTest {
  protected:

@@ -33,8 +33,10 @@ enum class State {
   Unguarded,  ///< Nothing can be judged (not started, no picture, a target like its surroundings): passed on as it is.
   Agreed,     ///< The tracker's box shows the target.
   Doubted,  ///< The tracker's box no longer looks like the target, or it has none: for a few frames this is waited out.
-  Searching,   ///< The target is lost and looked for; a box is a prediction.
-  Reacquired,  ///< Something that looks like the target was found: start the tracker there. Likely, never certain.
+  Searching,  ///< The target is lost and looked for; a box is a prediction.
+  /// Something that looks like the target was found, and the tracker is started there. Likely, never certain: a find
+  /// that is not `seen` is on trial, worth following, not to be counted on; it stays in this state until that is over.
+  Reacquired,
 };
 
 /// "unguarded", "agreed", ...
@@ -73,6 +75,8 @@ struct Settings {
   int sureFrames = 2;          ///< ... so many.
   int disputedFrames = 25;     ///< But so many where the tracker claims to see the target near where it should be ...
   double disputedFrom = 0.25;  ///< ... with this margin or more: it looks at least a little like the target.
+  double provenFrom = 0.99;    ///< A find that is less likely than this is on trial, not called seen, ...
+  int trialFrames = 15;        ///< ... until the guard has agreed with the tracker in so many frames; 0: never.
   /// A lost target is predicted for so many frames; then the tracker's own box is reported, not seen, if the tracker
   /// claims it or it looks at least a little like the target.
   int predictFrames = 10;

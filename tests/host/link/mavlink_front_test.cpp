@@ -146,6 +146,22 @@ class MavlinkFrontTest : public ::testing::Test {
     commands_ = front_->takeCommands();
     return records.front();
   }
+  /// The vehicle's gimbal answers until the front, which has a target, has found it and is in control.
+  void haveGimbal() {
+    CallRecord start = seenAt({310, 150, 20, 20});
+    start.isInit = start.started = true;
+    turn(start);
+    for (int i = 0; i < 400 && !vehicle_.isControlled(); ++i) {
+      heard_.clear();
+      vehicle_.tick(now_s_);
+      sendVehicle();
+      meet(0.05);
+      for (const mavlink::Frame& frame : heard_) vehicle_.receive(frame, now_s_);
+    }
+    ASSERT_TRUE(vehicle_.isControlled());
+    sendVehicle();
+    meet(0.05);
+  }
   void look(double pan, double tilt, double heading) {
     vehicle_.sayPlace(47.4, 8.5, 520.0, 100.0, heading, now_s_);
     vehicle_.say({pan, tilt}, now_s_);
@@ -278,6 +294,24 @@ TEST_F(MavlinkFrontTest, FollowsTheFirstTargetWhoeverStartedIt) {
   front_->stopped("theirs");
   meet(0.3);
   EXPECT_EQ(newest<mavlink::CameraTrackingImageStatus>()->tracking_status, mavlink::kTrackingIdle);
+}
+
+TEST_F(MavlinkFrontTest, TheGimbalGoesAfterAFindOnTrialButNothingElseIsLearntFromIt) {
+  begin();
+  haveGimbal();
+  const auto stateAfter = [this](TrackState state, std::optional<long> unseen) {
+    look(10.0, -30.0, 80.0);
+    CallRecord away = seenAt({500, 150, 20, 20});
+    away.state = state;
+    away.framesSinceSeen = unseen;
+    const CallRecord record = turn(away);
+    EXPECT_EQ(record.ground.has_value(), unseen == 0) << "said only of what is seen";
+    meet(0.05);
+    return turn(away).gimbal->state;
+  };
+  EXPECT_EQ(stateAfter(TrackState::Predicted, 4), "idle");
+  EXPECT_EQ(stateAfter(TrackState::Reacquired, 4), "following") << "on trial";
+  EXPECT_EQ(stateAfter(TrackState::Tracked, 0), "following");
 }
 
 TEST_F(MavlinkFrontTest, ACameraThatZoomsSaysItsFieldOfView) {

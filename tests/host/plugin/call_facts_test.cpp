@@ -210,6 +210,22 @@ TEST(CallRecord, OnlyABoxOfThisFrameIsSeen) {
   EXPECT_FALSE(isSeen(record)) << "the user pointed at it, but the plug-in gave no box";
 }
 
+TEST(CallRecord, WhatIsSeenAndAFindOnTrialAreWorthFollowing) {
+  CallRecord record;
+  record.box = kBox;
+  record.framesSinceSeen = 3;
+  record.state = TrackState::Predicted;
+  EXPECT_FALSE(isWorthFollowing(record)) << "a prediction leads away from where it was lost";
+  record.state = TrackState::Reacquired;
+  EXPECT_TRUE(isWorthFollowing(record)) << "on trial";
+  EXPECT_FALSE(isSeen(record));
+  record.state = TrackState::Tracked;
+  record.framesSinceSeen = 0;
+  EXPECT_TRUE(isWorthFollowing(record));
+  record.box.reset();
+  EXPECT_FALSE(isWorthFollowing(record));
+}
+
 TEST(CallFacts, EveryStateHasAName) {
   for (int i = 0; i < 8; ++i) {
     const auto state = static_cast<TrackState>(i);

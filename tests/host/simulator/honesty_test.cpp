@@ -83,6 +83,20 @@ TEST(Honesty, ThreeFramesAroundAnEventMayBeAsBeforeOrAsAfter) {
   EXPECT_DOUBLE_EQ(honesty.wrongClaimShare(), 0.25);
 }
 
+TEST(Honesty, AFindOnTrialIsRightOnlyOnTheTargetThoughItIsNotCalledSeen) {
+  Frames frames;
+  HonestyFrame trial = frameOf(Shown::Target, TrackState::Reacquired, 0.5);
+  trial.seen = false;
+  add(frames, 6, trial);
+  trial.overlap = 0.0;
+  add(frames, 4, trial);
+  const Honesty honesty = judgeHonesty(frames, 0);
+  EXPECT_EQ(honesty.right, 6);
+  ASSERT_EQ(honesty.wrongStates.size(), 1U);
+  EXPECT_EQ(honesty.wrongStates[0].what, "claims something beside the target");
+  EXPECT_EQ(honesty.claims, 0);
+}
+
 TEST(Honesty, ABoxBesideTheTargetIsWrongEvenNextToAnEvent) {
   Frames frames;
   add(frames, 10, kAway);

@@ -13,6 +13,7 @@
 #include "simulator/gimbal.h"
 #include "simulator/panorama.h"
 #include "simulator/reported_metadata.h"
+#include "simulator/simulated_camera.h"
 #include "simulator/simulation_summary.h"
 
 namespace host::sim {
@@ -295,6 +296,26 @@ TEST(SimulationSummary, NeverArmedMeetsNoExpectationOfArming) {
   expect.armed_within_frames = 1000;
   expect.pointing_error_p95_deg_max = 1000;
   for (const Check& check : judge({}, expect)) EXPECT_FALSE(check.met) << check.name;
+}
+
+TEST(SimulatorOperator, GoesAfterWhatIsSeenAndAFindOnTrialButNotAPrediction) {
+  const Scenario scenario;
+  const auto panRate = [&scenario](TrackState state, long unseen) {
+    Operator hand(scenario);
+    CallRecord record;
+    record.state = state;
+    record.framesSinceSeen = unseen;
+    record.box = cv::Rect(scenario.frame.width - 80, scenario.frame.height / 2 - 20, 40, 40);
+    GimbalOrder order;
+    for (int i = 1; i <= 10; ++i) {
+      record.time_s = i / scenario.fps;
+      order = hand.orderAfter(record, {}, 60.0, record.time_s);
+    }
+    return order.value.pan;
+  };
+  EXPECT_GT(panRate(TrackState::Tracked, 0), 1.0);
+  EXPECT_EQ(panRate(TrackState::Reacquired, 5), panRate(TrackState::Tracked, 0));
+  EXPECT_EQ(panRate(TrackState::Predicted, 5), 0.0);
 }
 
 }  // namespace

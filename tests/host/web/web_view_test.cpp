@@ -42,11 +42,28 @@ host::SourceFrame frameOf(long index, double capturedAt, long dropped = 0) {
 TEST(GlanceTest, EverythingThatSeesTheTargetIsTracked) {
   for (const TrackState state : {TrackState::Tracked, TrackState::Rebuilt, TrackState::Redetected, TrackState::Reseeded,
                                  TrackState::Reacquired}) {
+    CallRecord seen = record(state);
+    seen.box = cv::Rect(10, 10, 20, 20);
+    seen.framesSinceSeen = 0;
     Glance glance;
-    glance.take(record(state), 1);
+    glance.take(seen, 1);
     EXPECT_EQ(glance.standing(), Standing::Tracked);
     EXPECT_EQ(glance.words(), "Tracked");
   }
+}
+
+TEST(GlanceTest, AFindOnTrialIsNotCalledTracked) {
+  CallRecord trial = record(TrackState::Reacquired, 1.24);
+  trial.box = cv::Rect(10, 10, 20, 20);
+  trial.framesSinceSeen = 31;
+  Glance glance;
+  glance.take(trial, 1);
+  EXPECT_EQ(glance.standing(), Standing::Predicted);
+  EXPECT_EQ(glance.words(), "Likely found, not seen for 1.2 s");
+  glance.take(record(TrackState::Tracked), 2);
+  EXPECT_EQ(glance.words(), "Tracked");
+  glance.take(record(TrackState::Predicted, 0.5), 3);
+  EXPECT_EQ(glance.words(), "Predicted, not seen for 0.5 s") << "not of an earlier find";
 }
 
 TEST(GlanceTest, PredictedSaysSinceWhenAndSearchingStaysBetweenSearches) {
