@@ -27,7 +27,7 @@ constexpr int kRolledBack = 15;     // frames at most from which the last sure s
 constexpr double kHope = 0.3;       // likelihood from which a find is worth a second opinion
 constexpr double kMayBeIt = 0.7;    // margin from which a place is not taken for somebody known who looks less alike
 constexpr double kTouches = 0.01;   // share of a box from which a place beside the target is a part of it
-constexpr double kElsewhere = 0.3;  // share of a find that a box elsewhere may cover
+constexpr double kElsewhere = 0.5;  // share of a find that a box elsewhere may cover
 constexpr double kSteady = 0.15;    // diagonals that a picture may have moved for the camera to stand still
 constexpr double kLargest = 1e6;    // pixels; larger numbers are no box
 
@@ -271,7 +271,7 @@ class Guard::Impl {
 
   /// The tracker's box shows what was found, but who that is still has to show.
   Verdict onTrial_(const cv::Rect& box, const Look& look) {
-    --trial_;
+    if (trial_ > 0) --trial_;
     Verdict verdict = verdict_(State::Reacquired, box, false, "on trial: likely the target", look);
     verdict.belief = trialBelief_;
     return verdict;
@@ -365,6 +365,7 @@ class Guard::Impl {
     if (takenOver_ && lost_ > predictUntil_) {  // the target is not found: it may be in the tracker's box after all
       takenOver_ = false;
       if (answer.box) tracks_.forget(*answer.box);
+      if (answer.seen && look.margin >= settings_.sureFrom) return takeBack_(*answer.box, look);
     }
     followPlaces_(placesIn_(frame, answer, look));
     const Likeliest found = likeliest_();
@@ -521,6 +522,16 @@ class Guard::Impl {
     return verdict;
   }
 
+  /// Nobody took the tracker along, as it seems by now: its box counts again, on trial.
+  Verdict takeBack_(const cv::Rect& box, const Look& look) {
+    motion_.see(box);
+    sure_ = motion_;
+    lost_ = 0;
+    trial_ = settings_.trialFrames;
+    trialBelief_.reset();
+    return onTrial_(box, look);
+  }
+
   Verdict reacquire_(PlaceTrack track, double belief, const Look& look, const std::optional<Opinion>& confirmed) {
     const cv::Rect2d box = confirmed ? cv::Rect2d(confirmed->box) : track.box;
     trial_ = confirmed || belief >= settings_.provenFrom ? 0 : settings_.trialFrames;
@@ -588,7 +599,7 @@ class Guard::Impl {
   int learnt_ = 0;
   int sinceCheck_ = 0;
   int trial_ = 0;  ///< Frames for which what was found must still be agreed on to be called seen.
-  double trialBelief_ = 0.0;
+  std::optional<double> trialBelief_;
   PlaceTracks tracks_;
   Rivalry rivalry_;
   Identity identity_;
