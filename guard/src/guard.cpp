@@ -294,7 +294,6 @@ class Guard::Impl {
     motion_ = sure_ = before.motion;
     recent_ = before.look;
     lost_ = before.motion.lost();
-    trial_ = 0;
     doubts_ = 1;
     predictUntil_ = lost_ + settings_.predictFrames;
     takeover_.clear();
@@ -308,7 +307,6 @@ class Guard::Impl {
   /// Goes back to where the target was last surely seen, and on from there.
   void beginSearch_() {
     takeover_.clear();
-    trial_ = 0;
     predictUntil_ = settings_.predictFrames;
     lost_ = std::max(1, std::min(sure_.lost(), kRolledBack) - 1);
     if (sure_.lost() <= kRolledBack) {
@@ -352,6 +350,7 @@ class Guard::Impl {
   }
 
   Verdict search_(const cv::Mat& frame, const Answer& answer, const Look& look) {
+    trial_ = 0;
     if (doubts_ > 0) {
       doubts_ = 0;  // the frame in which the search begins was counted
     } else {

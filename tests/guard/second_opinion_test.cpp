@@ -176,6 +176,27 @@ TEST_F(SecondOpinionTest, AnUnsureOneIsNotHeard) {
   EXPECT_FALSE(verdict.restart);
 }
 
+TEST_F(SecondOpinionTest, AFindThatItConfirmsIsNotOnTrial) {
+  visible = false;
+  opinionSees(0.1);
+  for (int i = 0; i < 40; ++i) judge({});
+  visible = true;
+  person.x += 200;
+  std::size_t askedBefore = 0;
+  script->say = [&](const cv::Rect&) {  // what is found is shown to it after it was asked where the target should be
+    return Opinion{person, script->asked.size() > askedBefore + 1 ? 0.6 : 0.1};
+  };
+  for (int i = 0; i < 60 && !verdict.restart; ++i) {
+    askedBefore = script->asked.size();
+    judge({});
+  }
+  ASSERT_TRUE(verdict.restart) << verdict.reason;
+  EXPECT_STREQ(verdict.reason, "found: likely the target");
+  EXPECT_LT(verdict.belief.value(), csrt_guard::Settings().provenFrom) << "by colour alone";
+  EXPECT_TRUE(verdict.seen);
+  EXPECT_EQ(judge({person, true}).state, State::Agreed);
+}
+
 TEST_F(SecondOpinionTest, WaitsWhileTheTargetIsHiddenAndGoesOnWithIt) {
   visible = false;
   opinionSees(0.1);
