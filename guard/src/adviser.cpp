@@ -53,7 +53,7 @@ void Adviser::start(const cv::Mat& frame, const cv::Rect& box) {
   together_ = gap_ = parted_ = alike_ = 0;
   started_ = opinion_ != nullptr && opinion_->start(frame, box);
   motion_.start(box);
-  from_ = TargetMotion::centre(box);
+  from_ = centreOf(box);
   size_ = startSize_ = box.size();
 }
 
@@ -61,8 +61,8 @@ cv::Rect Adviser::limited_(const cv::Rect& found) const {
   const auto follow = [](double size, double to, double start) {
     return std::clamp(std::clamp(to, size / kResize, size * kResize), kSmallest * start, kBiggest * start);
   };
-  return around(TargetMotion::centre(found), {follow(size_.width, found.width, startSize_.width),
-                                              follow(size_.height, found.height, startSize_.height)});
+  return around(centreOf(found), {follow(size_.width, found.width, startSize_.width),
+                                  follow(size_.height, found.height, startSize_.height)});
 }
 
 /// Asks where the target should be. True: it is there; a box that jumps is somebody else's.
@@ -73,14 +73,13 @@ bool Adviser::follows_(const cv::Mat& frame, const std::optional<cv::Rect>& expe
   const bool gone = expected && missed > kGap;
   if (gone) ahead.start(*expected);
   ahead.keepInside(frame.size());
-  const cv::Point2d at = TargetMotion::centre(ahead.box());
+  const cv::Point2d at = centreOf(ahead.box());
   latest_ = opinion_->look(frame, around(at, size_));
   if (latest_) latest_->box = limited_(latest_->box);
   const bool sure = latest_ && latest_->score >= kEvenScore;
   const double allowed =
       (sure ? kStepMost : std::min(kStepMost, kStep + kStepPerMiss * missed)) * std::hypot(size_.width, size_.height);
-  return latest_ && latest_->score >= kTrusted &&
-         fromWay(TargetMotion::centre(latest_->box), gone ? at : from_, at) <= allowed;
+  return latest_ && latest_->score >= kTrusted && fromWay(centreOf(latest_->box), gone ? at : from_, at) <= allowed;
 }
 
 /// Notes whether it was where it should be and looked as it should.
@@ -93,7 +92,7 @@ void Adviser::note_(bool seen) {
     return;
   }
   ++together_;
-  from_ = TargetMotion::centre(latest_->box);
+  from_ = centreOf(latest_->box);
   motion_.see(latest_->box);
   size_ = latest_->box.size();
 }
@@ -133,7 +132,7 @@ Advice Adviser::hear(const cv::Mat& frame, const Answer& told, const std::option
 }
 
 std::optional<Opinion> Adviser::confirm(const cv::Mat& frame, const cv::Rect& find) const {
-  std::optional<Opinion> opinion = opinion_->look(frame, around(TargetMotion::centre(find), size_));
+  std::optional<Opinion> opinion = opinion_->look(frame, around(centreOf(find), size_));
   if (!opinion || opinion->score < kTrusted) return std::nullopt;
   opinion->box = limited_(opinion->box);
   return overlap(opinion->box, find) >= kTogether ? opinion : std::nullopt;
@@ -157,8 +156,8 @@ void Adviser::conclude(Verdict& verdict, const Answer& told) {
 
 void Adviser::isIn_(const cv::Rect& box) {
   size_ = limited_(box).size();
-  motion_.see(around(TargetMotion::centre(box), size_));
-  from_ = TargetMotion::centre(box);
+  motion_.see(around(centreOf(box), size_));
+  from_ = centreOf(box);
   parted_ = 0;
 }
 

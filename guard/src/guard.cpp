@@ -4,6 +4,7 @@
 
 #include "adviser.h"
 #include "backdrop.h"
+#include "boxes.h"
 #include "colour_model.h"
 #include "csrt_guard/csrt_guard.h"
 #include "frame_check.h"
@@ -34,27 +35,6 @@ constexpr double kLargest = 1e6;    // pixels; larger numbers are no box
 bool usable(const cv::Rect& box) {
   return box.width > 1 && box.height > 1 && box.width < kLargest && box.height < kLargest &&
          std::abs(static_cast<double>(box.x)) < kLargest && std::abs(static_cast<double>(box.y)) < kLargest;
-}
-
-cv::Rect grown(const cv::Rect2d& box, double by) {
-  return cv::Rect2d(box.x - box.width * (by - 1) / 2, box.y - box.height * (by - 1) / 2, box.width * by,
-                    box.height * by);
-}
-
-cv::Rect grownBy(const cv::Rect2d& box, double pixels) {
-  return cv::Rect2d(box.x - pixels, box.y - pixels, box.width + 2 * pixels, box.height + 2 * pixels);
-}
-
-cv::Rect wholePixels(const cv::Rect2d& box) {
-  return {cvRound(box.x), cvRound(box.y), std::max(1, cvRound(box.width)), std::max(1, cvRound(box.height))};
-}
-
-double diagonal(const cv::Rect2d& box) {
-  return std::hypot(box.width, box.height);
-}
-
-double distance(const cv::Rect2d& a, const cv::Rect2d& b) {
-  return cv::norm(TargetMotion::centre(a) - TargetMotion::centre(b));
 }
 
 /// A mean that moves fast at first and slowly later.
@@ -286,7 +266,7 @@ class Guard::Impl {
     if (!before) return std::nullopt;
     // Where the camera turns, what stands still goes as well.
     const std::optional<cv::Point2d> moved = backdrop_.movedSince(before->motion.lost() - sinceCheck_);
-    return moved && cv::norm(*moved) <= kSteady * diagonal(*answer.box) ? before : std::nullopt;
+    return moved && cv::norm(*moved) <= kSteady * diagonalOf(*answer.box) ? before : std::nullopt;
   }
 
   /// Goes on from where the target was going before somebody took the tracker along.
@@ -320,12 +300,12 @@ class Guard::Impl {
   void lookForOthers_(const cv::Mat& frame, const cv::Rect2d& box) {
     if (settings_.checkEvery <= 0 || sinceCheck_ < settings_.checkEvery) return;
     const CodedView view =
-        viewOf(frame, grownBy(box, settings_.othersWithin * diagonal(box)), workScale(size_), palette_);
+        viewOf(frame, grownBy(box, settings_.othersWithin * diagonalOf(box)), workScale(size_), palette_);
     const std::vector<Place> places = without_(alike_(findPlaces(view, size_, false, model_, palette_)), box, kTouches);
     tracks_.updateBeside(box, places, sinceCheck_);
     backdrop_.note(frame, sinceCheck_);
     if (tracks_.meets(box)) identity_.meets();
-    rivalry_.looked(view.part.area() / (diagonal(box) * diagonal(box)));
+    rivalry_.looked(view.part.area() / (diagonalOf(box) * diagonalOf(box)));
     for (const Place& place : places) {
       rivalry_.rival(marginOf_(place.likeness));
       identity_.learnOther(place.look);
@@ -445,20 +425,21 @@ class Guard::Impl {
   bool disputed_(const Answer& answer, const Look& look, const cv::Rect2d& find) const {
     if (takenOver_ || !answer.seen || !look.likeness || look.margin < settings_.disputedFrom) return false;
     const cv::Rect2d box(*answer.box);
-    return distance(box, motion_.box()) < diagonal(motion_.box()) && (box & find).area() < kElsewhere * find.area();
+    return distanceBetween(box, motion_.box()) < diagonalOf(motion_.box()) &&
+           (box & find).area() < kElsewhere * find.area();
   }
 
   /// What looks like the target within reach, the tracker's own box among it, whether or not it claims to see it.
   std::vector<Place> placesIn_(const cv::Mat& frame, const Answer& answer, const Look& look) {
-    const double reach = std::min(6.0, 0.8 + 0.12 * lost_) * diagonal(motion_.box());
-    const cv::Point2d c = TargetMotion::centre(motion_.box());
+    const double reach = std::min(6.0, 0.8 + 0.12 * lost_) * diagonalOf(motion_.box());
+    const cv::Point2d c = centreOf(motion_.box());
     const cv::Rect part = cv::Rect2d(c.x - reach - size_.width / 2, c.y - reach - size_.height / 2,
                                      2 * reach + size_.width, 2 * reach + size_.height);
     const CodedView view = viewOf(frame, part, workScale(size_), palette_);
     std::vector<Place> places = alike_(findPlaces(view, size_, lost_ > kResizedAfter, model_, palette_));
     if (!look.likeness || look.margin < settings_.doubtBelow) return places;
     const cv::Rect2d box(*answer.box);
-    if (distance(box, motion_.box()) > reach) return places;
+    if (distanceBetween(box, motion_.box()) > reach) return places;
     places = without_(std::move(places), box, 0.5);
     Place own;
     own.box = box;
@@ -472,7 +453,7 @@ class Guard::Impl {
     Evidence evidence;
     evidence.margin = marginOf_(place.likeness);
     evidence.same = lookFactor(recent_, place.look);
-    evidence.distance = distance(place.box, motion_.box()) / diagonal(motion_.box());
+    evidence.distance = distanceBetween(place.box, motion_.box()) / diagonalOf(motion_.box());
     evidence.lost = lost_;
     return evidence;
   }
@@ -485,12 +466,12 @@ class Guard::Impl {
     evidence.lost = track.bornLost;
     evidence.others = track.bornOthers;
     evidence.speedKnown = track.looks >= settings_.confirmFrames;
-    evidence.speedDifference = cv::norm(track.velocity - motion_.velocity()) / diagonal(motion_.box());
+    evidence.speedDifference = cv::norm(track.velocity - motion_.velocity()) / diagonalOf(motion_.box());
     return evidence;
   }
 
   void born_(PlaceTrack& track) const {
-    track.bornFar = distance(track.box, motion_.box()) / diagonal(motion_.box());
+    track.bornFar = distanceBetween(track.box, motion_.box()) / diagonalOf(motion_.box());
     track.bornLost = lost_;
     track.bornSame = lookFactor(recent_, track.look);
     Place place;
@@ -503,8 +484,8 @@ class Guard::Impl {
   cv::Rect2d trackAt_(const cv::Rect2d& box) {
     const PlaceTrack* best = nullptr;
     for (const PlaceTrack& track : tracks_.all()) {
-      if (distance(track.box, box) > 0.3 * diagonal(box)) continue;
-      if (best == nullptr || distance(track.box, box) < distance(best->box, box)) best = &track;
+      if (distanceBetween(track.box, box) > 0.3 * diagonalOf(box)) continue;
+      if (best == nullptr || distanceBetween(track.box, box) < distanceBetween(best->box, box)) best = &track;
     }
     return best != nullptr ? best->box : box;
   }

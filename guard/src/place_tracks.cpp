@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cmath>
 
-#include "target_motion.h"
+#include "boxes.h"
 
 namespace csrt_guard {
 namespace {
@@ -38,11 +38,11 @@ constexpr double kAlikeAtLeast = 0.5;   // of how much it looks like the other: 
 constexpr double kTwoPi = 6.283185307179586;
 
 double distanceOf(const cv::Rect2d& a, const cv::Rect2d& b) {
-  return cv::norm(TargetMotion::centre(a) - TargetMotion::centre(b)) / std::max(1.0, std::hypot(b.width, b.height));
+  return distanceBetween(a, b) / std::max(1.0, diagonalOf(b));
 }
 
 void take(PlaceTrack& track, const Place& place) {
-  const cv::Point2d off = TargetMotion::centre(place.box) - TargetMotion::centre(track.box);
+  const cv::Point2d off = centreOf(place.box) - centreOf(track.box);
   track.velocity += off * ((track.looks < 2 ? kFirstSpeed : kNextSpeed) / std::max(1, track.unseen));
   track.box = place.box;
   ++track.looks;

@@ -1,6 +1,6 @@
 #include "takeover.h"
 
-#include <cmath>
+#include "boxes.h"
 
 namespace csrt_guard {
 namespace {
@@ -13,10 +13,6 @@ constexpr double kThere = 0.5;       // diagonals from where he should be to the
 constexpr double kAway = 0.5;        // diagonals from where the target should be to the box, at least ...
 constexpr double kFarther = 0.2;     // ... and by so much more than from where he should be
 constexpr double kLooksLike = 0.88;  // what he and the box have in common, at least
-
-double apart(const cv::Rect2d& a, const cv::Rect2d& b) {
-  return cv::norm(TargetMotion::centre(a) - TargetMotion::centre(b));
-}
 
 }  // namespace
 
@@ -32,7 +28,7 @@ void Takeover::followed(const TargetMotion& motion, const HalfColours& recent) {
 
 std::optional<Takeover::Before> Takeover::noticed(const cv::Rect2d& box, const HalfColours& look,
                                                   const std::vector<PlaceTrack>& others, int behind, int frames) {
-  const double diagonal = std::hypot(box.width, box.height);
+  const double diagonal = diagonalOf(box);
   std::optional<Before> before;
   for (std::size_t i = 0; i < others.size(); ++i) {
     const PlaceTrack& other = others[i];
@@ -42,8 +38,8 @@ std::optional<Takeover::Before> Takeover::noticed(const cv::Rect2d& box, const H
     Before then = past_[past_.size() - static_cast<std::size_t>(unseen)];
     then.who = i;
     for (int frame = 0; frame < unseen; ++frame) then.motion.miss(kDamping);
-    const double there = apart(other.box + other.velocity * static_cast<double>(behind), box) / diagonal;
-    const double away = apart(then.motion.box(), box) / diagonal;
+    const double there = distanceBetween(other.box + other.velocity * static_cast<double>(behind), box) / diagonal;
+    const double away = distanceBetween(then.motion.box(), box) / diagonal;
     if (there <= kThere && away >= kAway && away >= there + kFarther && sameness(look, other.look) >= kLooksLike)
       before = then;
   }

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <opencv2/core.hpp>
 
+#include "boxes.h"
+
 namespace csrt_guard {
 
 class TargetMotion {
@@ -17,7 +19,7 @@ class TargetMotion {
 
   /// The target was in this box in this frame.
   void see(const cv::Rect2d& box) {
-    const cv::Point2d moved = centre(box) - centre(box_);
+    const cv::Point2d moved = centreOf(box) - centreOf(box_);
     const double share = 1.0 / (lost_ + 1);  // over so many frames
     velocity_ += kLearning * (moved * share - velocity_);
     box_ = box;
@@ -37,15 +39,13 @@ class TargetMotion {
 
   /// A target that would be outside the picture waits at its border.
   void keepInside(const cv::Size& picture) {
-    const cv::Point2d c = centre(box_);
+    const cv::Point2d c = centreOf(box_);
     box_ += cv::Point2d(std::clamp(c.x, 0.0, picture.width - 1.0), std::clamp(c.y, 0.0, picture.height - 1.0)) - c;
   }
 
   const cv::Rect2d& box() const { return box_; }             ///< Full-frame pixels.
   const cv::Point2d& velocity() const { return velocity_; }  ///< Pixels a frame, when last seen.
   int lost() const { return lost_; }                         ///< Frames since it was seen.
-
-  static cv::Point2d centre(const cv::Rect2d& box) { return {box.x + box.width / 2, box.y + box.height / 2}; }
 
  private:
   static constexpr double kLearning = 0.15;

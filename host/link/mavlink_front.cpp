@@ -391,8 +391,8 @@ void MavlinkFront::conclude_(CallRecord& record, const SourceFrame& frame) {
   record.gimbal->state = gimbalState_();
 }
 
-/// Controller, delay and place learn where the target was seen, the controller also where it was likely found; the record
-/// learns where the gimbal looked.
+/// Controller, delay and place learn where the target was seen, the controller also where it was likely found; the
+/// record learns where the gimbal looked.
 void MavlinkFront::follow_(CallRecord& record, double captured_s) {
   const std::optional<gimbal::PanTilt> angles = angles_.at(captured_s + delay_.applied_s());
   if (angles) record.gimbal->pan_deg = gimbal::wrapped(angles->pan);

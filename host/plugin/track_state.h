@@ -16,7 +16,8 @@ enum class TrackState {
   Reseeded,    ///< The tracker was started on a given box in this call (start, zoom, end of pointing): no answer yet.
   Lost,        ///< The plug-in gave the target up in this call.
   Inactive,    ///< Nothing is being tracked.
-  Reacquired,  ///< The guard found something that looks like the target and started the tracker there; on trial if unseen.
+  Reacquired,  ///< The guard found something that looks like the target and started the tracker there; on trial if
+               ///< unseen.
 };
 
 /// Where the box of a record comes from.

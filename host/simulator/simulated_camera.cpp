@@ -35,7 +35,8 @@ GimbalOrder Operator::orderAfter(const CallRecord& record, const ocula::OculaPic
   }
   if (phase_ == HostPhase::Pointing && asked_) return {true, *asked_};
   // Not a prediction: chasing one would drive the camera away from where the target was lost.
-  const std::optional<cv::Rect2d> box = isWorthFollowing(record) ? std::optional<cv::Rect2d>(*record.box) : std::nullopt;
+  const std::optional<cv::Rect2d> box =
+      isWorthFollowing(record) ? std::optional<cv::Rect2d>(*record.box) : std::nullopt;
   return {false, pilot_.rates({record.time_s, now_s, box, readAngles(metadata), hfov})};
 }
 
