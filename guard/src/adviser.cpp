@@ -15,6 +15,7 @@ constexpr int kGap = 25;            // frames: a target that was not seen for lo
 constexpr int kBackFrames = 2;      // in which it must be seen after a gap
 constexpr double kTogether = 0.4;   // overlap from which two boxes are on one target
 constexpr double kNoWorse = 0.15;   // margin that the opinion's box may be less like the target than the tracker's
+constexpr int kPartedAtLeast = 2;   // frames in a row before an opinion that is not sure starts a tracker over
 constexpr int kPartedFrames = 3;    // so many in a row before the opinion goes where the tracker is
 constexpr double kItself = 0.88;    // what the looks of one person have in common from frame to frame, at least
 constexpr double kAlike = 0.85;     // margin from which it may look otherwise than that
@@ -25,6 +26,13 @@ constexpr double kResize = 1.02;    // a frame
 constexpr double kSmallest = 0.45;  // of the size at the start
 constexpr double kBiggest = 2.2;
 constexpr double kEvenScore = 0.55;  // score from which it is rather the target than another of its kind
+
+// Whether the opinion's box rather than the tracker's shows the target. The logarithm of the odds is the sum of what
+// the one has more of than the other, each with its weight, fitted on boxes of walkers:
+constexpr double kOfMargin = 2.0;  // likeness to the target
+constexpr double kOfLook = 10.0;   // sameness with what the opinion followed of late
+constexpr double kOfKind = 0.39;   // unlike those beside the target
+constexpr double kAtFirst = 0.28;  // and before that, for the opinion
 
 double overlap(const cv::Rect& a, const cv::Rect& b) {
   const double common = (a & b).area();
@@ -106,6 +114,13 @@ bool Adviser::staysItself_(const ColourLook& now, bool held) {
   return itself;
 }
 
+/// Whether the opinion's box, rather than the tracker's, shows the target.
+bool Adviser::isRather_(const ColourLook& here, const ColourLook& there) const {
+  if (here.margin < there.margin - kNoWorse) return false;
+  const double look = sameness(look_, here.look) - sameness(look_, there.look);
+  return kOfMargin * (here.margin - there.margin) + kOfLook * look + kOfKind * (here.kind - there.kind) + kAtFirst >= 0;
+}
+
 Advice Adviser::hear(const cv::Mat& frame, const Answer& told, const std::optional<cv::Rect>& expected,
                      const LookOf& lookOf) {
   chosen_ = false;
@@ -125,7 +140,8 @@ Advice Adviser::hear(const cv::Mat& frame, const Answer& told, const std::option
   }
   ++parted_;
   const std::optional<ColourLook> there = told.seen && told.box ? lookOf(*told.box) : std::nullopt;
-  if (there && here->margin < there->margin - kNoWorse) return {told};
+  const bool heard = latest_->score >= kEvenScore || parted_ >= kPartedAtLeast;
+  if (there && (!heard || !isRather_(*here, *there))) return {told};
   chosen_ = true;
   advice.answer = {latest_->box, true};
   return advice;

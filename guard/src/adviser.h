@@ -17,6 +17,7 @@ namespace csrt_guard {
 struct ColourLook {
   double margin = 0.0;  ///< 0 as the target's surroundings, 1 as usual.
   HalfColours look{};
+  double kind = 0.0;  ///< Logarithm of how many times likelier that is the target's look than that of those beside it.
 };
 using LookOf = std::function<std::optional<ColourLook>(const cv::Rect&)>;  ///< Empty: cannot be judged.
 
@@ -47,6 +48,7 @@ class Adviser {
  private:
   bool follows_(const cv::Mat& frame, const std::optional<cv::Rect>& expected);
   bool staysItself_(const ColourLook& now, bool held);
+  bool isRather_(const ColourLook& here, const ColourLook& there) const;
   void note_(bool seen);
   cv::Rect limited_(const cv::Rect& found) const;
   void isIn_(const cv::Rect& box);

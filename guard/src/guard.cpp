@@ -146,12 +146,13 @@ class Guard::Impl {
     return (likeness - around_.value()) / std::max(1e-3, usual_.value() - around_.value());
   }
 
-  std::optional<ColourLook> colourLook_(const cv::Mat& frame, const cv::Rect& box) const {
+  std::optional<ColourLook> colourLook_(const cv::Mat& frame, const cv::Rect& box) {
     if (!usable(box)) return std::nullopt;
     const CodedView view = viewOf(frame, box, workScale(box.size()), palette_);
     if (view.codes.empty()) return std::nullopt;
     const std::optional<HalfColours> look = coloursIn(view, view.toView(box), palette_);
-    return look ? std::optional<ColourLook>({marginOf_(model_.likeness(*look)), *look}) : std::nullopt;
+    if (!look) return std::nullopt;
+    return ColourLook{marginOf_(model_.likeness(*look)), *look, std::log(identity_.factorOf(*look))};
   }
 
   Look lookAt_(const cv::Mat& frame, const Answer& answer) {
@@ -227,7 +228,7 @@ class Guard::Impl {
         verdict.reason = "lost: the tracker's box goes where somebody else was going";
       return verdict;
     }
-    const bool other = identity_.looksLikeOther() && !advice_.vouched;
+    const bool other = identity_.looksLikeOther();
     const bool alike = look.likeness && look.margin >= likeEnough_() && !other;
     steady_ += settings_.driftRate * (std::min(1.0, look.margin) - steady_);
     if (answer.seen && alike && (advice_.vouched || steady_ >= settings_.driftBelow)) {
@@ -260,7 +261,7 @@ class Guard::Impl {
   /// The target before somebody took the tracker along; empty: nobody did, as it seems.
   std::optional<Takeover::Before> beforeTakeover_(const Answer& answer, const Look& look) {
     takeover_.followed(motion_, recent_);
-    if (!answer.seen || !look.colours || advice_.vouched) return std::nullopt;
+    if (!answer.seen || !look.colours) return std::nullopt;
     const std::optional<Takeover::Before> before =
         takeover_.noticed(*answer.box, *look.colours, tracks_.all(), sinceCheck_, settings_.takeoverFrames);
     if (!before) return std::nullopt;

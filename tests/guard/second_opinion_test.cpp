@@ -66,6 +66,8 @@ class SecondOpinionTest : public testing::Test {
   cv::Mat frame() const {
     cv::Mat picture = ground.clone();
     if (drawOther) drawPerson(picture, other, otherClothes);
+    const cv::Rect stripe(other.x, other.y, other.width, cvRound(other.height * striped));
+    if (drawOther && striped > 0.0) cv::rectangle(picture, stripe, cv::Scalar(60, 160, 50), cv::FILLED);
     if (visible) drawPerson(picture, person, kRedBlue);
     const cv::Rect side(person.x, person.y, cvRound(person.width * turned), person.height);
     if (visible && turned > 0.0) cv::rectangle(picture, side, cv::Scalar(60, 200, 220), cv::FILLED);
@@ -88,7 +90,8 @@ class SecondOpinionTest : public testing::Test {
   Clothes otherClothes = kGreenWhite;
   bool visible = true;
   bool drawOther = false;
-  double turned = 0.0;  ///< Share of the target that shows another side.
+  double striped = 0.0;  ///< Share of the other's clothes, from above, that is of another colour.
+  double turned = 0.0;   ///< Share of the target that shows another side.
   Guard guard;
   Verdict verdict;
 };
@@ -139,6 +142,88 @@ TEST_F(SecondOpinionTest, ColourDecidesWhereTheTwoPart) {
     EXPECT_EQ(verdict.state, State::Agreed) << i << verdict.reason;
     EXPECT_EQ(verdict.box, person) << i;
   }
+}
+
+TEST_F(SecondOpinionTest, WhereBothShowSomebodyAlikeAnUnsureOneIsHeardOnceItStaysThere) {
+  drawOther = true;
+  otherClothes = kRedBlue;
+  for (const double score : {0.5, 0.6}) {
+    opinionSees();
+    ASSERT_TRUE(guard.start(frame(), walk()));
+    for (int i = 0; i < 5; ++i) judge({walk(), true});
+    int frames = 0;
+    while (!verdict.restart && frames < 5) {
+      walk();
+      other = personAt(person.x + 11, 150);
+      script->say = [this, score](const cv::Rect&) { return Opinion{other, score}; };
+      judge({person, true});
+      ++frames;
+    }
+    EXPECT_EQ(frames, score < 0.55 ? 2 : 1) << verdict.reason;
+    EXPECT_GT(overlapOf(*verdict.box, other), 0.8);
+  }
+}
+
+TEST_F(SecondOpinionTest, ABoxThatJumpsForAFrameStartsNothingOver) {
+  drawOther = true;
+  otherClothes = kRedBlue;
+  for (int i = 0; i < 20; ++i) {
+    other = personAt(walk().x + 11, 150);
+    script->say = [this, i](const cv::Rect&) { return Opinion{i % 2 == 0 ? other : person, 0.5}; };
+    EXPECT_EQ(judge({person, true}).state, State::Agreed) << i << verdict.reason;
+    EXPECT_EQ(verdict.box, person) << i;
+  }
+}
+
+/// Somebody in nearly the same clothes walks along with the target for long enough to be known, or is not there yet.
+class AlikeOpinionTest : public SecondOpinionTest {
+ protected:
+  void walkTogether(bool known, double stripe) {
+    otherClothes = kRedBlue;
+    striped = stripe;
+    person = personAt(60, 150);
+    drawOther = known;
+    ASSERT_TRUE(guard.start(frame(), person));
+    for (int i = 0; i < 60; ++i) {
+      other = personAt(walk().x + 30, 150);
+      ASSERT_EQ(judge({person, true}).state, State::Agreed) << verdict.reason;
+    }
+    drawOther = true;
+    script->say = [this](const cv::Rect&) { return Opinion{other, 0.6}; };
+  }
+  /// The opinion goes over to the other; the tracker stays, or goes along. @return frames until more is said than that
+  /// the box shows the target; 0: nothing
+  int framesUntilHeard(bool along) {
+    for (int i = 1; i <= 30; ++i) {
+      other = personAt(walk().x + 30, 150);
+      if (judge({along ? other : person, true}).state != State::Agreed) return i;
+    }
+    return 0;
+  }
+};
+
+TEST_F(AlikeOpinionTest, GoesOverToSomebodyWhoIsNotKnownAndLooksTheSame) {
+  ASSERT_NO_FATAL_FAILURE(walkTogether(false, 0.1));
+  EXPECT_EQ(framesUntilHeard(false), 1) << verdict.reason;
+  EXPECT_TRUE(verdict.restart);
+}
+
+TEST_F(AlikeOpinionTest, IsNotHeardWhereItGoesOverToSomebodyKnown) {
+  ASSERT_NO_FATAL_FAILURE(walkTogether(true, 0.1));
+  EXPECT_EQ(framesUntilHeard(false), 0) << verdict.reason;
+}
+
+TEST_F(AlikeOpinionTest, IsNotHeardForSomebodyWhoLooksLessLikeWhatItFollowed) {
+  ASSERT_NO_FATAL_FAILURE(walkTogether(false, 0.4));
+  EXPECT_GT(framesUntilHeard(false), 3) << "what it goes over to is taken for the target's new look by and by";
+}
+
+TEST_F(AlikeOpinionTest, GoingAlongDoesNotSpeakForSomebodyKnown) {
+  ASSERT_NO_FATAL_FAILURE(walkTogether(true, 0.3));
+  const int frames = framesUntilHeard(true);
+  EXPECT_GT(frames, 0);
+  EXPECT_LE(frames, 8);
+  EXPECT_STREQ(verdict.reason, "the tracker's box looks more like somebody else near the target");
 }
 
 TEST_F(SecondOpinionTest, GoesWhereTheTrackerIsOnceTheColoursSpokeForThat) {
