@@ -91,7 +91,18 @@ void CameraComponent::report(const TrackingReport& report, double now_s) {
   timer->second.next_s = now_s + timer->second.interval_s;
 }
 
+/// A sender's frames are numbered from 0 to 255 and over again: here they go on counting. One that came late, or twice,
+/// has the number that it had in time.
+std::int64_t CameraComponent::numberOf_(const mavlink::Frame& frame) {
+  const std::pair<std::uint8_t, std::uint8_t> sender(frame.system, frame.component);
+  std::int64_t& newest = newest_.emplace(sender, frame.sequence).first->second;
+  const std::int64_t number = newest + static_cast<std::int8_t>(frame.sequence - static_cast<std::uint8_t>(newest));
+  newest = std::max(newest, number);
+  return number;
+}
+
 void CameraComponent::receive(const mavlink::Frame& frame, double now_s) {
+  const std::int64_t number = numberOf_(frame);
   mavlink::CommandLong command;
   mavlink::CommandInt other;
   if (mavlink::tryRead(frame, other)) {
@@ -101,31 +112,32 @@ void CameraComponent::receive(const mavlink::Frame& frame, double now_s) {
   }
   if (!forUs(command.target_system, description_.system)) return;
   if (!forUs(command.target_component, description_.component)) return;
-  obey_(frame, command, now_s);
+  obey_(frame, number, command, now_s);
 }
 
 /// The same command when it has come already: a copy of a frame that the network made, one that came late, or a sender
 /// that has not heard the acknowledgement. The same wish after another one, or after a while, is a new one.
-const CameraComponent::Handled* CameraComponent::handledBefore_(const mavlink::Frame& frame,
+const CameraComponent::Handled* CameraComponent::handledBefore_(const mavlink::Frame& frame, std::int64_t number,
                                                                 const mavlink::CommandLong& command,
                                                                 double now_s) const {
   bool isLast = true;  // of this sender's
   bool isLate = false;
   for (const Handled& handled : handled_) {  // newest first
     if (handled.system != frame.system || handled.component != frame.component) continue;
-    if (isLast) isLate = static_cast<std::int8_t>(frame.sequence - handled.sequence) < 0;
+    if (isLast) isLate = number < handled.number;
     const bool wasLast = std::exchange(isLast, false);
     if (!sameParameters(handled.command, command)) continue;
     const double age_s = now_s - handled.at_s;
-    const bool isCopy = frame.sequence == handled.sequence || isLate;
+    const bool isCopy = number == handled.number || isLate;
     const bool isRepeated = wasLast && (age_s <= kRepeat_s || command.confirmation > handled.command.confirmation);
     if (age_s <= kConfirmed_s && (isCopy || isRepeated)) return &handled;
   }
   return nullptr;
 }
 
-void CameraComponent::obey_(const mavlink::Frame& frame, const mavlink::CommandLong& command, double now_s) {
-  const Handled* const before = handledBefore_(frame, command, now_s);
+void CameraComponent::obey_(const mavlink::Frame& frame, std::int64_t number, const mavlink::CommandLong& command,
+                            double now_s) {
+  const Handled* const before = handledBefore_(frame, number, command, now_s);
   // What only asks is answered again; what starts something is not.
   const bool starts = command.command == mavlink::kCmdCameraTrackPoint ||
                       command.command == mavlink::kCmdCameraTrackRectangle ||
@@ -134,7 +146,7 @@ void CameraComponent::obey_(const mavlink::Frame& frame, const mavlink::CommandL
   // Many components hear a command to all; only those that know it should answer.
   if (result == Result::Unsupported && command.target_component != description_.component) return;
   if (before == nullptr && starts) {
-    handled_.push_front({frame.system, frame.component, frame.sequence, command, result, now_s});
+    handled_.push_front({frame.system, frame.component, number, command, result, now_s});
     if (handled_.size() > kRemembered) handled_.pop_back();
   }
   mavlink::CommandAck ack;

@@ -8,6 +8,7 @@
 #include <opencv2/core.hpp>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "mavlink/codec.h"
@@ -67,7 +68,8 @@ class CameraComponent {
  public:
   CameraComponent(const CameraDescription& description, double now_s);
 
-  /// A frame from another component. What is not for this camera is passed over.
+  /// A frame from another component. What is not for this camera is passed over, but for its number: all frames of a
+  /// sender tell which of its commands came late.
   void receive(const mavlink::Frame& frame, double now_s);
 
   /// Says what is due. Call it at least every 10 ms.
@@ -101,13 +103,16 @@ class CameraComponent {
     double next_s;
   };
   struct Handled {
-    std::uint8_t system, component, sequence;
+    std::uint8_t system, component;
+    std::int64_t number;
     mavlink::CommandLong command;
     mavlink::Result result;
     double at_s;
   };
-  void obey_(const mavlink::Frame& frame, const mavlink::CommandLong& command, double now_s);
-  const Handled* handledBefore_(const mavlink::Frame& frame, const mavlink::CommandLong& command, double now_s) const;
+  std::int64_t numberOf_(const mavlink::Frame& frame);
+  void obey_(const mavlink::Frame& frame, std::int64_t number, const mavlink::CommandLong& command, double now_s);
+  const Handled* handledBefore_(const mavlink::Frame& frame, std::int64_t number, const mavlink::CommandLong& command,
+                                double now_s) const;
   mavlink::Result result_(const mavlink::CommandLong& command, double now_s);
   mavlink::Result setInterval_(double id, double interval_us, double now_s);
   mavlink::Result track_(const mavlink::CommandLong& command);
@@ -129,6 +134,7 @@ class CameraComponent {
   TrackingReport report_;
   std::optional<GroundReport> ground_;
   std::optional<mavlink::GlobalPositionInt> platform_;
+  std::map<std::pair<std::uint8_t, std::uint8_t>, std::int64_t> newest_;  // number of each sender's newest frame
   std::deque<Handled> handled_;
   std::deque<TrackRequest> requests_;
   std::vector<mavlink::Frame> outgoing_;

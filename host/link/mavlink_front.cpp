@@ -159,6 +159,7 @@ void MavlinkFront::passOnRequest_() {
     asked_ = true;
     linkTime_s_ = std::max(linkTime_s_, 1e-9 * static_cast<double>(request.ts1));
     pass_();
+    camera_.receive(frame, linkTime_s_);
     mavlink::Timesync answer = request;
     answer.tc1 = turnOver_ns_;
     camera_.send(answer);

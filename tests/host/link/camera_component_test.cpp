@@ -210,6 +210,27 @@ TEST_F(CameraComponentTest, AStopIsHeardThoughItsFirstFrameAndAnEarlierStopLookA
   EXPECT_EQ(requests(), 3);
 }
 
+/// A station that also steers by hand says much between two commands: their numbers go round.
+TEST_F(CameraComponentTest, AStopIsHeardHoweverMuchItsSenderHasSaidMeanwhile) {
+  for (const int others : {127, 150, 200, 253, 254, 255, 300, 600}) {
+    SCOPED_TRACE(others);
+    say(command(mavlink::kCmdCameraStopTracking));
+    now_s += 1.0;
+    say(command(mavlink::kCmdCameraTrackPoint, {0.25f, 0.75f}));
+    for (int i = 0; i < others; ++i) {
+      mavlink::Frame beat = mavlink::toFrame(mavlink::Heartbeat{});
+      beat.system = 255;
+      beat.component = 190;
+      beat.sequence = sequence++;
+      deliver(beat);
+    }
+    now_s += 1.0;
+    say(command(mavlink::kCmdCameraStopTracking));
+    EXPECT_EQ(requests(), 3);
+    now_s += 20.0;
+  }
+}
+
 TEST_F(CameraComponentTest, TheSameWishLaterIsANewOne) {
   say(command(mavlink::kCmdCameraTrackPoint, {0.25f, 0.75f}));
   now_s = 5.0;
