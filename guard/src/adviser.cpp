@@ -160,7 +160,7 @@ void Adviser::conclude(Verdict& verdict, const Answer& told) {
     isIn_(*verdict.box);
     return;
   }
-  if (verdict.state != State::Agreed) return;
+  if (verdict.state != State::Agreed && verdict.state != State::Reacquired) return;  // the latter: on trial
   if (chosen_) {
     verdict.state = State::Reacquired;
     verdict.restart = true;

@@ -226,6 +226,52 @@ TEST_F(AlikeOpinionTest, GoingAlongDoesNotSpeakForSomebodyKnown) {
   EXPECT_STREQ(verdict.reason, "the tracker's box looks more like somebody else near the target");
 }
 
+/// Somebody in the same clothes comes towards the target and takes the tracker along; the target is hidden.
+class TakenBackOpinionTest : public SecondOpinionTest {
+ protected:
+  void SetUp() override {
+    SecondOpinionTest::SetUp();
+    drawOther = true;
+    otherClothes = kRedBlue;
+    other = personAt(person.x + 108, 150);
+    while (other.x > person.x + 20) {
+      other.x -= 4;
+      ASSERT_EQ(judge({walk(), true}).state, State::Agreed) << verdict.reason;
+    }
+    opinionIsSilent();
+    for (int i = 0; i < 40 && verdict.state != State::Searching; ++i) {
+      other.x -= 4;
+      walk();
+      judge({other, true});
+    }
+    ASSERT_STREQ(verdict.reason, "lost: the tracker's box goes where somebody else was going");
+    visible = false;
+    for (int i = 0; i < 60 && verdict.state == State::Searching; ++i) judge({other, true});
+    ASSERT_STREQ(verdict.reason, "on trial: likely the target");
+  }
+};
+
+TEST_F(TakenBackOpinionTest, StartsATrackerOverThatIsOnTrial) {
+  visible = true;
+  person = personAt(other.x + 20, 150);
+  opinionSees();
+  judge({other, true});
+  EXPECT_EQ(verdict.state, State::Reacquired);
+  EXPECT_GT(overlapOf(*verdict.box, person), 0.8) << verdict.reason;
+  EXPECT_TRUE(verdict.restart) << "the tracker must go where it is said to be";
+  EXPECT_FALSE(verdict.seen) << "still on trial";
+}
+
+TEST_F(TakenBackOpinionTest, GoesWhereATrackerOnTrialIs) {
+  for (int i = 0; i < 8; ++i) {
+    other.x -= 4;
+    judge({other, true});
+    ASSERT_STREQ(verdict.reason, "on trial: likely the target");
+  }
+  const cv::Rect around = script->asked.back();
+  EXPECT_LT(std::abs(around.x - other.x), 14) << "asked at " << around << " with the tracker in " << other;
+}
+
 TEST_F(SecondOpinionTest, GoesWhereTheTrackerIsOnceTheColoursSpokeForThat) {
   script->say = [](const cv::Rect&) { return Opinion{personAt(500, 100), 0.9}; };
   for (int i = 0; i < 6; ++i) ASSERT_EQ(judge({walk(), true}).state, State::Agreed);
