@@ -152,7 +152,7 @@ class Guard::Impl {
     if (view.codes.empty()) return std::nullopt;
     const std::optional<HalfColours> look = coloursIn(view, view.toView(box), palette_);
     if (!look) return std::nullopt;
-    return ColourLook{marginOf_(model_.likeness(*look)), *look, std::log(identity_.factorOf(*look))};
+    return ColourLook{marginOf_(model_.likeness(*look)), *look, identity_.logFactorOf(*look)};
   }
 
   Look lookAt_(const cv::Mat& frame, const Answer& answer) {
@@ -397,7 +397,7 @@ class Guard::Impl {
     for (PlaceTrack& track : tracks_.all()) {
       if (track.other) continue;
       if (track.age == 0) born_(track);
-      const double odds = oddsOf(evidenceOf_(track), rivalry_) * identity_.factorOf(track.look);
+      const double odds = oddsOf(evidenceOf_(track), rivalry_) * std::exp(identity_.logFactorOf(track.look));
       finds += odds;
       if (!track.found || odds <= bestOdds) continue;
       bestOdds = odds;

@@ -1,7 +1,6 @@
 #include "identity.h"
 
 #include <algorithm>
-#include <cmath>
 
 namespace csrt_guard {
 namespace {
@@ -50,9 +49,9 @@ void Identity::again() {
   seen_ = 0;
 }
 
-double Identity::factorOf(const HalfColours& look) {
+double Identity::logFactorOf(const HalfColours& look) {
   const std::optional<double> kind = kinds_.of(look);
-  return kind ? std::exp(std::clamp(kSteepness * (*kind - kMiddle), kLeast, kMostFor)) : 1.0;
+  return kind ? std::clamp(kSteepness * (*kind - kMiddle), kLeast, kMostFor) : 0.0;
 }
 
 }  // namespace csrt_guard

@@ -26,8 +26,9 @@ class Identity {
   /// The tracker is on the target again, likely: what its boxes showed before says nothing any more.
   void again();
 
-  /// How many times likelier a find is the target for looking like this, [0.018, 20]; 1: too little was seen to say.
-  double factorOf(const HalfColours& look);
+  /// Logarithm of how many times likelier a box shows the target than one of those beside it for looking like this,
+  /// [-4, 3]; 0: too little was seen to say.
+  double logFactorOf(const HalfColours& look);
 
  private:
   static constexpr double kOther = -0.5;  // between the others' mean, -1, and the middle

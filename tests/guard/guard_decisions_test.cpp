@@ -373,6 +373,9 @@ class TakeoverGuardTest : public GuardTest, public testing::WithParamInterface<i
  protected:
   void SetUp() override {
     GuardTest::SetUp();
+    ASSERT_NO_FATAL_FAILURE(meet());
+  }
+  void meet() {
     drawOther = true;
     otherClothes = kRedBlue;
     other = personAt(person.x + 24 + 14 * (2 + GetParam()), person.y);
@@ -429,6 +432,23 @@ TEST_P(TakeoverGuardTest, TakesItBackWhereTheTargetIsNotFound) {
   EXPECT_EQ(onTrial, settings.trialFrames);
   EXPECT_EQ(verdict.box, other);
   EXPECT_EQ(verdict.state, State::Agreed);
+}
+
+TEST_P(TakeoverGuardTest, TakesItBackWithoutTheBeliefOfAnEarlierFind) {
+  drawOther = false;
+  person = personAt(200, 150);
+  ASSERT_TRUE(guard.start(frame(), person));
+  for (int i = 0; i < 12; ++i) judge({walk(), true});
+  ASSERT_GT(framesToRestart(10), 0) << verdict.reason;
+  ASSERT_TRUE(verdict.belief.has_value());
+  for (int i = 0; i < 40; ++i) judge({walk(), true});
+  ASSERT_EQ(verdict.state, State::Agreed) << verdict.reason;
+  ASSERT_NO_FATAL_FAILURE(meet());
+  ASSERT_NO_FATAL_FAILURE(goWithTheOther());
+  visible = false;
+  for (int i = 0; i < 60 && verdict.state == State::Searching; ++i) judge({other, true});
+  ASSERT_EQ(verdict.state, State::Reacquired) << verdict.reason;
+  EXPECT_FALSE(verdict.belief.has_value());
 }
 
 TEST_P(TakeoverGuardTest, DoesNotTakeItBackForABoxThatLooksOnlyALittleLikeTheTarget) {

@@ -105,20 +105,20 @@ Identity known() {
 TEST(Identity, WeighsNothingBeforeItKnowsOthers) {
   Identity identity;
   identity.start(target());
-  EXPECT_EQ(identity.factorOf(other()), 1.0);
+  EXPECT_EQ(identity.logFactorOf(other()), 0.0);
 }
 
 TEST(Identity, AFindThatLooksLikeTheTargetIsLikelierAndOneLikeOthersLessSo) {
   Identity identity = known();
-  EXPECT_GT(identity.factorOf(target()), 5.0);
-  EXPECT_LT(identity.factorOf(other()), 0.1);
+  EXPECT_GT(identity.logFactorOf(target()), std::log(5.0));
+  EXPECT_LT(identity.logFactorOf(other()), std::log(0.1));
 }
 
 TEST(Identity, ALookIsNoProof) {
   Identity identity = known();
   const HalfColours farther = lookOf({{0, 0.4F}, {3, 0.6F}});
-  EXPECT_GE(identity.factorOf(farther), std::exp(-4.0));
-  EXPECT_LE(identity.factorOf(lookOf({{0, 0.4F}, {2, 0.6F}})), std::exp(3.0));
+  EXPECT_GE(identity.logFactorOf(farther), -4.0);
+  EXPECT_LE(identity.logFactorOf(lookOf({{0, 0.4F}, {2, 0.6F}})), 3.0);
 }
 
 TEST(Identity, BoxesThatShowSomebodyElseForAWhileAreNotTheTarget) {
@@ -141,22 +141,22 @@ TEST(Identity, DoesNotLearnSomebodyElseAsTheTarget) {
     identity.followed(other());
     identity.learn(other());
   }
-  EXPECT_LT(identity.factorOf(other()), 0.1);
+  EXPECT_LT(identity.logFactorOf(other()), std::log(0.1));
 }
 
 TEST(Identity, LearnsNothingForTenFramesWhileTwoOverlap) {
   Identity identity = known();
-  const double before = identity.factorOf(other());
+  const double before = identity.logFactorOf(other());
   identity.meets();
   for (int i = 0; i < 9; ++i) {
     identity.followed(target());
     identity.learn(lookOf({{5, 1.0F}}));
     identity.learnOther(target());
   }
-  EXPECT_EQ(identity.factorOf(other()), before);
+  EXPECT_EQ(identity.logFactorOf(other()), before);
   identity.followed(target());
   identity.learnOther(lookOf({{5, 1.0F}}));
-  EXPECT_NE(identity.factorOf(other()), before);
+  EXPECT_NE(identity.logFactorOf(other()), before);
 }
 
 TEST(Identity, WhatBoxesShowedBeforeAMeetingSaysNothingAfterIt) {
