@@ -57,7 +57,8 @@ double fromWay(const cv::Point2d& point, const cv::Point2d& from, const cv::Poin
 
 void Adviser::start(const cv::Mat& frame, const cv::Rect& box) {
   latest_.reset();
-  chosen_ = hasLook_ = false;
+  look_.reset();
+  chosen_ = false;
   together_ = gap_ = parted_ = alike_ = 0;
   started_ = opinion_ != nullptr && opinion_->start(frame, box);
   motion_.start(box);
@@ -107,17 +108,16 @@ void Adviser::note_(bool seen) {
 
 /// Whether it looks as it did a moment ago.
 bool Adviser::staysItself_(const ColourLook& now, bool held) {
-  const bool itself = !hasLook_ || sameness(look_, now.look) >= kItself;
-  if (!hasLook_) look_ = now.look;
-  if (itself || held || now.margin >= kAlike) blend(look_, now.look, kLookRate);
-  hasLook_ = true;
+  if (!look_) look_ = now.look;
+  const bool itself = sameness(*look_, now.look) >= kItself;
+  if (itself || held || now.margin >= kAlike) blend(*look_, now.look, kLookRate);
   return itself;
 }
 
 /// Whether the opinion's box, rather than the tracker's, shows the target.
 bool Adviser::isRather_(const ColourLook& here, const ColourLook& there) const {
   if (here.margin < there.margin - kNoWorse) return false;
-  const double look = sameness(look_, here.look) - sameness(look_, there.look);
+  const double look = sameness(*look_, here.look) - sameness(*look_, there.look);
   return kOfMargin * (here.margin - there.margin) + kOfLook * look + kOfKind * (here.kind - there.kind) + kAtFirst >= 0;
 }
 
@@ -127,6 +127,7 @@ Advice Adviser::hear(const cv::Mat& frame, const Answer& told, const std::option
   const bool near = follows_(frame, expected);
   const std::optional<ColourLook> here = near ? lookOf(latest_->box) : std::nullopt;
   const bool held = together_ > 0 && latest_ && latest_->score >= kVouching;  // without a gap it may change its looks
+  const std::optional<HalfColours> before = look_;
   const bool itself = here && (staysItself_(*here, held) || held);
   note_(here && (itself || here->margin >= kAlike));
   if (together_ == 0) return {told};
@@ -141,7 +142,10 @@ Advice Adviser::hear(const cv::Mat& frame, const Answer& told, const std::option
   ++parted_;
   const std::optional<ColourLook> there = told.seen && told.box ? lookOf(*told.box) : std::nullopt;
   const bool heard = latest_->score >= kEvenScore || parted_ >= kPartedAtLeast;
-  if (there && (!heard || !isRather_(*here, *there))) return {told};
+  if (there && (!heard || !isRather_(*here, *there))) {
+    look_ = before;  // it is not the target's
+    return {told};
+  }
   chosen_ = true;
   advice.answer = {latest_->box, true};
   return advice;

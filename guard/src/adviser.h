@@ -56,17 +56,16 @@ class Adviser {
   std::unique_ptr<SecondOpinion> opinion_;
   bool started_ = false;
   cv::Size2d startSize_;
-  cv::Size2d size_;                ///< Of the target, followed slowly: a box grows over groups.
-  TargetMotion motion_;            ///< Of what the opinion follows.
-  cv::Point2d from_;               ///< Where it was last seen.
-  std::optional<Opinion> latest_;  ///< Of the frame in hand, its size limited.
-  HalfColours look_{};             ///< Of what the opinion follows, mostly of late.
-  bool hasLook_ = false;
-  bool chosen_ = false;  ///< Its box is what is judged.
-  int together_ = 0;     ///< Frames in a row in which the opinion followed something.
-  int gap_ = 0;          ///< Frames for which it did not, before those.
-  int alike_ = 0;        ///< Frames in a row in which what it followed looked very much like the target.
-  int parted_ = 0;       ///< Frames in a row in which tracker and opinion were apart.
+  cv::Size2d size_;                  ///< Of the target, followed slowly: a box grows over groups.
+  TargetMotion motion_;              ///< Of what the opinion follows.
+  cv::Point2d from_;                 ///< Where it was last seen.
+  std::optional<Opinion> latest_;    ///< Of the frame in hand, its size limited.
+  std::optional<HalfColours> look_;  ///< Of what the opinion follows, mostly of late.
+  bool chosen_ = false;              ///< Its box is what is judged.
+  int together_ = 0;                 ///< Frames in a row in which the opinion followed something.
+  int gap_ = 0;                      ///< Frames for which it did not, before those.
+  int alike_ = 0;                    ///< Frames in a row in which what it followed looked very much like the target.
+  int parted_ = 0;                   ///< Frames in a row in which tracker and opinion were apart.
 };
 
 }  // namespace csrt_guard
