@@ -72,9 +72,10 @@ async function turns() {
   const end = machine() + 60000;
   for (let before = await handOver(0), over = 0; over < 2 && machine() < end;) {
     await pause(20);
-    const newest = await handOver(0);
-    if (newest > before) ++over;
+    const newest = await handOver(0);  // or an answer from before, where the question had to be repeated
+    if (newest <= before) continue;
     before = newest;
+    ++over;
   }
 }
 

@@ -387,7 +387,8 @@ class Check(SourceChecks, CameraChecks):
             if len(self.frames_of(lines)) > 5:
                 break
             time.sleep(1)
-        self.judge(f"drawn picture by {name}", len(self.frames_of(lines)) > 5, f"{len(self.frames_of(lines))} frames {said}")
+        frames = len(self.frames_of(lines))
+        self.judge(f"drawn picture by {name}", frames > 5, f"{frames} frames {said}")
 
     def outputs(self):
         """The drawn picture sent on and received again; a folder of minutes; a grid."""
