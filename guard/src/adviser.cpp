@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "boxes.h"
+
 namespace csrt_guard {
 namespace {
 
@@ -22,9 +24,6 @@ constexpr double kAlike = 0.85;     // margin from which it may look otherwise t
 constexpr double kVeryAlike = 0.9;  // margin of what is taken for a target that was away for long ...
 constexpr int kAlikeFrames = 6;     // ... after so many frames
 constexpr float kLookRate = 0.1F;
-constexpr double kResize = 1.02;    // a frame
-constexpr double kSmallest = 0.45;  // of the size at the start
-constexpr double kBiggest = 2.2;
 constexpr double kEvenScore = 0.55;  // score from which it is rather the target than another of its kind
 
 // Whether the opinion's box rather than the tracker's shows the target. The logarithm of the odds is the sum of what
@@ -33,12 +32,6 @@ constexpr double kOfMargin = 2.0;  // likeness to the target
 constexpr double kOfLook = 10.0;   // sameness with what the opinion followed of late
 constexpr double kOfKind = 0.39;   // unlike those beside the target
 constexpr double kAtFirst = 0.28;  // and before that, for the opinion
-
-double overlap(const cv::Rect& a, const cv::Rect& b) {
-  const double common = (a & b).area();
-  const double together = static_cast<double>(a.area()) + b.area() - common;
-  return together > 0.0 ? common / together : 0.0;
-}
 
 cv::Rect around(const cv::Point2d& centre, const cv::Size2d& size) {
   return {cvRound(centre.x - size.width / 2), cvRound(centre.y - size.height / 2), std::max(1, cvRound(size.width)),
@@ -67,11 +60,7 @@ void Adviser::start(const cv::Mat& frame, const cv::Rect& box) {
 }
 
 cv::Rect Adviser::limited_(const cv::Rect& found) const {
-  const auto follow = [](double size, double to, double start) {
-    return std::clamp(std::clamp(to, size / kResize, size * kResize), kSmallest * start, kBiggest * start);
-  };
-  return around(centreOf(found), {follow(size_.width, found.width, startSize_.width),
-                                  follow(size_.height, found.height, startSize_.height)});
+  return around(centreOf(found), followedSize(size_, found.size(), startSize_));
 }
 
 /// Asks where the target should be. True: it is there; a box that jumps is somebody else's.

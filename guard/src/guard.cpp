@@ -21,16 +21,13 @@ namespace {
 constexpr std::array<const char*, 5> kNames = {"unguarded", "agreed", "doubted", "searching", "reacquired"};
 constexpr double kSurroundings = 3.0;  // sides of the neighbourhood that is looked at, in box sides
 constexpr int kResizedAfter = 20;      // frames without the target after which it may look smaller or larger
-constexpr double kResize = 1.02;       // a frame
-constexpr double kSmallest = 0.45;     // of the size at the start
-constexpr double kBiggest = 2.2;
-constexpr int kRolledBack = 15;     // frames at most from which the last sure sight still says where the target is
-constexpr double kHope = 0.3;       // likelihood from which a find is worth a second opinion
-constexpr double kMayBeIt = 0.7;    // margin from which a place is not taken for somebody known who looks less alike
-constexpr double kTouches = 0.01;   // share of a box from which a place beside the target is a part of it
-constexpr double kElsewhere = 0.5;  // share of a find that a box elsewhere may cover
-constexpr double kSteady = 0.15;    // diagonals that a picture may have moved for the camera to stand still
-constexpr double kLargest = 1e6;    // pixels; larger numbers are no box
+constexpr int kRolledBack = 15;        // frames at most from which the last sure sight still says where the target is
+constexpr double kHope = 0.3;          // likelihood from which a find is worth a second opinion
+constexpr double kMayBeIt = 0.7;       // margin from which a place is not taken for somebody known who looks less alike
+constexpr double kTouches = 0.01;      // share of a box from which a place beside the target is a part of it
+constexpr double kElsewhere = 0.5;     // share of a find that a box elsewhere may cover
+constexpr double kSteady = 0.15;       // diagonals that a picture may have moved for the camera to stand still
+constexpr double kLargest = 1e6;       // pixels; larger numbers are no box
 
 bool usable(const cv::Rect& box) {
   return box.width > 1 && box.height > 1 && box.width < kLargest && box.height < kLargest &&
@@ -208,13 +205,7 @@ class Guard::Impl {
   }
 
   /// A box that shrinks or grows slips off the target as a rule: its size is followed slowly, and not far.
-  void learnSize_(const cv::Size2d& seen) {
-    const auto follow = [](double size, double to, double start) {
-      return std::clamp(std::clamp(to, size / kResize, size * kResize), kSmallest * start, kBiggest * start);
-    };
-    size_.width = follow(size_.width, seen.width, startSize_.width);
-    size_.height = follow(size_.height, seen.height, startSize_.height);
-  }
+  void learnSize_(const cv::Size2d& seen) { size_ = followedSize(size_, seen, startSize_); }
 
   /// The margin below which a box is in doubt.
   double likeEnough_() const { return advice_.vouched ? settings_.vouchedFrom : settings_.doubtBelow; }

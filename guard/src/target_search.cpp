@@ -4,6 +4,8 @@
 #include <cmath>
 #include <opencv2/imgproc.hpp>
 
+#include "boxes.h"
+
 namespace csrt_guard {
 namespace {
 
@@ -18,12 +20,6 @@ struct RoughPlace {
   cv::Rect2d box;  ///< In the view.
   double score = 0.0;
 };
-
-double overlap(const cv::Rect2d& a, const cv::Rect2d& b) {
-  const double common = (a & b).area();
-  const double together = a.area() + b.area() - common;
-  return together > 0.0 ? common / together : 0.0;
-}
 
 /// Sums of the ratio over rectangles, by two integral images.
 class RatioSums {
